@@ -1,0 +1,47 @@
+#!/bin/sh
+# Installs whatever the build and the tests need and the machine lacks.
+# Debian/Ubuntu through apt-get, FreeBSD through pkg. Safe to run again: it only
+# installs what is missing, and it never downloads anything outside the package manager.
+set -eu
+
+DEBIAN_PACKAGES="cmake ninja-build g++ clang libclang-rt-dev pkg-config
+libgtest-dev libgmock-dev libbenchmark-dev libdouble-conversion-dev libpcre2-dev"
+FREEBSD_PACKAGES="cmake ninja pkgconf googletest benchmark double-conversion pcre2"
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then "$@"
+    elif command -v sudo >/dev/null 2>&1; then sudo "$@"
+    else echo "install-deps: need root to run: $*" >&2; exit 1
+    fi
+}
+
+install_debian() {
+    missing=""
+    for p in $DEBIAN_PACKAGES; do
+        dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
+    done
+    [ -z "$missing" ] && return 0
+    echo "install-deps: installing$missing"
+    export DEBIAN_FRONTEND=noninteractive
+    as_root apt-get update -qq
+    as_root apt-get install -y -qq --no-install-recommends $missing
+}
+
+install_freebsd() {
+    missing=""
+    for p in $FREEBSD_PACKAGES; do
+        pkg info -e "$p" || missing="$missing $p"
+    done
+    [ -z "$missing" ] && return 0
+    echo "install-deps: installing$missing"
+    as_root pkg install -y $missing
+}
+
+case "$(uname -s)" in
+    FreeBSD) install_freebsd ;;
+    Linux)
+        if command -v apt-get >/dev/null 2>&1; then install_debian
+        else echo "install-deps: no apt-get here; install by hand: $DEBIAN_PACKAGES" >&2; exit 1
+        fi ;;
+    *) echo "install-deps: unsupported system $(uname -s)" >&2; exit 1 ;;
+esac

@@ -1,0 +1,47 @@
+// Everything that differs between FreeBSD x86-64 (the target) and Linux/glibc (where the
+// library is built and tested) lives here and nowhere else.
+#pragma once
+
+#include <pthread.h>
+#include <sched.h>
+#include <sys/time.h>
+
+#include <cstddef>
+#include <ctime>
+
+namespace basicutil::platform {
+
+// Reports a failed assertion through the C library's own routine (__assert on FreeBSD,
+// __assert_fail on glibc), which prints its standard message; then aborts.
+[[noreturn]] void assertFailed(const char* expression, const char* function, const char* unit,
+                               unsigned line) noexcept;
+
+// Scheduling policies as the platform numbers them. On FreeBSD these are 2, 1 and 3.
+inline constexpr int kSchedOther = SCHED_OTHER;
+inline constexpr int kSchedFifo = SCHED_FIFO;
+inline constexpr int kSchedRoundRobin = SCHED_RR;
+
+// The name of a scheduling policy ("other", "fifo", "round_robin"), or nullptr if unknown.
+const char* schedulingPolicyName(int policy) noexcept;
+
+// Longest thread name, in bytes without the terminating NUL, that pthread_setname_np accepts.
+#if defined(__FreeBSD__)
+inline constexpr std::size_t kThreadNameMaxBytes = 19;  // MAXCOMLEN
+#else
+inline constexpr std::size_t kThreadNameMaxBytes = 15;  // TASK_COMM_LEN - 1
+#endif
+
+// Names the thread, cutting the name to kThreadNameMaxBytes (never inside a UTF-8 sequence).
+// Returns the pthread_setname_np result (0 or an error number).
+int setThreadName(pthread_t thread, const char* name) noexcept;
+
+// Writes the text of an error number into buf (always NUL-terminated) and returns it.
+// The two C libraries disagree on strerror_r's signature.
+const char* errorText(int errnum, char* buf, std::size_t len) noexcept;
+
+// Clock reads: each returns true on success and leaves errno set on failure.
+bool readWallClock(struct timeval& out) noexcept;       // gettimeofday
+bool readMonotonicClock(struct timespec& out) noexcept; // clock_gettime(CLOCK_MONOTONIC)
+bool readUtcClock(struct timespec& out) noexcept;       // timespec_get(TIME_UTC)
+
+}  // namespace basicutil::platform

@@ -1,0 +1,44 @@
+// The fatal-error routine for failed thread and clock calls.
+//
+// A failed call is recorded (for the crash log's thread state dump), one line
+//   Fatal thread error: <call>: <strerror>; <n> threads active, in <thread name>
+// is written to descriptor 2 with a single writev, the same line is logged on the "Thread"
+// channel, and the process aborts.
+#pragma once
+
+#include <cstddef>
+
+namespace basicutil {
+
+struct FatalThreadErrorRecord {
+    static constexpr std::size_t kThreadNameBytes = 64;  // longer names are cut
+    const char* call = "none";
+    int error = 999;
+    unsigned threadsActive = 0;
+    char threadName[kThreadNameBytes] = {};
+};
+
+// What the routine reports about the threads. The thread framework installs the provider;
+// until then it reports 0 threads, "Unknown Thread".
+struct FatalThreadContext {
+    unsigned threadsActive;
+    const char* callerName;
+};
+using FatalThreadContextProvider = FatalThreadContext (*)() noexcept;
+void installFatalThreadContextProvider(FatalThreadContextProvider provider) noexcept;
+
+[[noreturn]] void fatalThreadError(const char* call, int errnum) noexcept;
+
+// The record of the last fatal error: call "none" and error 999 until one happens.
+const FatalThreadErrorRecord& fatalThreadErrorRecord() noexcept;
+
+// Failed POSIX thread calls are fatal unless switched off (tests of failure paths do that).
+void setThreadCallFailuresFatal(bool fatal) noexcept;
+bool threadCallFailuresFatal() noexcept;
+
+// For pthread-style calls that return 0 or an error number.
+inline void checkThreadCall(int result, const char* call) noexcept {
+    if (result != 0 && threadCallFailuresFatal()) fatalThreadError(call, result);
+}
+
+}  // namespace basicutil

@@ -1,0 +1,38 @@
+// Broken-down calendar time for the local zone and for UTC.
+//
+// fromUnixTime never leaves a record half-filled: when the platform cannot convert (a year
+// beyond what struct tm holds), it logs "<Type>::fromUnixTime(<seconds>) failed!" on the
+// "Timeval" channel and clamps to 9999-12-31 23:59:59.999999 (non-negative input) or
+// 1900-01-01 00:00:00.000000 (negative input), tm_isdst -1.
+// toUnixTime logs "<Type>::toUnixTime(Y-M-D h:mm:ss) failed!" and yields MAX_TIME (years after
+// 1969) or MIN_TIME when the platform reports -1, which includes one second before 1970 itself.
+//
+// Records bound to a zone object (StructTmInTimezone, StructTmInTimezoneHires) belong to the
+// time-zone component and live beside it.
+#pragma once
+
+#include <ctime>
+
+#include "basicutil/Timeval.h"
+
+namespace basicutil {
+
+struct LocalStructTm : std::tm {
+    LocalStructTm() : std::tm{} {}
+    bool fromUnixTime(std::int64_t seconds) noexcept;  // localtime_r
+    Timeval toUnixTime() const noexcept;               // mktime; microseconds 0
+};
+
+struct LocalStructTmHires : LocalStructTm {
+    std::int64_t tm_usec = 0;
+    bool fromUnixTime(const Timeval& tv) noexcept;
+    Timeval toUnixTime() const noexcept;  // carries tm_usec over
+};
+
+struct GmtStructTm : std::tm {
+    GmtStructTm() : std::tm{} {}
+    bool fromUnixTime(std::int64_t seconds) noexcept;  // gmtime_r
+    Timeval toUnixTime() const noexcept;               // timegm; microseconds 0
+};
+
+}  // namespace basicutil

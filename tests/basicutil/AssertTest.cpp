@@ -1,0 +1,32 @@
+#include "basicutil/Assert.h"
+
+#include <gtest/gtest.h>
+
+#include <string_view>
+
+#include "basicutil/Timeval.h"
+
+namespace {
+
+using vestra::detail::assertUnitOf;
+
+// Split files report their topic; the longest topic wins (StrVector is not Str).
+static_assert(std::string_view(assertUnitOf("src/basicutil/Timeval.cpp")) == "basicutil/Timeval");
+static_assert(std::string_view(assertUnitOf("src/basicutil/TimevalText.cpp")) == "basicutil/Timeval");
+static_assert(std::string_view(assertUnitOf("/abs/src/basicutil/StrVector.h")) == "basicutil/StrVector");
+static_assert(std::string_view(assertUnitOf("src/basicutil/StrSplit.cpp")) == "basicutil/Str");
+static_assert(std::string_view(assertUnitOf("src/libzero/codepoint-width.cpp")) == "libzero/codepoint-width");
+
+TEST(AssertDeathTest, ReportsExpressionFunctionAndUnitThroughTheCLibrary) {
+    basicutil::Timeval tv{5, 123456};
+    // glibc's __assert_fail: "<prog>: <unit>:<line>: <function>: Assertion `<expr>' failed."
+    EXPECT_DEATH(tv.snapMillisecond(1000), "basicutil/Timeval:[0-9]+: snapMillisecond: Assertion `span < 1000' failed");
+}
+
+TEST(AssertTest, PassingAssertionHasNoEffect) {
+    basicutil::Timeval tv{5, 123456};
+    tv.snapMillisecond(10);
+    EXPECT_EQ(tv.tv_usec, 120000);
+}
+
+}  // namespace

@@ -1,0 +1,55 @@
+#include "basicutil/ThreadFatalError.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include <cstdio>
+
+#include "basicutil/LoggerSink.h"
+
+namespace basicutil {
+namespace {
+
+TEST(ThreadFatalErrorTest, RecordStartsEmpty) {
+    EXPECT_STREQ(fatalThreadErrorRecord().call, "none");
+    EXPECT_EQ(fatalThreadErrorRecord().error, 999);
+}
+
+TEST(ThreadFatalErrorDeathTest, WritesOneLineAndAborts) {
+    EXPECT_DEATH(fatalThreadError("pthread_join", EINVAL),
+                 "^Fatal thread error: pthread_join: Invalid argument; 0 threads active, in Unknown Thread\n$");
+}
+
+TEST(ThreadFatalErrorDeathTest, ReportsWhatTheThreadFrameworkProvides) {
+    installFatalThreadContextProvider([]() noexcept { return FatalThreadContext{3, "Worker"}; });
+    EXPECT_DEATH(checkThreadCall(EDEADLK, "pthread_mutex_lock"),
+                 "pthread_mutex_lock: Resource deadlock avoided; 3 threads active, in Worker");
+    installFatalThreadContextProvider(nullptr);
+}
+
+TEST(ThreadFatalErrorDeathTest, RecordsAndLogsBeforeAborting) {
+    EXPECT_DEATH(
+        {
+            // Print what the record and the log saw, then let the routine abort.
+            installLogSink([](std::string_view channel, LogLevel level, std::string_view message) {
+                const FatalThreadErrorRecord& r = fatalThreadErrorRecord();
+                fprintf(stderr, "[%.*s/%d] %.*s | %s %d\n", static_cast<int>(channel.size()), channel.data(), level,
+                        static_cast<int>(message.size()), message.data(), r.call, r.error);
+            });
+            fatalThreadError("pthread_cond_wait", EPERM);
+        },
+        "\\[Thread/7\\] Fatal thread error: pthread_cond_wait: Operation not permitted; 0 threads active, in "
+        "Unknown Thread \\| pthread_cond_wait 1");
+}
+
+TEST(ThreadFatalErrorTest, NonFatalSwitchLetsFailuresThrough) {
+    setThreadCallFailuresFatal(false);
+    checkThreadCall(EAGAIN, "pthread_create");  // would abort with the switch on
+    setThreadCallFailuresFatal(true);
+    EXPECT_STREQ(fatalThreadErrorRecord().call, "none");
+    checkThreadCall(0, "pthread_mutex_lock");  // success is never fatal
+}
+
+}  // namespace
+}  // namespace basicutil
