@@ -36,13 +36,7 @@ asan: deps
 fuzz: deps
 	cmake --preset fuzz
 	cmake --build --preset fuzz -j $(JOBS)
-	@set -e; for t in build/fuzz/bin/fuzz_*; do \
-		name=$$(basename $$t); mkdir -p fuzz-corpus/$$name; \
-		echo "== $$name ($(FUZZ_SECONDS) s)"; \
-		$$t -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 fuzz-corpus/$$name fuzz/corpus/$$name 2>&1 \
-			| grep -E 'stat::number_of_executed_units|ERROR|SUMMARY|Done' || true; \
-		test $${PIPESTATUS:-0} -eq 0; \
-	done
+	sh scripts/run-fuzzers.sh build/fuzz/bin $(FUZZ_SECONDS)
 
 clean:
 	rm -rf build
