@@ -12,12 +12,12 @@ namespace fuzzref {
 using basicutil::Int128;
 
 // Stops the run with a crash that libFuzzer records, naming the broken property.
-#define FUZZ_CHECK(cond)                                                  \
-    do {                                                                  \
-        if (!(cond)) {                                                    \
-            std::fprintf(stderr, "fuzz check failed: %s\n", #cond);      \
-            std::abort();                                                 \
-        }                                                                 \
+#define FUZZ_CHECK(cond)                                            \
+    do {                                                            \
+        if (!(cond)) {                                              \
+            std::fprintf(stderr, "fuzz check failed: %s\n", #cond); \
+            std::abort();                                           \
+        }                                                           \
     } while (0)
 
 inline bool allDigits(std::string_view s) {

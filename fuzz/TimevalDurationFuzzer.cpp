@@ -12,7 +12,8 @@ namespace {
 bool referenceParse(std::string_view text, std::uint64_t& ms) {
     const auto dot = text.find('.');
     const std::string_view whole = text.substr(0, dot);
-    const std::string_view fraction = dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1);
+    const std::string_view fraction =
+        dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1);
     if (!allDigits(whole) || !allDigits(fraction) || whole.size() + fraction.size() == 0) return false;
     const Int128 seconds = cappedValue(whole);
     if (seconds >= 18446744073709552) {

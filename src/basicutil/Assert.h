@@ -14,22 +14,21 @@ namespace vestra::detail {
 // Every topic of the library, as assertion messages name it. Files that split a topic share its
 // name as their prefix (TimevalText.cpp reports "basicutil/Timeval"); the longest match wins.
 inline constexpr std::string_view kAssertUnits[] = {
-    "basicutil/Assert",     "basicutil/Platform",         "basicutil/Thread",
-    "basicutil/DutyCycle",  "basicutil/Timeval",          "basicutil/DateTime",
-    "basicutil/Logger",     "basicutil/Str",              "basicutil/StrVector",
-    "basicutil/UnicodeCodepoint", "basicutil/PrintfFormat", "basicutil/PrintFloatingPoint",
+    "basicutil/Assert",           "basicutil/Platform",      "basicutil/Thread",
+    "basicutil/DutyCycle",        "basicutil/Timeval",       "basicutil/DateTime",
+    "basicutil/Logger",           "basicutil/Str",           "basicutil/StrVector",
+    "basicutil/UnicodeCodepoint", "basicutil/PrintfFormat",  "basicutil/PrintFloatingPoint",
     "basicutil/BasicConversions", "basicutil/PrintHexBytes", "basicutil/HexDumper",
-    "basicutil/DecimalText",
-    "libzero/codepoint-width", "libzero/create-crash-dump", "libzero/bounded-path",
-    "main/vestra-helper",   "main/ParentMonitoringThread",
+    "basicutil/DecimalText",      "libzero/codepoint-width", "libzero/create-crash-dump",
+    "libzero/bounded-path",       "main/vestra-helper",      "main/ParentMonitoringThread",
 };
 
 // Maps a source path ("src/basicutil/TimevalText.cpp") to its unit ("basicutil/Timeval").
 // consteval: a file whose topic is missing from the table does not compile.
 consteval const char* assertUnitOf(std::string_view path) {
     const auto lastSlash = path.rfind('/');
-    const auto dirSlash = lastSlash == std::string_view::npos ? std::string_view::npos
-                                                              : path.rfind('/', lastSlash - 1);
+    const auto dirSlash =
+        lastSlash == std::string_view::npos ? std::string_view::npos : path.rfind('/', lastSlash - 1);
     const std::string_view tail = path.substr(dirSlash == std::string_view::npos ? 0 : dirSlash + 1);
     const char* best = nullptr;
     std::size_t bestLen = 0;
@@ -48,8 +47,7 @@ consteval const char* assertUnitOf(std::string_view path) {
 
 }  // namespace vestra::detail
 
-#define VESTRA_ASSERT(expr)                                                                              \
-    (static_cast<bool>(expr)                                                                             \
-         ? void(0)                                                                                       \
-         : ::vestra::detail::assertionFailed(#expr, __func__, ::vestra::detail::assertUnitOf(__FILE__), \
-                                             __LINE__))
+#define VESTRA_ASSERT(expr)                                       \
+    (static_cast<bool>(expr) ? void(0)                            \
+                             : ::vestra::detail::assertionFailed( \
+                                   #expr, __func__, ::vestra::detail::assertUnitOf(__FILE__), __LINE__))

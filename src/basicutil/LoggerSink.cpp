@@ -6,8 +6,8 @@ namespace basicutil {
 
 namespace {
 std::atomic<LogSink> g_sink{nullptr};
-constexpr const char* kLevelNames[] = {"DEBUG", "INFO", "NOTICE", "WARN", "ERROR",
-                                       "CRIT",  "ALERT", "FATAL", "EMERG"};
+constexpr const char* kLevelNames[] = {"DEBUG", "INFO",  "NOTICE", "WARN", "ERROR",
+                                       "CRIT",  "ALERT", "FATAL",  "EMERG"};
 }  // namespace
 
 const char* logLevelName(int level) noexcept {
@@ -15,7 +15,9 @@ const char* logLevelName(int level) noexcept {
     return kLevelNames[level];
 }
 
-LogSink installLogSink(LogSink sink) noexcept { return g_sink.exchange(sink); }
+LogSink installLogSink(LogSink sink) noexcept {
+    return g_sink.exchange(sink);
+}
 
 void logToChannel(std::string_view channel, LogLevel level, std::string_view message) noexcept {
     if (LogSink sink = g_sink.load(std::memory_order_acquire)) sink(channel, level, message);

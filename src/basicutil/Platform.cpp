@@ -1,8 +1,8 @@
 #include "basicutil/Platform.h"
 
 #include <cassert>
-#include <cstdlib>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 #if defined(__FreeBSD__)
@@ -65,9 +65,13 @@ const char* errorText(int errnum, char* buf, std::size_t len) noexcept {
     return buf;
 }
 
-bool readWallClock(struct timeval& out) noexcept { return gettimeofday(&out, nullptr) == 0; }
+bool readWallClock(struct timeval& out) noexcept {
+    return gettimeofday(&out, nullptr) == 0;
+}
 
-bool readMonotonicClock(struct timespec& out) noexcept { return clock_gettime(CLOCK_MONOTONIC, &out) == 0; }
+bool readMonotonicClock(struct timespec& out) noexcept {
+    return clock_gettime(CLOCK_MONOTONIC, &out) == 0;
+}
 
 bool readUtcClock(struct timespec& out) noexcept {
     // timespec_get returns the base on success and 0 on failure, and need not set errno.

@@ -40,8 +40,8 @@ int setThreadName(pthread_t thread, const char* name) noexcept;
 const char* errorText(int errnum, char* buf, std::size_t len) noexcept;
 
 // Clock reads: each returns true on success and leaves errno set on failure.
-bool readWallClock(struct timeval& out) noexcept;       // gettimeofday
-bool readMonotonicClock(struct timespec& out) noexcept; // clock_gettime(CLOCK_MONOTONIC)
-bool readUtcClock(struct timespec& out) noexcept;       // timespec_get(TIME_UTC)
+bool readWallClock(struct timeval& out) noexcept;        // gettimeofday
+bool readMonotonicClock(struct timespec& out) noexcept;  // clock_gettime(CLOCK_MONOTONIC)
+bool readUtcClock(struct timespec& out) noexcept;        // timespec_get(TIME_UTC)
 
 }  // namespace basicutil::platform

@@ -11,7 +11,9 @@ namespace basicutil {
 
 namespace {
 
-bool isBlank(char c) { return c == ' ' || c == '\t'; }
+bool isBlank(char c) {
+    return c == ' ' || c == '\t';
+}
 
 bool equalsIgnoringCase(std::string_view text, std::string_view lowerWord) {
     if (text.size() != lowerWord.size()) return false;
@@ -54,18 +56,23 @@ ClockChoice clockChoice() noexcept {
 
 bool useMonotonicClock() noexcept {
     switch (clockChoice()) {
-        case CLOCK_CHOICE_MONOTONIC: return true;
+        case CLOCK_CHOICE_MONOTONIC:
+            return true;
         case CLOCK_CHOICE_DISABLED:
-        case CLOCK_CHOICE_UNAVAILABLE: return false;
+        case CLOCK_CHOICE_UNAVAILABLE:
+            return false;
     }
     std::abort();
 }
 
 const char* clockChoiceText(ClockChoice choice) noexcept {
     switch (choice) {
-        case CLOCK_CHOICE_MONOTONIC: return "using CLOCK_MONOTONIC";
-        case CLOCK_CHOICE_DISABLED: return "CLOCK_MONOTONIC support explicitly disabled";
-        case CLOCK_CHOICE_UNAVAILABLE: return "CLOCK_MONOTONIC support not available";
+        case CLOCK_CHOICE_MONOTONIC:
+            return "using CLOCK_MONOTONIC";
+        case CLOCK_CHOICE_DISABLED:
+            return "CLOCK_MONOTONIC support explicitly disabled";
+        case CLOCK_CHOICE_UNAVAILABLE:
+            return "CLOCK_MONOTONIC support not available";
     }
     return "???";
 }

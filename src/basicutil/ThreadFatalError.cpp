@@ -17,14 +17,20 @@ namespace basicutil {
 
 namespace {
 
-FatalThreadContext noThreadFramework() noexcept { return {0, "Unknown Thread"}; }
+FatalThreadContext noThreadFramework() noexcept {
+    return {0, "Unknown Thread"};
+}
 
 std::atomic<FatalThreadContextProvider> g_contextProvider{&noThreadFramework};
 std::atomic<bool> g_failuresFatal{true};
 FatalThreadErrorRecord g_record;
 
-iovec piece(const char* text, std::size_t len) { return {const_cast<char*>(text), len}; }
-iovec piece(const char* text) { return piece(text, std::strlen(text)); }
+iovec piece(const char* text, std::size_t len) {
+    return {const_cast<char*>(text), len};
+}
+iovec piece(const char* text) {
+    return piece(text, std::strlen(text));
+}
 
 }  // namespace
 
@@ -32,10 +38,16 @@ void installFatalThreadContextProvider(FatalThreadContextProvider provider) noex
     g_contextProvider.store(provider != nullptr ? provider : &noThreadFramework);
 }
 
-const FatalThreadErrorRecord& fatalThreadErrorRecord() noexcept { return g_record; }
+const FatalThreadErrorRecord& fatalThreadErrorRecord() noexcept {
+    return g_record;
+}
 
-void setThreadCallFailuresFatal(bool fatal) noexcept { g_failuresFatal.store(fatal); }
-bool threadCallFailuresFatal() noexcept { return g_failuresFatal.load(); }
+void setThreadCallFailuresFatal(bool fatal) noexcept {
+    g_failuresFatal.store(fatal);
+}
+bool threadCallFailuresFatal() noexcept {
+    return g_failuresFatal.load();
+}
 
 void fatalThreadError(const char* call, int errnum) noexcept {
     const FatalThreadContext context = g_contextProvider.load()();
@@ -51,8 +63,15 @@ void fatalThreadError(const char* call, int errnum) noexcept {
     const std::size_t countLen = formatUnsigned(count, context.threadsActive);
 
     iovec line[] = {
-        piece("Fatal thread error: "), piece(call), piece(": "), piece(errorText), piece("; "),
-        piece(count, countLen), piece(" threads active, in "), piece(g_record.threadName), piece("\n"),
+        piece("Fatal thread error: "),
+        piece(call),
+        piece(": "),
+        piece(errorText),
+        piece("; "),
+        piece(count, countLen),
+        piece(" threads active, in "),
+        piece(g_record.threadName),
+        piece("\n"),
     };
     // Nothing sensible is left to do if standard error is gone: the abort below still happens.
     const ssize_t written = writev(STDERR_FILENO, line, static_cast<int>(std::size(line)));

@@ -66,7 +66,8 @@ void Timeval::addSeconds(std::uint32_t seconds) noexcept {
 }
 
 void Timeval::subtractUsec(std::uint64_t usec) noexcept {
-    subtractSplit(*this, static_cast<std::int64_t>(usec / 1000000), static_cast<std::int64_t>(usec % 1000000));
+    subtractSplit(*this, static_cast<std::int64_t>(usec / 1000000),
+                  static_cast<std::int64_t>(usec % 1000000));
 }
 
 void Timeval::_subtract(std::uint64_t ms) noexcept {
@@ -84,7 +85,8 @@ void Timeval::subtractSeconds(std::uint32_t seconds) noexcept {
 std::int64_t Timeval::diffUsec(const Timeval& other) const noexcept {
     // Unsigned arithmetic: the result wraps instead of being undefined.
     const std::uint64_t dsec = static_cast<std::uint64_t>(tv_sec) - static_cast<std::uint64_t>(other.tv_sec);
-    const std::uint64_t dusec = static_cast<std::uint64_t>(tv_usec) - static_cast<std::uint64_t>(other.tv_usec);
+    const std::uint64_t dusec =
+        static_cast<std::uint64_t>(tv_usec) - static_cast<std::uint64_t>(other.tv_usec);
     return static_cast<std::int64_t>(dsec * 1000000 + dusec);
 }
 
@@ -217,7 +219,8 @@ std::uint64_t doubleSecondsToUsec(double seconds) noexcept {
     constexpr double kTwo63 = 9223372036854775808.0;
     if (std::isnan(usec)) return 0;
     if (usec >= 2 * kTwo63) return UINT64_MAX;
-    if (usec >= kTwo63) return static_cast<std::uint64_t>(static_cast<std::int64_t>(usec - kTwo63)) ^ (1ULL << 63);
+    if (usec >= kTwo63)
+        return static_cast<std::uint64_t>(static_cast<std::int64_t>(usec - kTwo63)) ^ (1ULL << 63);
     if (usec <= -kTwo63) return 1ULL << 63;
     return static_cast<std::uint64_t>(static_cast<std::int64_t>(usec));
 }
@@ -271,7 +274,7 @@ struct SplitNanoseconds {
 static void subtract_timespec(std::uint64_t ns, SplitNanoseconds* rvp) noexcept {
     rvp->sec = ns / static_cast<std::uint64_t>(ONE_BILLION_AS_TVNSECS_TYPE);
     rvp->nsec = ns % static_cast<std::uint64_t>(ONE_BILLION_AS_TVNSECS_TYPE);
-    VESTRA_ASSERT(rvp->nsec < (unsigned) ONE_BILLION_AS_TVNSECS_TYPE);
+    VESTRA_ASSERT(rvp->nsec < (unsigned)ONE_BILLION_AS_TVNSECS_TYPE);
 }
 #pragma GCC diagnostic pop
 
@@ -291,7 +294,8 @@ void Timespec::addNs(std::uint64_t ns) noexcept {
 }
 
 void Timespec::subtractMs(std::uint64_t ms) noexcept {
-    subtractSplit(*this, static_cast<std::int64_t>(ms / 1000), static_cast<std::int64_t>(ms % 1000) * 1000000);
+    subtractSplit(*this, static_cast<std::int64_t>(ms / 1000),
+                  static_cast<std::int64_t>(ms % 1000) * 1000000);
 }
 
 void Timespec::subtractNs(std::uint64_t ns) noexcept {

@@ -55,7 +55,9 @@ struct Timeval {
     }
     friend constexpr bool operator==(const Timeval&, const Timeval&) = default;
     friend constexpr bool operator<(const Timeval& a, const Timeval& b) noexcept { return a.compare(b) < 0; }
-    friend constexpr bool operator<=(const Timeval& a, const Timeval& b) noexcept { return a.compare(b) <= 0; }
+    friend constexpr bool operator<=(const Timeval& a, const Timeval& b) noexcept {
+        return a.compare(b) <= 0;
+    }
 
     // For n > 1 moves the seconds to a multiple of n (toward zero for negative seconds);
     // always clears the microseconds.
@@ -74,7 +76,9 @@ struct Timeval {
     // Negative fractions are kept as tv_sec - 1 + |f|, on purpose: -1.25 gives {-2, 250000}.
     // Values beyond +-9.223372036854776e18 saturate; NaN gives {0, 0}.
     static Timeval fromDouble(double seconds) noexcept;
-    double toDouble() const noexcept { return static_cast<double>(tv_sec) + static_cast<double>(tv_usec) * 1e-6; }
+    double toDouble() const noexcept {
+        return static_cast<double>(tv_sec) + static_cast<double>(tv_usec) * 1e-6;
+    }
 
     // --- Text (TimevalText.cpp) ---
     // Decimal seconds: optional "-", at least one digit, optionally "." and digits. Fraction
@@ -114,7 +118,9 @@ struct Timespec {
     static const Timespec MIN_TIME;  // {INT64_MIN, 0}
     static const Timespec MAX_TIME;  // {INT64_MAX, 999999999}
 
-    static constexpr Timespec fromPlatform(const struct timespec& ts) noexcept { return {ts.tv_sec, ts.tv_nsec}; }
+    static constexpr Timespec fromPlatform(const struct timespec& ts) noexcept {
+        return {ts.tv_sec, ts.tv_nsec};
+    }
     struct timespec toPlatform() const noexcept;
 
     // The clock chosen for waits (ThreadClockChoice.h): CLOCK_MONOTONIC, or the UTC clock. A
@@ -167,7 +173,7 @@ void sleepMs(std::uint32_t ms) noexcept;
 
 // A process-wide "now" that readers take without locks or system calls; at most one update old.
 class CoarseClock {
-public:
+  public:
     // Stores gettimeofday as (seconds << 30) | (microseconds * 1000).
     static void updateCoarseNow() noexcept;
     // The stored time, or gettimeofday until the first update.

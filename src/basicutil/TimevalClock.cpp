@@ -20,7 +20,8 @@ namespace {
 [[noreturn]] void wallClockFailed(int errnum) noexcept {
     char text[256];
     platform::errorText(errnum, text, sizeof text);
-    iovec line[] = {{const_cast<char*>("gettimeofday: "), 14}, {text, std::strlen(text)}, {const_cast<char*>("\n"), 1}};
+    iovec line[] = {
+        {const_cast<char*>("gettimeofday: "), 14}, {text, std::strlen(text)}, {const_cast<char*>("\n"), 1}};
     const ssize_t written = writev(STDERR_FILENO, line, static_cast<int>(std::size(line)));
     static_cast<void>(written);  // aborting either way
     std::abort();
@@ -47,7 +48,9 @@ Timeval Timeval::now() noexcept {
     return {tv.tv_sec, tv.tv_usec};
 }
 
-std::int64_t Timeval::nowSeconds() noexcept { return readWallClockOrAbort().tv_sec; }
+std::int64_t Timeval::nowSeconds() noexcept {
+    return readWallClockOrAbort().tv_sec;
+}
 
 void CoarseClock::updateCoarseNow() noexcept {
     const struct timeval tv = readWallClockOrAbort();

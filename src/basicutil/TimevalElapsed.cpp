@@ -36,10 +36,10 @@ ElapsedDescription real(ElapsedUnit unit, bool negative, double value) {
 
 // |end - start| in the smaller unit, saturating at 2^64-1; sets `negative` when start is later.
 template <typename T>
-std::uint64_t absoluteDifference(const T& start, const T& end, std::int64_t T::*fraction, std::int64_t perSecond,
-                                 bool& negative) {
-    const Int128 diff = (static_cast<Int128>(end.tv_sec) - start.tv_sec) * perSecond +
-                          (end.*fraction - start.*fraction);
+std::uint64_t absoluteDifference(const T& start, const T& end, std::int64_t T::*fraction,
+                                 std::int64_t perSecond, bool& negative) {
+    const Int128 diff =
+        (static_cast<Int128>(end.tv_sec) - start.tv_sec) * perSecond + (end.*fraction - start.*fraction);
     negative = diff < 0;
     const Uint128 magnitude = static_cast<Uint128>(negative ? -diff : diff);
     return magnitude > UINT64_MAX ? UINT64_MAX : static_cast<std::uint64_t>(magnitude);
@@ -61,7 +61,9 @@ ElapsedDescription ElapsedDescription::between(const Timeval& start, const Timev
     return integer(UNIT_MICROSECONDS, negative, usec);
 }
 
-ElapsedDescription ElapsedDescription::since(const Timeval& start) noexcept { return between(start, Timeval::now()); }
+ElapsedDescription ElapsedDescription::since(const Timeval& start) noexcept {
+    return between(start, Timeval::now());
+}
 
 ElapsedDescription ElapsedDescription::between(const Timespec& start, const Timespec& end) noexcept {
     bool negative = false;

@@ -14,8 +14,12 @@ namespace {
 constexpr std::uint64_t kTwo63 = 1ULL << 63;
 constexpr std::int64_t FRAC_START_DIGIT = 100000;  // weight of the first fraction digit
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-unsigned digitValue(char c) { return static_cast<unsigned>(c - '0'); }
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+unsigned digitValue(char c) {
+    return static_cast<unsigned>(c - '0');
+}
 
 // Seconds and fraction as the decimal forms write them: a negative time with microseconds
 // is written as -(|seconds| - 1) and the complement of its microseconds.
@@ -83,7 +87,9 @@ bool Timeval::mem_parse_into(const char* data, std::size_t len) noexcept {
     return true;
 }
 
-bool Timeval::parse_into(const char* text) noexcept { return mem_parse_into(text, std::strlen(text)); }
+bool Timeval::parse_into(const char* text) noexcept {
+    return mem_parse_into(text, std::strlen(text));
+}
 
 void Timeval::appendDecimal(std::string& out, unsigned fractionDigits) const {
     const WrittenTime w = written(*this);
@@ -218,10 +224,14 @@ bool readBase32(const char* in, unsigned digits, std::uint64_t& value) {
     for (unsigned i = 0; i < digits; ++i) {
         const char c = in[i];
         unsigned d;
-        if (c >= '0' && c <= '9') d = static_cast<unsigned>(c - '0');
-        else if (c >= 'A' && c <= 'V') d = static_cast<unsigned>(c - 'A' + 10);
-        else if (c >= 'a' && c <= 'v') d = static_cast<unsigned>(c - 'a' + 10);
-        else return false;
+        if (c >= '0' && c <= '9')
+            d = static_cast<unsigned>(c - '0');
+        else if (c >= 'A' && c <= 'V')
+            d = static_cast<unsigned>(c - 'A' + 10);
+        else if (c >= 'a' && c <= 'v')
+            d = static_cast<unsigned>(c - 'a' + 10);
+        else
+            return false;
         value = (value << 5) | d;
     }
     return true;
@@ -270,10 +280,14 @@ std::string Timeval::sortableCode() const {
 bool Timeval::decodeSortable(const char* data, std::size_t len) noexcept {
     if (len != kSortableCodeLength) return false;
     if (data[0] == 'z' || data[0] == 'Z') {
-        if (equalsIgnoringCase(data, kNullCode, len)) *this = {0, 0};
-        else if (equalsIgnoringCase(data, kMinCode, len)) *this = MIN_TIME;
-        else if (equalsIgnoringCase(data, kMaxCode, len)) *this = MAX_TIME;
-        else return false;
+        if (equalsIgnoringCase(data, kNullCode, len))
+            *this = {0, 0};
+        else if (equalsIgnoringCase(data, kMinCode, len))
+            *this = MIN_TIME;
+        else if (equalsIgnoringCase(data, kMaxCode, len))
+            *this = MAX_TIME;
+        else
+            return false;
         return true;
     }
     std::uint64_t seconds = 0;

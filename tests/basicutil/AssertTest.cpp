@@ -20,7 +20,8 @@ static_assert(std::string_view(assertUnitOf("src/libzero/codepoint-width.cpp")) 
 TEST(AssertDeathTest, ReportsExpressionFunctionAndUnitThroughTheCLibrary) {
     basicutil::Timeval tv{5, 123456};
     // glibc's __assert_fail: "<prog>: <unit>:<line>: <function>: Assertion `<expr>' failed."
-    EXPECT_DEATH(tv.snapMillisecond(1000), "basicutil/Timeval:[0-9]+: snapMillisecond: Assertion `span < 1000' failed");
+    EXPECT_DEATH(tv.snapMillisecond(1000),
+                 "basicutil/Timeval:[0-9]+: snapMillisecond: Assertion `span < 1000' failed");
 }
 
 TEST(AssertTest, PassingAssertionHasNoEffect) {

@@ -30,8 +30,22 @@ std::string reference(double v, unsigned precision, unsigned width) {
 }
 
 TEST(DecimalTextTest, FixedMatchesPrintfOnTiesAndEdges) {
-    const double values[] = {0.0,    -0.0,   0.0625, 0.125,  2.5,     2.777777, 9.95,  99.5, 0.0005, 1e-300,
-                             3000.5, 1e15,   123456789.987654321, 18446744073709549568.0, -2.5, 0.9999996};
+    const double values[] = {0.0,
+                             -0.0,
+                             0.0625,
+                             0.125,
+                             2.5,
+                             2.777777,
+                             9.95,
+                             99.5,
+                             0.0005,
+                             1e-300,
+                             3000.5,
+                             1e15,
+                             123456789.987654321,
+                             18446744073709549568.0,
+                             -2.5,
+                             0.9999996};
     for (double v : values) {
         for (unsigned p = 0; p <= 9; ++p) {
             std::string got;

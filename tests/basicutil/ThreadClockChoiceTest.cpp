@@ -12,14 +12,12 @@ TEST(ThreadClockChoiceTest, EnvironmentValueAndProbeDecide) {
         const char* value;
         bool works;
         ClockChoice expected;
-    } cases[] = {
-        {nullptr, true, CLOCK_CHOICE_MONOTONIC},      {nullptr, false, CLOCK_CHOICE_UNAVAILABLE},
-        {"", true, CLOCK_CHOICE_MONOTONIC},           {"1", true, CLOCK_CHOICE_MONOTONIC},
-        {"yes", false, CLOCK_CHOICE_UNAVAILABLE},     {"garbage", true, CLOCK_CHOICE_MONOTONIC},
-        {"0", true, CLOCK_CHOICE_DISABLED},           {" Off\t", true, CLOCK_CHOICE_DISABLED},
-        {"FALSE", false, CLOCK_CHOICE_DISABLED},      {"no", true, CLOCK_CHOICE_DISABLED},
-        {"disabled", true, CLOCK_CHOICE_DISABLED},    {"00", true, CLOCK_CHOICE_MONOTONIC},
-    };
+    } cases[] = {{nullptr, true, CLOCK_CHOICE_MONOTONIC},   {nullptr, false, CLOCK_CHOICE_UNAVAILABLE},
+                 {"", true, CLOCK_CHOICE_MONOTONIC},        {"1", true, CLOCK_CHOICE_MONOTONIC},
+                 {"yes", false, CLOCK_CHOICE_UNAVAILABLE},  {"garbage", true, CLOCK_CHOICE_MONOTONIC},
+                 {"0", true, CLOCK_CHOICE_DISABLED},        {" Off\t", true, CLOCK_CHOICE_DISABLED},
+                 {"FALSE", false, CLOCK_CHOICE_DISABLED},   {"no", true, CLOCK_CHOICE_DISABLED},
+                 {"disabled", true, CLOCK_CHOICE_DISABLED}, {"00", true, CLOCK_CHOICE_MONOTONIC}};
     for (const Case& c : cases) {
         EXPECT_EQ(decideClockChoice(c.value, c.works), c.expected) << (c.value ? c.value : "(unset)");
     }
@@ -32,7 +30,8 @@ TEST(ThreadClockChoiceTest, DecidedOnceAndLoggedOnce) {
     EXPECT_EQ(useMonotonicClock(), first == CLOCK_CHOICE_MONOTONIC);
     ASSERT_EQ(capture.lines().size(), 1u);
     EXPECT_EQ(capture.lines()[0].channel, "Thread");
-    const char* const expected[] = {"", "using CLOCK_MONOTONIC", "CLOCK_MONOTONIC support explicitly disabled",
+    const char* const expected[] = {"", "using CLOCK_MONOTONIC",
+                                    "CLOCK_MONOTONIC support explicitly disabled",
                                     "CLOCK_MONOTONIC support not available"};
     EXPECT_EQ(capture.lines()[0].message, expected[first]);
 }

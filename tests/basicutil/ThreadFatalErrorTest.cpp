@@ -17,8 +17,9 @@ TEST(ThreadFatalErrorTest, RecordStartsEmpty) {
 }
 
 TEST(ThreadFatalErrorDeathTest, WritesOneLineAndAborts) {
-    EXPECT_DEATH(fatalThreadError("pthread_join", EINVAL),
-                 "^Fatal thread error: pthread_join: Invalid argument; 0 threads active, in Unknown Thread\n$");
+    EXPECT_DEATH(
+        fatalThreadError("pthread_join", EINVAL),
+        "^Fatal thread error: pthread_join: Invalid argument; 0 threads active, in Unknown Thread\n$");
 }
 
 TEST(ThreadFatalErrorDeathTest, ReportsWhatTheThreadFrameworkProvides) {
@@ -34,8 +35,8 @@ TEST(ThreadFatalErrorDeathTest, RecordsAndLogsBeforeAborting) {
             // Print what the record and the log saw, then let the routine abort.
             installLogSink([](std::string_view channel, LogLevel level, std::string_view message) {
                 const FatalThreadErrorRecord& r = fatalThreadErrorRecord();
-                fprintf(stderr, "[%.*s/%d] %.*s | %s %d\n", static_cast<int>(channel.size()), channel.data(), level,
-                        static_cast<int>(message.size()), message.data(), r.call, r.error);
+                fprintf(stderr, "[%.*s/%d] %.*s | %s %d\n", static_cast<int>(channel.size()), channel.data(),
+                        level, static_cast<int>(message.size()), message.data(), r.call, r.error);
             });
             fatalThreadError("pthread_cond_wait", EPERM);
         },

@@ -25,7 +25,7 @@ TEST(TimevalElapsedTest, MicrosecondForm) {
         {{0, 0}, {10000, 0}, "2.778 hours"},
         {{13, 0}, {10, 0}, "-3000 milliseconds"},
         {{5, 0}, {5, 0}, "0 microseconds"},
-        {Timeval::MIN_TIME, Timeval::MAX_TIME, "5124095576.0 hours"},  // saturates at 2^64-1 us
+        {Timeval::MIN_TIME, Timeval::MAX_TIME, "5124095576.0 hours"}  // saturates at 2^64-1 us
     };
     for (const Case& c : cases) {
         EXPECT_EQ(ElapsedDescription::between(c.start, c.end).toString(), c.text) << c.text;
@@ -36,18 +36,16 @@ TEST(TimevalElapsedTest, NanosecondForm) {
     struct Case {
         Timespec start, end;
         const char* text;
-    } cases[] = {
-        {{1, 0}, {1, 1}, "1 nanosecond"},
-        {{1, 0}, {1, 3000}, "3000 nanoseconds"},
-        {{1, 0}, {1, 4000}, "4 microseconds"},
-        {{1, 0}, {1, 4001}, "4.001 microseconds"},
-        {{1, 0}, {1, 5000000}, "5 milliseconds"},
-        {{1, 0}, {1, 5000001}, "5.000 milliseconds"},
-        {{1, 0}, {3, 500000000}, "2500 milliseconds"},
-        {{1, 0}, {4, 500000000}, "3.500 seconds"},
-        {{0, 0}, {36000, 0}, "10.00 hours"},
-        {{4, 0}, {1, 0}, "-3000 milliseconds"},
-    };
+    } cases[] = {{{1, 0}, {1, 1}, "1 nanosecond"},
+                 {{1, 0}, {1, 3000}, "3000 nanoseconds"},
+                 {{1, 0}, {1, 4000}, "4 microseconds"},
+                 {{1, 0}, {1, 4001}, "4.001 microseconds"},
+                 {{1, 0}, {1, 5000000}, "5 milliseconds"},
+                 {{1, 0}, {1, 5000001}, "5.000 milliseconds"},
+                 {{1, 0}, {3, 500000000}, "2500 milliseconds"},
+                 {{1, 0}, {4, 500000000}, "3.500 seconds"},
+                 {{0, 0}, {36000, 0}, "10.00 hours"},
+                 {{4, 0}, {1, 0}, "-3000 milliseconds"}};
     for (const Case& c : cases) {
         EXPECT_EQ(ElapsedDescription::between(c.start, c.end).toString(), c.text) << c.text;
     }
@@ -56,7 +54,8 @@ TEST(TimevalElapsedTest, NanosecondForm) {
 TEST(TimevalElapsedTest, SinceNowIsSmallAndPositive) {
     const ElapsedDescription d = ElapsedDescription::since(Timespec::monotonicNow());
     EXPECT_FALSE(d._negative);
-    EXPECT_TRUE(std::string(d._unit, d._unitLen) == " nanoseconds" || std::string(d._unit, d._unitLen) == " microseconds")
+    EXPECT_TRUE(std::string(d._unit, d._unitLen) == " nanoseconds" ||
+                std::string(d._unit, d._unitLen) == " microseconds")
         << d.toString();
 }
 

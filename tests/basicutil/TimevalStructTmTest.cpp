@@ -10,7 +10,7 @@ namespace basicutil {
 namespace {
 
 class TimevalStructTmTest : public ::testing::Test {
-protected:
+  protected:
     // A POSIX rule needs no zone files: one hour east of UTC, summer time from March to October.
     void SetUp() override {
         setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);

@@ -14,23 +14,20 @@ namespace {
 constexpr Timeval MAXT = Timeval::MAX_TIME;
 constexpr Timeval MINT = Timeval::MIN_TIME;
 
-
 TEST(TimevalTextTest, DecimalParseAcceptedForms) {
     struct Case {
         const char* text;
         Timeval expected;
-    } cases[] = {
-        {"0", {0, 0}},
-        {"5.", {5, 0}},
-        {"-1.25", {-2, 750000}},
-        {"1.1234567", {1, 123456}},  // truncated, not rounded
-        {"1.0000009", {1, 0}},
-        {"-0", {0, 0}},
-        {"-0.5", {-1, 500000}},
-        {"9223372036854775807.999999", {INT64_MAX, 999999}},
-        {"-9223372036854775808", {INT64_MIN, 0}},
-        {"-9223372036854775806.5", {INT64_MIN + 1, 500000}},
-    };
+    } cases[] = {{"0", {0, 0}},
+                 {"5.", {5, 0}},
+                 {"-1.25", {-2, 750000}},
+                 {"1.1234567", {1, 123456}},
+                 {"1.0000009", {1, 0}},  // truncated, not rounded
+                 {"-0", {0, 0}},
+                 {"-0.5", {-1, 500000}},
+                 {"9223372036854775807.999999", {INT64_MAX, 999999}},
+                 {"-9223372036854775808", {INT64_MIN, 0}},
+                 {"-9223372036854775806.5", {INT64_MIN + 1, 500000}}};
     for (const Case& c : cases) {
         Timeval tv{42, 42};
         EXPECT_TRUE(tv.parse_into(c.text)) << c.text;
@@ -39,15 +36,18 @@ TEST(TimevalTextTest, DecimalParseAcceptedForms) {
 }
 
 TEST(TimevalTextTest, DecimalParseRejectedForms) {
-    for (const char* text : {"", ".", ".5", "-", "-.5", "+1", " 1", "1 ", "1.2.3", "1e3", "1.5x", "0x10",
-                             "9223372036854775808", "-9223372036854775809", "18446744073709551616",
-                             "-9223372036854775807.5"}) {
+    for (const char* text :
+         {"", ".", ".5", "-", "-.5", "+1", " 1", "1 ", "1.2.3", "1e3", "1.5x", "0x10", "9223372036854775808",
+          "-9223372036854775809", "18446744073709551616", "-9223372036854775807.5"}) {
         Timeval tv{42, 42};
         EXPECT_FALSE(tv.parse_into(text)) << text;
         EXPECT_EQ(tv, (Timeval{42, 42})) << text;  // the target is left alone
     }
     Timeval tv;
-    EXPECT_FALSE(tv.mem_parse_into("12\0" "3", 4));  // an embedded NUL is just a bad byte
+    EXPECT_FALSE(
+        tv.mem_parse_into("12\0"
+                          "3",
+                          4));  // an embedded NUL is just a bad byte
 }
 
 TEST(TimevalTextTest, DecimalRender) {
@@ -55,17 +55,15 @@ TEST(TimevalTextTest, DecimalRender) {
         Timeval tv;
         unsigned digits;
         const char* expected;
-    } cases[] = {
-        {{-2, 750000}, 3, "-1.250"},
-        {{-2, 750000}, 8, "-1.25000000"},
-        {{-1, 0}, 2, "-1.00"},
-        {{-1, 999999}, 6, "-0.000001"},
-        {{1, 999999}, 3, "1.999"},  // cut, never rounded
-        {{7, 5}, 0, "7"},
-        {MINT, 1, "-9223372036854775808.0"},
-        {MAXT, 6, "9223372036854775807.999999"},
-        {{INT64_MIN, 1}, 6, "-9223372036854775807.999999"},
-    };
+    } cases[] = {{{-2, 750000}, 3, "-1.250"},
+                 {{-2, 750000}, 8, "-1.25000000"},
+                 {{-1, 0}, 2, "-1.00"},
+                 {{-1, 999999}, 6, "-0.000001"},
+                 {{1, 999999}, 3, "1.999"} /* cut, never rounded */,
+                 {{7, 5}, 0, "7"},
+                 {MINT, 1, "-9223372036854775808.0"},
+                 {MAXT, 6, "9223372036854775807.999999"},
+                 {{INT64_MIN, 1}, 6, "-9223372036854775807.999999"}};
     for (const Case& c : cases) EXPECT_EQ(c.tv.toDecimal(c.digits), c.expected);
 }
 
@@ -83,15 +81,23 @@ TEST(TimevalTextTest, DurationsInMilliseconds) {
     struct Case {
         const char* text;
         std::uint64_t ms;
-    } cases[] = {
-        {"0.0001", 1}, {"0.0004", 1},  {"0.0000", 0},   {"0.0005", 1},   {"1.2345", 1235},
-        {"2.5", 2500}, {".5", 500},    {"7", 7000},     {"7.", 7000},    {"0.00000001", 1},
-        {"0", 0},      {"1.00049", 1000}, {"1.0005", 1001},
-        {"18446744073709551", 18446744073709551000u},
-        {"18446744073709551.9999", UINT64_MAX},  // the addition would overflow
-        {"18446744073709552", UINT64_MAX},       // infinite from here on
-        {"99999999999999999999999.5", UINT64_MAX},
-    };
+    } cases[] = {{"0.0001", 1},
+                 {"0.0004", 1},
+                 {"0.0000", 0},
+                 {"0.0005", 1},
+                 {"1.2345", 1235},
+                 {"2.5", 2500},
+                 {".5", 500},
+                 {"7", 7000},
+                 {"7.", 7000},
+                 {"0.00000001", 1},
+                 {"0", 0},
+                 {"1.00049", 1000},
+                 {"1.0005", 1001},
+                 {"18446744073709551", 18446744073709551000u},
+                 {"18446744073709551.9999", UINT64_MAX},  // the addition would overflow
+                 {"18446744073709552", UINT64_MAX},       // infinite from here on
+                 {"99999999999999999999999.5", UINT64_MAX}};
     for (const Case& c : cases) {
         std::uint64_t ms = 12345;
         EXPECT_TRUE(mem_parse_seconds_as_ms(c.text, std::strlen(c.text), ms)) << c.text;
@@ -107,15 +113,13 @@ TEST(TimevalTextTest, SignedSeconds) {
     struct Case {
         const char* text;
         std::int64_t seconds;
-    } cases[] = {
-        {"0", 0},
-        {"-0", 0},
-        {"123", 123},
-        {"-9223372036854775808", INT64_MIN},
-        {"9223372036854775807", INT64_MAX},
-        {"9223372036854775808", INT64_MAX},
-        {"-99999999999999999999999", INT64_MIN},
-    };
+    } cases[] = {{"0", 0},
+                 {"-0", 0},
+                 {"123", 123},
+                 {"-9223372036854775808", INT64_MIN},
+                 {"9223372036854775807", INT64_MAX},
+                 {"9223372036854775808", INT64_MAX},
+                 {"-99999999999999999999999", INT64_MIN}};
     for (const Case& c : cases) {
         std::int64_t s = 42;
         EXPECT_TRUE(mem_parse_signed_seconds(c.text, std::strlen(c.text), s)) << c.text;
@@ -150,17 +154,15 @@ TEST(TimevalTextTest, SortableCodeEncoding) {
     struct Case {
         Timeval tv;
         const char* code;
-    } cases[] = {
-        {{0, 5}, "zNULLzTIMEzzzz"},
-        {MINT, "zMINzTIMEzzzzz"},
-        {MAXT, "zMAXzTIMEzzzzz"},
-        {{INT64_MAX, 0}, "VVVVVVVVTPLIFV"},   // not exactly a sentinel: the largest code
-        {{INT64_MIN, 1}, "VVVVVVVVTPLIFV"},
-        {{-11644473601, 0}, "VVVVVVVVTPLIFV"},  // before 1601
-        {{-11644473600, 0}, "00000000000000"},  // 1601-01-01
-        {{1, 1}, "0AR114810000V8"},
-        {{1700000000, 123456}, "0CDM90G03LNIG0"},
-    };
+    } cases[] = {{{0, 5}, "zNULLzTIMEzzzz"},
+                 {MINT, "zMINzTIMEzzzzz"},
+                 {MAXT, "zMAXzTIMEzzzzz"},
+                 {{INT64_MAX, 0}, "VVVVVVVVTPLIFV"},  // not exactly a sentinel: the largest code
+                 {{INT64_MIN, 1}, "VVVVVVVVTPLIFV"},
+                 {{-11644473601, 0}, "VVVVVVVVTPLIFV"},  // before 1601
+                 {{-11644473600, 0}, "00000000000000"},  // 1601-01-01
+                 {{1, 1}, "0AR114810000V8"},
+                 {{1700000000, 123456}, "0CDM90G03LNIG0"}};
     for (const Case& c : cases) EXPECT_EQ(c.tv.sortableCode(), c.code) << c.tv.tv_sec;
 }
 
@@ -169,20 +171,18 @@ TEST(TimevalTextTest, SortableCodeDecoding) {
         const char* code;
         bool ok;
         Timeval tv;
-    } cases[] = {
-        {"znullztimezzzz", true, {0, 0}},
-        {"ZMINZTIMEZZZZZ", true, MINT},
-        {"zmaxztimezzzzz", true, MAXT},
-        {"00000000000000", true, MAXT},  // before 1970: not an error
-        {"0cdm90g03lnig0", true, {1700000000, 123456}},
-        {"0CDM90G0TPLIFV", true, {1700000000, 1000000}},  // 999999999 ns: no carry into the seconds
-        {"0CDM90G0TPLIGV", false, {}},                    // 1000000031 ns
-        {"zNULLzTIMEzzz", false, {}},
-        {"zNULLzTIMEzzzzz", false, {}},
-        {"zNOPEzTIMEzzzz", false, {}},
-        {"0CDM90G03LNIGW", false, {}},
-        {"0CDM90G03LNIG ", false, {}},
-    };
+    } cases[] = {{"znullztimezzzz", true, {0, 0}},
+                 {"ZMINZTIMEZZZZZ", true, MINT},
+                 {"zmaxztimezzzzz", true, MAXT},
+                 {"00000000000000", true, MAXT},  // before 1970: not an error
+                 {"0cdm90g03lnig0", true, {1700000000, 123456}},
+                 {"0CDM90G0TPLIFV", true, {1700000000, 1000000}},  // 999999999 ns: no carry into the seconds
+                 {"0CDM90G0TPLIGV", false, {}},                    // 1000000031 ns
+                 {"zNULLzTIMEzzz", false, {}},
+                 {"zNULLzTIMEzzzzz", false, {}},
+                 {"zNOPEzTIMEzzzz", false, {}},
+                 {"0CDM90G03LNIGW", false, {}},
+                 {"0CDM90G03LNIG ", false, {}}};
     for (const Case& c : cases) {
         Timeval tv{42, 42};
         EXPECT_EQ(tv.decodeSortable(c.code, std::strlen(c.code)), c.ok) << c.code;
@@ -197,7 +197,8 @@ TEST(TimevalTextTest, SortableCodesSortAsTimesDo) {
     for (int i = 0; i < 20000; ++i) {
         const Timeval a{static_cast<std::int64_t>(rng() % 40000000000) - 10000000000,
                         static_cast<std::int64_t>(rng() % 1000000)};
-        const Timeval b{a.tv_sec + static_cast<std::int64_t>(rng() % 3) - 1, static_cast<std::int64_t>(rng() % 1000000)};
+        const Timeval b{a.tv_sec + static_cast<std::int64_t>(rng() % 3) - 1,
+                        static_cast<std::int64_t>(rng() % 1000000)};
         if (a.tv_sec <= 0 || b.tv_sec <= 0) continue;  // zero and pre-1970 codes are special
         ASSERT_EQ(a < b, a.sortableCode() < b.sortableCode());
         Timeval back;

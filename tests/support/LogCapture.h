@@ -10,7 +10,7 @@
 namespace basicutil::testing {
 
 class LogCapture {
-public:
+  public:
     struct Line {
         std::string channel;
         LogLevel level;
@@ -27,7 +27,7 @@ public:
         return captured;
     }
 
-private:
+  private:
     static void record(std::string_view channel, LogLevel level, std::string_view message) {
         lines().push_back({std::string(channel), level, std::string(message)});
     }
