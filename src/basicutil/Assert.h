@@ -14,13 +14,29 @@ namespace vestra::detail {
 // Every topic of the library, as assertion messages name it. Files that split a topic share its
 // name as their prefix (TimevalText.cpp reports "basicutil/Timeval"); the longest match wins.
 inline constexpr std::string_view kAssertUnits[] = {
-    "basicutil/Assert",           "basicutil/Platform",      "basicutil/Thread",
-    "basicutil/DutyCycle",        "basicutil/Timeval",       "basicutil/DateTime",
-    "basicutil/Logger",           "basicutil/Str",           "basicutil/StrVector",
-    "basicutil/UnicodeCodepoint", "basicutil/PrintfFormat",  "basicutil/PrintFloatingPoint",
-    "basicutil/BasicConversions", "basicutil/PrintHexBytes", "basicutil/HexDumper",
-    "basicutil/DecimalText",      "libzero/codepoint-width", "libzero/create-crash-dump",
-    "libzero/bounded-path",       "main/vestra-helper",      "main/ParentMonitoringThread",
+    "basicutil/Assert",
+    "basicutil/Platform",
+    "basicutil/Thread",
+    "basicutil/DutyCycle",
+    "basicutil/Timeval",
+    "basicutil/DateTime",
+    "basicutil/Logger",
+    "basicutil/Str",
+    "basicutil/StrVector",
+    "basicutil/UnicodeCodepoint",
+    "basicutil/PrintfFormat",
+    "basicutil/PrintFloatingPoint",
+    "basicutil/BasicConversions",
+    "basicutil/PrintHexBytes",
+    "basicutil/HexDumper",
+    "basicutil/DecimalText",
+    "basicutil/StartupOrder",
+    "basicutil/BaseException",
+    "libzero/codepoint-width",
+    "libzero/create-crash-dump",
+    "libzero/bounded-path",
+    "main/vestra-helper",
+    "main/ParentMonitoringThread",
 };
 
 // Maps a source path ("src/basicutil/TimevalText.cpp") to its unit ("basicutil/Timeval").

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <unistd.h>
+
 #if defined(__FreeBSD__)
 #include <pthread_np.h>
 #include <sys/param.h>  // MAXCOMLEN
@@ -46,6 +48,14 @@ int setThreadName(pthread_t thread, const char* name) noexcept {
     std::memcpy(cut, name, len);
     cut[len] = '\0';
     return pthread_setname_np(thread, cut);  // FreeBSD 12.2 and later return int, as glibc does
+}
+
+std::uint64_t currentThreadId() noexcept {
+#if defined(__FreeBSD__)
+    return static_cast<std::uint64_t>(pthread_getthreadid_np());
+#else
+    return static_cast<std::uint64_t>(gettid());
+#endif
 }
 
 const char* errorText(int errnum, char* buf, std::size_t len) noexcept {

@@ -7,6 +7,7 @@
 #include <sys/time.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 
 namespace basicutil::platform {
@@ -34,6 +35,9 @@ inline constexpr std::size_t kThreadNameMaxBytes = 15;  // TASK_COMM_LEN - 1
 // Names the thread, cutting the name to kThreadNameMaxBytes (never inside a UTF-8 sequence).
 // Returns the pthread_setname_np result (0 or an error number).
 int setThreadName(pthread_t thread, const char* name) noexcept;
+
+// The kernel's numeric id of the calling thread (gettid on Linux, pthread_getthreadid_np on FreeBSD).
+std::uint64_t currentThreadId() noexcept;
 
 // Writes the text of an error number into buf (always NUL-terminated) and returns it.
 // The two C libraries disagree on strerror_r's signature.

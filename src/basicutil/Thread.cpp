@@ -1,0 +1,462 @@
+#include "basicutil/Thread.h"
+
+#include <semaphore.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include "basicutil/Assert.h"
+#include "basicutil/DecimalText.h"
+#include "basicutil/LoggerSink.h"
+#include "basicutil/Platform.h"
+#include "basicutil/StartupOrder.h"
+#include "basicutil/ThreadClockChoice.h"
+#include "basicutil/ThreadFatalError.h"
+
+namespace basicutil {
+
+// The value of a thread-specific key, as the Thread it names.
+#define THREAD_SPECIFIC_POINTER_GET(key) static_cast<Thread*>(pthread_getspecific(key))
+
+namespace {
+
+// --- Process-wide state ---------------------------------------------------------------------
+
+constinit Thread* GLOBAL_THREAD_LIST_ROOT = nullptr;
+constinit pthread_key_t activeThreads{};  // each thread's own Thread object
+constinit std::atomic<bool> active_threads_key_created{false};
+constinit std::atomic<bool> main_thread_created{false};
+constinit pthread_t main_thread_handle{};
+constinit std::atomic<bool> have_already_started_threads{false};
+constinit std::atomic<unsigned> thread_count{0};
+constinit std::atomic<pid_t> main_thread_process_id{0};
+
+// The signal-context hand-over: one request at a time (signal_callers), the actor in
+// IN_SIGNAL_RUNNING, and a semaphore the handler posts when done (sem_post, unlike a condition
+// variable, is safe in a signal handler).
+class SignalRunComplete final : public Thread::InSignalContextActor {
+    void run() override {}
+} signal_run_complete;
+Thread::InSignalContextActor* const IN_SIGNAL_COMPLETE = &signal_run_complete;
+constinit std::atomic<Thread::InSignalContextActor*> IN_SIGNAL_RUNNING{nullptr};
+
+std::string errorText(int errnum) {
+    char buf[256];
+    return platform::errorText(errnum, buf, sizeof buf);
+}
+
+// "<caller>: about to throw a ThreadException: <call>: <strerror>; <n> threads active", logged
+// and thrown.
+[[noreturn]] void throwThreadException(const char* call, int errnum, const std::string& creating = {}) {
+    std::string message = Thread::currentThreadName();
+    message += ": about to throw a ThreadException: ";
+    message += call;
+    message += ": ";
+    message += errorText(errnum);
+    message += "; ";
+    appendUnsigned(message, Thread::threadsActive());
+    message += " threads active";
+    if (!creating.empty()) message += ". Trying to create " + creating;
+    logToChannel("Thread", LOG_ERROR, message);
+    throw ThreadException(message);
+}
+
+FatalThreadContext fatalContext() noexcept {
+    return {Thread::threadsActive(), Thread::currentThreadName()};
+}
+
+struct ThreadGlobals {
+    pthread_mutex_t mutex;
+    pthread_mutex_t signal_callers;
+    sem_t signal_done;
+
+    ThreadGlobals() {
+        recordStartupEvent("+basicutil/Thread");
+        if (int rc = pthread_mutex_init(&mutex, nullptr)) throwThreadException("pthread_mutex_init", rc);
+        if (int rc = pthread_mutex_init(&signal_callers, nullptr))
+            throwThreadException("pthread_mutex_init", rc);
+        if (sem_init(&signal_done, 0, 0) != 0) throwThreadException("sem_init", errno);
+        if (int rc = pthread_key_create(&activeThreads, nullptr))
+            throwThreadException("pthread_key_create", rc);
+        active_threads_key_created.store(true);
+        installFatalThreadContextProvider(&fatalContext);
+    }
+    ~ThreadGlobals() {
+        installFatalThreadContextProvider(nullptr);
+        active_threads_key_created.store(false);
+        checkThreadCall(pthread_key_delete(activeThreads), "pthread_key_delete");
+        if (sem_destroy(&signal_done) != 0) checkThreadCall(errno, "sem_destroy");
+        checkThreadCall(pthread_mutex_destroy(&signal_callers), "pthread_mutex_destroy");
+        checkThreadCall(pthread_mutex_destroy(&mutex), "pthread_mutex_destroy");
+        recordStartupEvent("-basicutil/Thread");
+    }
+};
+ThreadGlobals globals VESTRA_STARTUP(STARTUP_THREAD);
+
+// Holds the process-wide mutex for a scope.
+class ProcessLock {
+  public:
+    ProcessLock() { checkThreadCall(pthread_mutex_lock(&globals.mutex), "pthread_mutex_lock"); }
+    ~ProcessLock() { checkThreadCall(pthread_mutex_unlock(&globals.mutex), "pthread_mutex_unlock"); }
+    ProcessLock(const ProcessLock&) = delete;
+    ProcessLock& operator=(const ProcessLock&) = delete;
+};
+
+Thread* currentThreadObject() noexcept {
+    return active_threads_key_created.load() ? THREAD_SPECIFIC_POINTER_GET(activeThreads) : nullptr;
+}
+
+// Waits and elapsed times share one clock: the condition follows the process's clock choice.
+void initStartCondition(pthread_cond_t& condition) {
+    if (!useMonotonicClock()) {
+        if (int rc = pthread_cond_init(&condition, nullptr)) throwThreadException("pthread_cond_init", rc);
+        return;
+    }
+    pthread_condattr_t attributes;
+    if (int rc = pthread_condattr_init(&attributes)) throwThreadException("pthread_condattr_init", rc);
+    int rc = pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+    const char* failed = "pthread_condattr_setclock";
+    if (rc == 0) {
+        rc = pthread_cond_init(&condition, &attributes);
+        failed = "pthread_cond_init";
+    }
+    checkThreadCall(pthread_condattr_destroy(&attributes), "pthread_condattr_destroy");
+    if (rc != 0) throwThreadException(failed, rc);
+}
+
+// An attribute that cannot be set is logged and creation goes on.
+void warnIfFailed(int rc, const char* what) {
+    if (rc == 0) return;
+    logToChannel("Thread", LOG_WARN, std::string("cannot override thread ") + what + errorText(rc));
+}
+
+void sigusr1_handler(int) {
+    const int savedErrno = errno;
+    VESTRA_ASSERT(IN_SIGNAL_RUNNING != nullptr);
+    IN_SIGNAL_RUNNING.load()->run();
+    IN_SIGNAL_RUNNING.store(IN_SIGNAL_COMPLETE);
+    if (sem_post(&globals.signal_done) != 0) std::abort();  // the requester would wait forever
+    errno = savedErrno;
+}
+
+}  // namespace
+
+// --- Creation -------------------------------------------------------------------------------
+
+ThreadAttributes ThreadAttributes::defaults() noexcept {
+    return {platform::kSchedOther, 0, kDefaultStackBytes};
+}
+
+Thread::Thread(CreateTag, const ThreadAttributes& attributes, std::string name)
+    : _name(std::move(name)), _priority(attributes.priority), _policy(attributes.policy) {
+    thread_count.fetch_add(1);
+    std::erase(_name, ' ');
+    VESTRA_ASSERT(main_thread_created && "Thread created before main thread!");
+    try {
+        initStartCondition(_start_condition);
+    } catch (...) {
+        thread_count.fetch_sub(1);
+        throw;
+    }
+
+    const Thread* creator = currentThreadObject();
+    const bool defaultAttributes = _policy == platform::kSchedOther &&
+                                   attributes.stackBytes == ThreadAttributes::kDefaultStackBytes &&
+                                   (creator == nullptr || creator->_policy == platform::kSchedOther);
+    int rc;
+    if (defaultAttributes) {
+        rc = pthread_create(&_handle, nullptr, &Thread::threadFrame, this);
+    } else {
+        pthread_attr_t attr;
+        checkThreadCall(pthread_attr_init(&attr), "pthread_attr_init");
+        warnIfFailed(pthread_attr_setstacksize(&attr, attributes.stackBytes),
+                     "stack size: pthread_attr_setstacksize(): ");
+        warnIfFailed(pthread_attr_setinheritsched(&attr, PTHREAD_EXPLICIT_SCHED),
+                     "inherit sched: pthread_attr_setinheritsched(): ");
+        warnIfFailed(pthread_attr_setschedpolicy(&attr, _policy),
+                     "scheduling policy: pthread_attr_setschedpolicy(): ");
+        sched_param param{};
+        param.sched_priority = _priority;
+        warnIfFailed(pthread_attr_setschedparam(&attr, &param),
+                     "scheduling parameter: pthread_attr_setschedparam(): ");
+        rc = pthread_create(&_handle, &attr, &Thread::threadFrame, this);
+        checkThreadCall(pthread_attr_destroy(&attr), "pthread_attr_destroy");
+    }
+    if (rc != 0) {
+        checkThreadCall(pthread_cond_destroy(&_start_condition), "pthread_cond_destroy");
+        thread_count.fetch_sub(1);
+        throwThreadException("pthread_create", rc, _name);
+    }
+    _has_posix_thread = true;
+}
+
+Thread::Thread(MainThreadTag) : _name("MainThread"), _policy(platform::kSchedOther) {
+    VESTRA_ASSERT(!main_thread_created && "Main Thread created twice!");
+    thread_count.fetch_add(1);
+    try {
+        initStartCondition(_start_condition);
+    } catch (...) {
+        thread_count.fetch_sub(1);
+        throw;
+    }
+}
+
+// --- The thread frame -------------------------------------------------------------------------
+
+void* Thread::threadFrame(void* arg) {
+    Thread* const instance = static_cast<Thread*>(arg);
+    ThreadScratch scratch;
+    instance->_scratchp.store(perThreadScratch(&scratch));
+
+    // A name the platform refuses is worth a warning, never the process.
+    if (int rc = platform::setThreadName(pthread_self(), instance->_name.c_str())) {
+        logToChannel("Thread", LOG_WARN,
+                     "cannot name thread " + instance->_name + ": pthread_setname_np(): " + errorText(rc));
+    }
+    instance->_thread_id.store(platform::currentThreadId());
+    VESTRA_ASSERT(THREAD_SPECIFIC_POINTER_GET(activeThreads) == nullptr);
+    checkThreadCall(pthread_setspecific(activeThreads, instance), "pthread_setspecific");
+
+    if (instance->waitForGo()) {
+        instance->callMainAndDiscardTerminateException();
+        // Not the links themselves: a newer thread's insertion rewrites them under the mutex.
+        if (instance->_listed) instance->removeFromGlobalThreadList();
+    }
+
+    VESTRA_ASSERT(instance->_scratchp == perThreadScratch(&scratch));
+    instance->_scratchp.store(nullptr);
+    checkThreadCall(pthread_setspecific(activeThreads, nullptr), "pthread_setspecific");
+    return nullptr;
+}
+
+// Parks until go(); false when the object is being torn down instead.
+bool Thread::waitForGo() {
+    ProcessLock lock;
+    while (!_ready_to_run.load()) {
+        checkThreadCall(pthread_cond_wait(&_start_condition, &globals.mutex), "pthread_cond_wait");
+    }
+    const Thread* thr = this;
+    VESTRA_ASSERT(thr->_ready_to_run.load());
+    if (_did_join.load() == ALREADY_DESTRUCTING) return false;
+    if (_listed) addToGlobalThreadList();
+    return true;
+}
+
+void Thread::callMainAndDiscardTerminateException() {
+    VESTRA_ASSERT(!currentIsMainThread());
+    try {
+        main();
+    } catch (const TerminateException& e) {
+        runCleanups();
+        logToChannel("Thread", LOG_INFO, std::string("caught Thread::TerminateException: ") + e.what());
+    } catch (...) {
+        runCleanups();
+        throw;  // on to the terminate handler
+    }
+}
+
+void Thread::runCleanups() noexcept {
+    std::vector<std::unique_ptr<CleanupObject>> doomed;
+    doomed.swap(_cleanups);
+    doomed.clear();
+}
+
+// --- The process-wide list (callers hold the mutex, or take it) ----------------------------------
+
+void Thread::addToGlobalThreadList() {
+    VESTRA_ASSERT(_global_thread_list_prevp == nullptr);
+    VESTRA_ASSERT(_global_thread_list_next == nullptr);
+    Thread* const n = GLOBAL_THREAD_LIST_ROOT;
+    _global_thread_list_prevp = &GLOBAL_THREAD_LIST_ROOT;
+    _global_thread_list_next = n;
+    GLOBAL_THREAD_LIST_ROOT = this;
+    if (n != nullptr) {
+        VESTRA_ASSERT(n->_global_thread_list_prevp == &GLOBAL_THREAD_LIST_ROOT);
+        n->_global_thread_list_prevp = &_global_thread_list_next;
+    }
+}
+
+void Thread::removeFromGlobalThreadList() {
+    ProcessLock lock;
+    VESTRA_ASSERT(_global_thread_list_prevp != nullptr);
+    VESTRA_ASSERT(*_global_thread_list_prevp == this);
+    *_global_thread_list_prevp = _global_thread_list_next;
+    if (Thread* const n = _global_thread_list_next) {
+        VESTRA_ASSERT(n->_global_thread_list_prevp == &_global_thread_list_next);
+        n->_global_thread_list_prevp = _global_thread_list_prevp;
+    }
+    _global_thread_list_prevp = nullptr;
+    _global_thread_list_next = nullptr;
+}
+
+void Thread::excludeFromGlobalThreadList() {
+    ProcessLock lock;
+    VESTRA_ASSERT(!_ready_to_run.load());
+    _listed = false;
+}
+
+void Thread::iterateEachRunning(iterate_running_threads_callback& callback) {
+    ProcessLock lock;
+    for (Thread* t = GLOBAL_THREAD_LIST_ROOT; t != nullptr; t = t->_global_thread_list_next)
+        callback.visit(*t);
+}
+
+// --- Start and join -------------------------------------------------------------------------
+
+void Thread::go() {
+    ProcessLock lock;
+    VESTRA_ASSERT(!_ready_to_run.load());
+    _ready_to_run.store(true);
+    have_already_started_threads.store(true);
+    checkThreadCall(pthread_cond_broadcast(&_start_condition), "pthread_cond_broadcast");
+}
+
+void Thread::join() {
+    {
+        ProcessLock lock;
+        VESTRA_ASSERT(_did_join.load() == DID_NOT_JOIN);
+        _did_join.store(JOINED);
+    }
+    checkThreadCall(pthread_join(_handle, nullptr), "pthread_join");
+}
+
+void Thread::joinEvenIfUnstarted() {
+    bool unstarted = false;
+    {
+        ProcessLock lock;
+        VESTRA_ASSERT(_did_join.load() == DID_NOT_JOIN);
+        if (!_ready_to_run.load()) {
+            unstarted = true;
+            _ready_to_run.store(true);
+            _did_join.store(ALREADY_DESTRUCTING);
+            checkThreadCall(pthread_cond_broadcast(&_start_condition), "pthread_cond_broadcast");
+        } else {
+            _did_join.store(JOINED);
+        }
+    }
+    checkThreadCall(pthread_join(_handle, nullptr), "pthread_join");
+    if (unstarted) {
+        ProcessLock lock;
+        VESTRA_ASSERT(_did_join.load() == ALREADY_DESTRUCTING);
+        _did_join.store(JOINED);
+    }
+}
+
+Thread::~Thread() {
+    if (!_cleanups.empty()) {
+        if (main_thread_created) VESTRA_ASSERT(currentIsMainThread());  // left-overs die on the main thread
+        runCleanups();
+    }
+    bool reap = false;
+    {
+        ProcessLock lock;
+        if (_did_join.load() != JOINED) {
+            // A thread released by go() must have been joined before its object goes away.
+            VESTRA_ASSERT(_did_join.load() == DID_NOT_JOIN);
+            VESTRA_ASSERT(!_ready_to_run.load());
+            _ready_to_run.store(true);
+            _did_join.store(ALREADY_DESTRUCTING);
+            checkThreadCall(pthread_cond_broadcast(&_start_condition), "pthread_cond_broadcast");
+            reap = _has_posix_thread;
+        }
+    }
+    // The parked thread still reads this object on its way out: wait for it.
+    if (reap) checkThreadCall(pthread_join(_handle, nullptr), "pthread_join");
+    checkThreadCall(pthread_cond_destroy(&_start_condition), "pthread_cond_destroy");
+    thread_count.fetch_sub(1);
+}
+
+// --- The main thread --------------------------------------------------------------------------
+
+MainThread::MainThread() : Thread(MainThreadTag{}) {
+    _handle = pthread_self();
+    main_thread_handle = _handle;
+    main_thread_created.store(true);
+    _thread_id.store(platform::currentThreadId());
+    VESTRA_ASSERT(THREAD_SPECIFIC_POINTER_GET(activeThreads) == nullptr);
+    checkThreadCall(pthread_setspecific(activeThreads, this), "pthread_setspecific");
+
+    struct sigaction action {};
+    action.sa_handler = &sigusr1_handler;
+    action.sa_flags = SA_RESTART;  // interrupted reads (fgets) resume instead of failing
+    if (sigemptyset(&action.sa_mask) != 0) fatalThreadError("sigemptyset", errno);
+    if (sigaction(SIGUSR1, &action, nullptr) != 0) fatalThreadError("sigaction", errno);
+    IN_SIGNAL_RUNNING.store(nullptr);
+    main_thread_process_id.store(getpid());
+}
+
+MainThread::~MainThread() {
+    VESTRA_ASSERT(THREAD_SPECIFIC_POINTER_GET(activeThreads) == this);
+    checkThreadCall(pthread_setspecific(activeThreads, nullptr), "pthread_setspecific");
+    main_thread_created.store(false);
+}
+
+void EmptyMainThread::main() {
+    std::abort();
+}
+
+// --- Questions about the caller ---------------------------------------------------------------
+
+void Thread::assertNotMultithreadedYet() {
+    VESTRA_ASSERT(!have_already_started_threads);
+}
+
+bool Thread::currentIsMainThread() noexcept {
+    return main_thread_created.load() && pthread_equal(pthread_self(), main_thread_handle) != 0;
+}
+
+bool Thread::isCurrent() const noexcept {
+    return (_has_posix_thread || currentIsMainThread()) && pthread_equal(pthread_self(), _handle) != 0;
+}
+
+const char* Thread::currentThreadName() noexcept {
+    if (const Thread* t = currentThreadObject()) return t->_name.c_str();
+    return currentIsMainThread() ? "MainThread" : "Unknown Thread";
+}
+
+unsigned Thread::threadsActive() noexcept {
+    return thread_count.load();
+}
+
+// --- Signal context -------------------------------------------------------------------------
+
+void Thread::runInUnixSignalContext(InSignalContextActor* actor) {
+    VESTRA_ASSERT(actor != nullptr);
+    VESTRA_ASSERT(!isCurrent());
+    VESTRA_ASSERT(actor != IN_SIGNAL_COMPLETE);
+    checkThreadCall(pthread_mutex_lock(&globals.signal_callers), "pthread_mutex_lock");
+    IN_SIGNAL_RUNNING.store(actor);
+    checkThreadCall(pthread_kill(_handle, SIGUSR1), "pthread_kill");
+    while (sem_wait(&globals.signal_done) != 0) {
+        if (errno != EINTR) fatalThreadError("sem_wait", errno);
+    }
+    IN_SIGNAL_RUNNING.store(nullptr);
+    checkThreadCall(pthread_mutex_unlock(&globals.signal_callers), "pthread_mutex_unlock");
+}
+
+// --- State dump -----------------------------------------------------------------------------
+
+void Thread::dumpState(std::string& out) const {
+    out += "Thread: \"";
+    out += _name;
+    out += "\", did_join=";
+    appendSigned(out, _did_join.load());
+    if (_ready_to_run.load()) out += ", ready_to_run";
+    if (main_thread_created.load() && pthread_equal(_handle, main_thread_handle) != 0) out += ", main_thread";
+    out += ", token=";
+    appendUnsigned(out, _thread_id.load());
+    const FatalThreadErrorRecord& fatal = fatalThreadErrorRecord();
+    if (std::string_view(fatal.call) != "none" && _name == fatal.threadName) {
+        out += "; Dying on fatal thread error: ";
+        out += fatal.call;
+        out += ", error ";
+        appendSigned(out, fatal.error);
+        out += ", in ";
+        out += fatal.threadName;
+    }
+}
+
+}  // namespace basicutil

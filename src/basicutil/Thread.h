@@ -1,0 +1,186 @@
+// Threads with a strict life cycle.
+//
+// Constructing a Thread creates the operating-system thread at once, parked. go() releases it to
+// run main() inside a frame that installs its per-thread state; it is then joined exactly once,
+// by join() or by joinEvenIfUnstarted() (which destructors use). A thread destroyed before go()
+// wakes, returns without running main(), and is reaped by the destructor.
+//
+// The program's own main thread is represented by a MainThread, which must exist before any
+// other Thread. Running threads sit on one process-wide list (unless excluded) that crash
+// reporting walks. One process-wide mutex guards that list and every start and join transition.
+// A failing POSIX thread call ends the process through fatalThreadError (ThreadFatalError.h).
+#pragma once
+
+#include <pthread.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "basicutil/BaseException.h"
+#include "basicutil/PrintfFormatArgs.h"
+
+namespace basicutil {
+
+// Raised when a thread cannot be created.
+class ThreadException : public BaseException {
+  public:
+    using BaseException::BaseException;
+    const char* typeName() const noexcept override { return "ThreadException"; }
+};
+
+// How a thread is created. The defaults create with the process's default attributes.
+struct ThreadAttributes {
+    static constexpr std::size_t kDefaultStackBytes = 2097152;  // 2 MiB
+    int policy;                                                 // platform::kSchedOther, ...
+    int priority = 0;
+    std::size_t stackBytes = kDefaultStackBytes;
+    static ThreadAttributes defaults() noexcept;
+};
+
+// The per-thread scratch area; it lives on the running thread's own stack.
+struct ThreadScratch {
+    char text[512];
+};
+
+class Thread {
+  public:
+    enum DidJoin : std::int32_t { DID_NOT_JOIN = 0, JOINED = 1, ALREADY_DESTRUCTING = 2 };
+
+    // Thrown by a thread's body to end itself; the frame catches and logs it.
+    class TerminateException : public BaseException {
+      public:
+        using BaseException::BaseException;
+        const char* typeName() const noexcept override { return "Thread::TerminateException"; }
+    };
+
+    // An action that runInUnixSignalContext makes another thread run in its SIGUSR1 handler. It
+    // must restrict itself to what is safe there.
+    class InSignalContextActor {
+      public:
+        virtual ~InSignalContextActor() = default;
+        virtual void run() = 0;
+    };
+
+    // Owned by a thread and deleted if its body ends by an exception.
+    class CleanupObject {
+      public:
+        virtual ~CleanupObject() = default;
+    };
+
+    // Visitor of iterateEachRunning; called with the process-wide mutex held.
+    class iterate_running_threads_callback {
+      public:
+        virtual ~iterate_running_threads_callback() = default;
+        virtual void visit(Thread& thread) = 0;
+    };
+
+    // The name is printf-style (blanks are removed after formatting).
+    template <typename... Args>
+    explicit Thread(std::string_view nameFormat, const Args&... args)
+        : Thread(CreateTag{}, ThreadAttributes::defaults(), formatPrintf(nameFormat, args...)) {}
+    template <typename... Args>
+    Thread(const ThreadAttributes& attributes, std::string_view nameFormat, const Args&... args)
+        : Thread(CreateTag{}, attributes, formatPrintf(nameFormat, args...)) {}
+
+    Thread(const Thread&) = delete;
+    Thread& operator=(const Thread&) = delete;
+    virtual ~Thread();
+
+    // Appends this thread's state for the crash log.
+    virtual void dumpState(std::string& out) const;
+    // The body.
+    virtual void main() = 0;
+
+    void go();                           // once
+    void join();                         // at most once, after go()
+    void joinEvenIfUnstarted();          // once, whether or not go() was called
+    void excludeFromGlobalThreadList();  // before go()
+
+    // Makes this thread (never the caller) run `actor` inside its SIGUSR1 handler; returns when
+    // the actor has finished. Calls from several threads are served one at a time.
+    void runInUnixSignalContext(InSignalContextActor* actor);
+
+    static void iterateEachRunning(iterate_running_threads_callback& callback);
+    static void assertNotMultithreadedYet();
+    static bool currentIsMainThread() noexcept;
+    // The calling thread's name: its Thread's name, "MainThread", or "Unknown Thread".
+    static const char* currentThreadName() noexcept;
+    // Thread objects alive in the process, the main thread's included.
+    static unsigned threadsActive() noexcept;
+
+    bool isCurrent() const noexcept;
+    const std::string& name() const noexcept { return _name; }
+    std::uint64_t threadId() const noexcept { return _thread_id.load(); }
+    int policy() const noexcept { return _policy; }
+
+  protected:
+    // Objects deleted when the body ends by an exception (or, left over, with the object).
+    void addCleanup(std::unique_ptr<CleanupObject> object) { _cleanups.push_back(std::move(object)); }
+
+  private:
+    friend class MainThread;
+    struct MainThreadTag {};
+    Thread(MainThreadTag);
+    struct CreateTag {};
+    Thread(CreateTag, const ThreadAttributes& attributes, std::string name);
+
+    static void* threadFrame(void* arg);
+    bool waitForGo();
+    void callMainAndDiscardTerminateException();
+    void addToGlobalThreadList();
+    void removeFromGlobalThreadList();
+    void runCleanups() noexcept;
+    static ThreadScratch* perThreadScratch(ThreadScratch* scratch) noexcept { return scratch; }
+
+    std::atomic<std::int32_t> _did_join{DID_NOT_JOIN};
+    pthread_t _handle{};
+    std::string _name;
+    std::atomic<std::uint64_t> _thread_id{0};
+    std::atomic<bool> _ready_to_run{false};
+    bool _listed = true;
+    Thread** _global_thread_list_prevp = nullptr;
+    Thread* _global_thread_list_next = nullptr;
+    pthread_cond_t _start_condition;
+    std::vector<std::unique_ptr<CleanupObject>> _cleanups;
+    std::atomic<ThreadScratch*> _scratchp{nullptr};
+    int _priority = 0;
+    int _policy;
+    bool _has_posix_thread = false;
+};
+
+// The thread that runs the program's main. Construct it first, in main, before any other Thread.
+class MainThread : public Thread {
+  public:
+    MainThread();
+    ~MainThread() override;
+};
+
+// A MainThread with no body of its own: its main() aborts.
+class EmptyMainThread : public MainThread {
+  public:
+    void main() override;
+};
+
+// A thread whose body is a stored function; an empty function raises std::bad_function_call.
+class ThreadFunction : public Thread {
+  public:
+    template <typename... Args>
+    ThreadFunction(std::function<void()> body, std::string_view nameFormat, const Args&... args)
+        : Thread(nameFormat, args...), _body(std::move(body)) {}
+    template <typename... Args>
+    ThreadFunction(std::function<void()> body, const ThreadAttributes& attributes,
+                   std::string_view nameFormat, const Args&... args)
+        : Thread(attributes, nameFormat, args...), _body(std::move(body)) {}
+    void main() override { _body(); }
+
+  private:
+    std::function<void()> _body;
+};
+
+}  // namespace basicutil
