@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <random>
+#include <vector>
 
 namespace basicutil {
 namespace {
@@ -29,41 +31,20 @@ std::string reference(double v, unsigned precision, unsigned width) {
     return buf;
 }
 
-TEST(DecimalTextTest, FixedMatchesPrintfOnTiesAndEdges) {
-    const double values[] = {0.0,
-                             -0.0,
-                             0.0625,
-                             0.125,
-                             2.5,
-                             2.777777,
-                             9.95,
-                             99.5,
-                             0.0005,
-                             1e-300,
-                             3000.5,
-                             1e15,
-                             123456789.987654321,
-                             18446744073709549568.0,
-                             -2.5,
-                             0.9999996};
+// Ties, the extremes of the range, and random magnitudes from 1e-12 to 1e18.
+TEST(DecimalTextTest, FixedMatchesPrintf) {
+    std::vector<double> values = {0.0,      -0.0, 0.0625, 0.125,     2.5,
+                                  2.777777, 9.95, 99.5,   0.0005,    1e-300,
+                                  3000.5,   1e15, -2.5,   0.9999996, 18446744073709549568.0};
+    std::mt19937_64 rng(42);
+    std::uniform_real_distribution<double> exponent(-12, 18);
+    for (int i = 0; i < 5000; ++i) values.push_back(std::pow(10.0, exponent(rng)));
     for (double v : values) {
         for (unsigned p = 0; p <= 9; ++p) {
             std::string got;
             appendFixed(got, v, p, 5);
-            EXPECT_EQ(got, reference(v, p, 5)) << v << " precision " << p;
+            ASSERT_EQ(got, reference(v, p, 5)) << v << " precision " << p;
         }
-    }
-}
-
-TEST(DecimalTextTest, FixedMatchesPrintfOnRandomValues) {
-    std::mt19937_64 rng(42);
-    std::uniform_real_distribution<double> exponent(-12, 18);
-    for (int i = 0; i < 20000; ++i) {
-        const double v = std::pow(10.0, exponent(rng));
-        const unsigned p = static_cast<unsigned>(rng() % 4);
-        std::string got;
-        appendFixed(got, v, p, 5);
-        ASSERT_EQ(got, reference(v, p, 5)) << v;
     }
 }
 

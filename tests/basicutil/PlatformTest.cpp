@@ -9,13 +9,6 @@
 namespace basicutil::platform {
 namespace {
 
-TEST(PlatformTest, SchedulingPolicyNames) {
-    EXPECT_STREQ(schedulingPolicyName(kSchedOther), "other");
-    EXPECT_STREQ(schedulingPolicyName(kSchedFifo), "fifo");
-    EXPECT_STREQ(schedulingPolicyName(kSchedRoundRobin), "round_robin");
-    EXPECT_EQ(schedulingPolicyName(12345), nullptr);
-}
-
 TEST(PlatformTest, ThreadNameIsCutToTheLimitWithoutSplittingUtf8) {
     struct Case {
         std::string name;

@@ -66,16 +66,6 @@ TEST(TimevalTest, Differences) {
     EXPECT_EQ(MAXT.diffUsec(MINT), -1);  // unchecked: wraps without trapping
 }
 
-TEST(TimevalTest, OrderingBySecondsThenMicroseconds) {
-    const Timeval ordered[] = {MINT, {-2, 750000}, {-1, 0}, {0, 0}, {0, 1}, {1, 0}, MAXT};
-    for (std::size_t i = 0; i < std::size(ordered); ++i) {
-        for (std::size_t j = 0; j < std::size(ordered); ++j) {
-            EXPECT_EQ(ordered[i].compare(ordered[j]) < 0, i < j);
-            EXPECT_EQ(ordered[i] <= ordered[j], i <= j);
-        }
-    }
-}
-
 TEST(TimevalTest, TruncateAndSnap) {
     Timeval tv{127, 999999};
     tv.truncateToSeconds(60);

@@ -1,11 +1,11 @@
 // The helper end to end, as its parent runs it: a child process with a pipe on standard input.
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -79,19 +79,15 @@ std::vector<std::string> readLines(const std::string& path) {
     return lines;
 }
 
+// The names of the process's threads, sorted.
 std::vector<std::string> taskNames(pid_t pid) {
     std::vector<std::string> names;
-    const std::string dir = "/proc/" + std::to_string(pid) + "/task";
-    DIR* d = opendir(dir.c_str());
-    if (d == nullptr) return names;
-    while (dirent* e = readdir(d)) {
-        if (e->d_name[0] == '.') continue;
-        std::ifstream comm(dir + "/" + e->d_name + "/comm");
-        std::string name;
-        std::getline(comm, name);
-        names.push_back(name);
+    std::error_code ignored;  // the process may be gone already
+    for (const auto& task :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task", ignored)) {
+        std::ifstream comm(task.path() / "comm");
+        std::getline(comm, names.emplace_back());
     }
-    closedir(d);
     std::sort(names.begin(), names.end());
     return names;
 }
