@@ -1,5 +1,5 @@
 # Everything starts here: `make run` and `make test` work on a fresh machine.
-.PHONY: all deps build run test asan tsan fuzz clean
+.PHONY: all deps build run test asan tsan fuzz unicode-tables clean
 
 JOBS ?= 2
 FUZZ_SECONDS ?= 30
@@ -42,6 +42,14 @@ fuzz: deps
 	cmake --preset fuzz
 	cmake --build --preset fuzz -j $(JOBS)
 	sh scripts/run-fuzzers.sh build/fuzz/bin $(FUZZ_SECONDS)
+
+# Regenerates the Unicode tables from the character database and fails if they differ from
+# what is committed (the changed files stay in the tree for a look).
+UCD ?= ../shared/ucd/8.0.0
+unicode-tables: deps
+	python3 tools/gen-unicode-tables.py $(UCD)
+	git diff --exit-code --stat -- src/basicutil/UnicodeCodepointTables.cpp src/libzero/codepoint-width-tables.cpp
+	@echo "unicode tables: identical to the committed ones"
 
 clean:
 	rm -rf build

@@ -4,9 +4,11 @@
 # installs what is missing, and it never downloads anything outside the package manager.
 set -eu
 
-DEBIAN_PACKAGES="cmake ninja-build g++ clang libclang-rt-dev pkg-config
-libgtest-dev libgmock-dev libbenchmark-dev libdouble-conversion-dev libpcre2-dev"
-FREEBSD_PACKAGES="cmake ninja pkgconf googletest benchmark double-conversion pcre2"
+# python3 runs the table generator (and the test that checks its output against the tree);
+# ICU is the benchmarks' peer for case conversion.
+DEBIAN_PACKAGES="cmake ninja-build g++ clang libclang-rt-dev pkg-config python3
+libgtest-dev libgmock-dev libbenchmark-dev libdouble-conversion-dev libpcre2-dev libicu-dev"
+FREEBSD_PACKAGES="cmake ninja pkgconf python3 googletest benchmark double-conversion pcre2 icu"
 
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"

@@ -1,0 +1,366 @@
+#include "basicutil/UnicodeCodepoint.h"
+
+#include <cctype>
+
+#include "basicutil/Assert.h"
+#include "basicutil/UnicodeCodepointTables.h"
+
+#define ARRAY_ELEMENTS(a) (sizeof(a) / sizeof((a)[0]))
+
+namespace basicutil {
+
+// --- Packing -------------------------------------------------------------------------------------
+
+std::uint32_t codepoint_to_utf8bytes(std::uint32_t _cp) noexcept {
+    VESTRA_ASSERT(_cp >= 0x80);
+    const std::uint32_t cp = _cp;
+    VESTRA_ASSERT(cp <= 0x10FFFF);
+    if (cp < 0x800) return 0xC080 | ((cp << 2) & 0x1F00) | (cp & 0x3F);
+    if (cp < 0x10000) return 0xE08080 | ((cp << 4) & 0x0F0000) | ((cp << 2) & 0x3F00) | (cp & 0x3F);
+    return 0xF0808080 | ((cp << 6) & 0x07000000) | ((cp << 4) & 0x3F0000) | ((cp << 2) & 0x3F00) |
+           (cp & 0x3F);
+}
+
+std::uint32_t utf8bytes_to_codepoint(std::uint32_t u) noexcept {
+    if (u < 0x80) return u;
+    if (u <= 0xE0807F) {
+        VESTRA_ASSERT(u >= 0xC280);
+        VESTRA_ASSERT(u <= 0xDFBF);
+        return ((u >> 2) & 0x7C0) | (u & 0x3F);
+    }
+    if (u <= 0xF080807F) {
+        VESTRA_ASSERT(u >= 0xE0A080);
+        VESTRA_ASSERT(u <= 0xEFBFBF);
+        return ((u >> 4) & 0xF000) | ((u >> 2) & 0xFC0) | (u & 0x3F);
+    }
+    VESTRA_ASSERT(u >= 0xF0908080);
+    VESTRA_ASSERT(u <= 0xF48FBFBF);
+    return ((u >> 6) & 0x1C0000) | ((u >> 4) & 0x3F000) | ((u >> 2) & 0xFC0) | (u & 0x3F);
+}
+
+// --- Properties ----------------------------------------------------------------------------------
+
+std::uint32_t flags_from_utf8bytes(std::uint32_t utf8bytes) noexcept {
+    VESTRA_ASSERT(utf8bytes >= 0xC280);
+    // The first range that starts after the key; the terminator (0xFFFFFFFF) bounds the search.
+    unsigned lo = 0, hi = kUnicodePropertyRangeCount;
+    while (lo < hi) {
+        const unsigned mid = lo + (hi - lo) / 2;
+        if (unicode_property_ranges[mid].utf8bytes <= utf8bytes)
+            lo = mid + 1;
+        else
+            hi = mid;
+    }
+    const unsigned m = lo;
+    VESTRA_ASSERT(m > 0);
+    return unicode_property_ranges[m - 1].flags;
+}
+
+std::uint32_t flags_from_cp(std::uint32_t _cp) noexcept {
+    VESTRA_ASSERT(_cp >= 0x80);
+    return flags_from_utf8bytes(codepoint_to_utf8bytes(_cp));
+}
+
+namespace {
+
+std::uint32_t caseClass(std::uint32_t flags) {
+    return flags & UNICODE_CASE_MASK;
+}
+
+// The other case of a packed value, or the value itself when `from` is not its case.
+std::uint32_t mapPacked(std::uint32_t packed, std::uint32_t flags, std::uint32_t from, bool toLower) {
+    const std::uint32_t cls = caseClass(flags);
+    if (cls == from) return packed ^ (flags & UNICODE_CASE_DELTA_MASK);
+    if (cls == UNICODE_CASE_ALTERNATING) return toLower ? (packed | 1) : (packed & ~std::uint32_t{1});
+    return packed;
+}
+
+std::uint32_t mapCodepoint(std::uint32_t cp, bool toLower) {
+    if (cp < 0x80) {
+        if (toLower) return cp >= 'A' && cp <= 'Z' ? cp + 32 : cp;
+        return cp >= 'a' && cp <= 'z' ? cp - 32 : cp;
+    }
+    const std::uint32_t packed = codepoint_to_utf8bytes(cp);
+    const std::uint32_t flags = flags_from_utf8bytes(packed);
+    return utf8bytes_to_codepoint(
+        mapPacked(packed, flags, toLower ? UNICODE_CASE_UPPER : UNICODE_CASE_LOWER, toLower));
+}
+
+}  // namespace
+
+bool codepoint_is_lower(std::uint32_t cp) noexcept {
+    if (cp < 0x80) return std::islower(static_cast<int>(cp)) != 0;
+    const std::uint32_t flags = flags_from_cp(cp);
+    return caseClass(flags) == UNICODE_CASE_LOWER ||
+           (caseClass(flags) == UNICODE_CASE_ALTERNATING && (cp & 1) != 0);
+}
+
+bool codepoint_is_upper(std::uint32_t cp) noexcept {
+    if (cp < 0x80) return std::isupper(static_cast<int>(cp)) != 0;
+    const std::uint32_t flags = flags_from_cp(cp);
+    return caseClass(flags) == UNICODE_CASE_UPPER ||
+           (caseClass(flags) == UNICODE_CASE_ALTERNATING && (cp & 1) == 0);
+}
+
+std::uint32_t codepoint_to_lower(std::uint32_t cp) noexcept {
+    return mapCodepoint(cp, true);
+}
+std::uint32_t codepoint_to_upper(std::uint32_t cp) noexcept {
+    return mapCodepoint(cp, false);
+}
+
+// --- Decoding ------------------------------------------------------------------------------------
+
+bool decode_next_codepoint(std::string_view& view, std::uint32_t& cp) noexcept {
+    if (view.empty()) return false;
+    const auto byte = [&](std::size_t i) {
+        return static_cast<std::uint32_t>(static_cast<unsigned char>(view[i]));
+    };
+    const auto continuation = [&](std::size_t i) { return i < view.size() && (byte(i) & 0xC0) == 0x80; };
+    const std::uint32_t b0 = byte(0);
+    if (b0 < 0x80) {
+        cp = b0;
+        view.remove_prefix(1);
+        return true;
+    }
+    if (!continuation(1)) return false;
+    const std::uint32_t two = (b0 << 6) + byte(1);
+    if (two >= 0x3100 && two <= 0x387F) {
+        cp = two - 0x3080;
+        view.remove_prefix(2);
+        return true;
+    }
+    if (!continuation(2)) return false;
+    const std::uint32_t three = (two << 6) + byte(2);
+    if (three >= 0xE2880 && three <= 0xF207F) {
+        cp = three - 0xE2080;
+        view.remove_prefix(3);
+        return true;
+    }
+    if (!continuation(3)) return false;
+    const std::uint32_t four = (three << 6) + byte(3);
+    if (four >= 0x3C92080 && four <= 0x3D9207F) {
+        cp = four - 0x3C82080;
+        view.remove_prefix(4);
+        return true;
+    }
+    return false;
+}
+
+namespace {
+
+bool isContinuation(std::uint32_t by) {
+    return (by & 0xC0) == 0x80;
+}
+
+// Bytes in a sequence that starts with `lead`; 0 for a byte that cannot start one.
+unsigned sequenceLength(std::uint32_t lead) {
+    if (lead >= 0xC2 && lead <= 0xDF) return 2;
+    if (lead >= 0xE0 && lead <= 0xEF) return 3;
+    if (lead >= 0xF0 && lead <= 0xF4) return 4;
+    return 0;
+}
+
+// Starts a sequence when `by` is a possible lead; other bytes are ignored.
+bool startSequence(std::uint32_t& state, std::uint32_t by) {
+    state = sequenceLength(by) != 0 ? by << 24 : 0;
+    return false;
+}
+
+}  // namespace
+
+bool _accumulateUtf8Byte(std::uint32_t& state, std::uint8_t by) noexcept {
+    if (state == 0) {
+        VESTRA_ASSERT(by >= 0x80);
+        return startSequence(state, by);
+    }
+    if (!isContinuation(by)) {
+        if (by < 0x80) {
+            state = by;
+            return true;
+        }
+        return startSequence(state, by);
+    }
+    unsigned stored = 1;
+    while (stored < 4 && ((state >> (24 - 8 * stored)) & 0xFF) != 0) ++stored;
+    state |= static_cast<std::uint32_t>(by) << (24 - 8 * stored);
+    ++stored;
+    const std::uint32_t lead = state >> 24;
+    if (stored < sequenceLength(lead)) return false;
+
+    const std::uint32_t _cp = state;
+    std::uint32_t cp;
+    if (stored == 2) {
+        cp = ((lead & 0x1F) << 6) | ((_cp >> 16) & 0x3F);
+        VESTRA_ASSERT(cp >= 0x80);
+    } else if (stored == 3) {
+        cp = ((lead & 0x0F) << 12) | (((_cp >> 16) & 0x3F) << 6) | ((_cp >> 8) & 0x3F);
+        if (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF)) return startSequence(state, 0);
+    } else {
+        VESTRA_ASSERT(_cp >= 0xF0000000);
+        VESTRA_ASSERT(_cp <= 0xF4FFFFFF);
+        cp = ((lead & 0x07) << 18) | (((_cp >> 16) & 0x3F) << 12) | (((_cp >> 8) & 0x3F) << 6) | (_cp & 0x3F);
+        if (cp < 0x10000 || cp > 0x10FFFF) return startSequence(state, 0);
+    }
+    state = cp;
+    return true;
+}
+
+// --- Text ----------------------------------------------------------------------------------------
+
+namespace {
+
+// The character at src[i]: a well-formed sequence as its packed value (and its length), anything
+// else as one byte with `wellFormed` false.
+struct Sequence {
+    std::uint32_t packed;
+    unsigned length;
+    bool wellFormed;
+};
+
+Sequence sequenceAt(std::string_view src, std::size_t i) {
+    const auto lead = static_cast<std::uint32_t>(static_cast<unsigned char>(src[i]));
+    const unsigned need = sequenceLength(lead);
+    if (need == 0 || i + need > src.size()) return {lead, 1, lead < 0x80};
+    std::uint32_t packed = lead;
+    for (unsigned k = 1; k < need; ++k) {
+        const auto by = static_cast<std::uint32_t>(static_cast<unsigned char>(src[i + k]));
+        if (!isContinuation(by)) return {lead, 1, false};
+        packed = (packed << 8) | by;
+    }
+    // Overlong three- and four-byte forms, and values past U+10FFFF.
+    const bool valid =
+        (need != 3 || packed >= 0xE0A080) && (need != 4 || (packed >= 0xF0908080 && packed <= 0xF48FBFBF));
+    if (!valid) return {lead, 1, false};
+    return {packed, need, true};
+}
+
+void appendPacked(std::string& dst, std::uint32_t packed) {
+    bool started = false;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        const auto by = static_cast<char>((packed >> shift) & 0xFF);
+        if (by != 0 || started || shift == 0) {
+            dst.push_back(by);
+            started = true;
+        }
+    }
+}
+
+void convertCase(std::string_view src, std::string& dst, bool toLower) {
+    dst.clear();
+    dst.reserve(src.size());
+    const std::uint32_t from = toLower ? UNICODE_CASE_UPPER : UNICODE_CASE_LOWER;
+    for (std::size_t i = 0; i < src.size();) {
+        const Sequence s = sequenceAt(src, i);
+        if (s.packed < 0x80) {
+            dst.push_back(static_cast<char>(mapCodepoint(s.packed, toLower)));
+        } else if (!s.wellFormed) {
+            dst.push_back(src[i]);
+        } else {
+            appendPacked(dst, mapPacked(s.packed, flags_from_utf8bytes(s.packed), from, toLower));
+        }
+        i += s.length;
+    }
+}
+
+std::uint32_t foldForComparison(const Sequence& s) {
+    if (s.packed < 0x80) return s.packed >= 'A' && s.packed <= 'Z' ? s.packed + 32 : s.packed;
+    if (!s.wellFormed) return s.packed;
+    return mapPacked(s.packed, flags_from_utf8bytes(s.packed), UNICODE_CASE_UPPER, true);
+}
+
+}  // namespace
+
+void utf8_to_upper(std::string_view src, std::string& dst) {
+    convertCase(src, dst, false);
+}
+void utf8_to_lower(std::string_view src, std::string& dst) {
+    convertCase(src, dst, true);
+}
+
+int mem_compare_caseless(const char* lhs, const char* lhs_end, const char* rhs,
+                         const char* rhs_end) noexcept {
+    while (lhs < lhs_end && rhs < rhs_end) {
+        const Sequence l = sequenceAt(std::string_view(lhs, static_cast<std::size_t>(lhs_end - lhs)), 0);
+        const Sequence r = sequenceAt(std::string_view(rhs, static_cast<std::size_t>(rhs_end - rhs)), 0);
+        const std::uint32_t a = foldForComparison(l), b = foldForComparison(r);
+        if (a != b) return a < b ? -1 : 1;
+        lhs += l.length;
+        rhs += r.length;
+    }
+    if (lhs < lhs_end) return 1;
+    VESTRA_ASSERT(lhs == lhs_end);
+    if (rhs < rhs_end) return -1;
+    VESTRA_ASSERT(rhs == rhs_end);
+    return 0;
+}
+
+// --- Combining marks -----------------------------------------------------------------------------
+
+namespace {
+
+bool u1d5_and_u1d6_workaround(std::uint32_t utf8bytes, const char* p) {
+    return (utf8bytes == 0xC795 && *p == 'U') || (utf8bytes == 0xC796 && *p == 'u');
+}
+
+bool isCombiningMark(std::uint32_t packed) {
+    return packed >= 0xCC80 && packed <= 0xCDAF;
+}
+
+}  // namespace
+
+std::uint32_t replacement_for_utf8bytes(std::uint32_t utf8bytes, std::uint32_t base, const char* p) noexcept {
+    std::uint32_t b = utf8bytes_to_codepoint(utf8bytes) - kFirstCombiningMark;
+    VESTRA_ASSERT(b < ARRAY_ELEMENTS(utf8_combiners));
+    const CombinerRules* mu = &utf8_combiners[b];
+    // The first rule whose base is not below `base`.
+    std::uint32_t lo = 0, hi = mu->nrules;
+    while (lo < hi) {
+        const std::uint32_t mid = lo + (hi - lo) / 2;
+        if (mu->rules[mid].base < base)
+            lo = mid + 1;
+        else
+            hi = mid;
+    }
+    b = lo;
+    if (b == mu->nrules) return 0;
+    VESTRA_ASSERT(b < mu->nrules);
+    if (mu->rules[b].base != base) return 0;
+    utf8bytes = mu->rules[b].result;
+    return u1d5_and_u1d6_workaround(utf8bytes, p) ? 0 : utf8bytes;
+}
+
+bool resolveUnicodeCombiningMarks(std::string_view src, std::string& dst) {
+    dst.clear();
+    dst.reserve(src.size());
+    bool composed = false;
+    std::uint32_t base = 0;            // the character marks may still join, 0 when none
+    std::size_t baseAt = 0;            // where it starts in dst
+    const char* written = src.data();  // where it started in src
+    for (std::size_t i = 0; i < src.size();) {
+        const Sequence s = sequenceAt(src, i);
+        if (s.wellFormed && isCombiningMark(s.packed) && base != 0) {
+            if (const std::uint32_t r = replacement_for_utf8bytes(s.packed, base, written)) {
+                dst.resize(baseAt);
+                appendPacked(dst, r);
+                base = r;
+                composed = true;
+                i += s.length;
+                continue;
+            }
+        }
+        // A mark that does not compose ends the cluster: later marks attach to it, not the base.
+        if (s.wellFormed && !isCombiningMark(s.packed)) {
+            base = s.packed;
+            baseAt = dst.size();
+            written = src.data() + i;
+        } else {
+            base = 0;
+        }
+        dst.append(src.substr(i, s.length));
+        i += s.length;
+    }
+    return composed;
+}
+
+}  // namespace basicutil

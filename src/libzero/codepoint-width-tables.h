@@ -1,0 +1,10 @@
+/* The generated width table behind codepoint-width.h (codepoint-width-tables.cpp, written by
+ * tools/gen-unicode-tables.py from Unicode 8.0.0). */
+#pragma once
+
+#include <stdint.h>
+
+/* Each entry: (width << 21) | first codepoint of the range; the range ends where the next
+ * starts. The last entry is the terminator 0x1FFFFF. */
+#define CODEPOINT_WIDTH_TABLE_ENTRIES 641
+extern "C" const uint32_t codepoint_width_table[CODEPOINT_WIDTH_TABLE_ENTRIES + 1];
