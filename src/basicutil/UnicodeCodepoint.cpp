@@ -40,20 +40,65 @@ std::uint32_t utf8bytes_to_codepoint(std::uint32_t u) noexcept {
 
 // --- Properties ----------------------------------------------------------------------------------
 
-std::uint32_t flags_from_utf8bytes(std::uint32_t utf8bytes) noexcept {
-    VESTRA_ASSERT(utf8bytes >= 0xC280);
-    // The first range that starts after the key; the terminator (0xFFFFFFFF) bounds the search.
-    unsigned lo = 0, hi = kUnicodePropertyRangeCount;
-    while (lo < hi) {
+namespace {
+// The codepoint of a packed value, without range checks: for indexing only. Values past the last
+// valid one land in the last block.
+std::uint32_t codepointOfPacked(std::uint32_t u) {
+    std::uint32_t cp;
+    if (u <= 0xFFFF)
+        cp = ((u >> 2) & 0x7C0) | (u & 0x3F);
+    else if (u <= 0xFFFFFF)
+        cp = ((u >> 4) & 0xF000) | ((u >> 2) & 0xFC0) | (u & 0x3F);
+    else
+        cp = ((u >> 6) & 0x1C0000) | ((u >> 4) & 0x3F000) | ((u >> 2) & 0xFC0) | (u & 0x3F);
+    return cp > 0x10FFFF ? 0x10FFFF : cp;
+}
+}  // namespace
+
+namespace {
+
+// Index of the range that holds utf8bytes (>= 0xC280), searched among the ranges of its
+// 256-codepoint block; the terminator (0xFFFFFFFF) bounds the last block.
+unsigned propertyRangeIndex(std::uint32_t utf8bytes) {
+    const std::uint32_t block = codepointOfPacked(utf8bytes) >> 8;
+    unsigned lo = unicode_property_block_index[block];
+    unsigned hi = unicode_property_block_index[block + 1] + 1u;
+    while (lo < hi) {  // the first range that starts after the key
         const unsigned mid = lo + (hi - lo) / 2;
-        if (unicode_property_ranges[mid].utf8bytes <= utf8bytes)
+        if (unicode_property_ranges[mid].utf8bytes <= utf8bytes) {
             lo = mid + 1;
-        else
+        } else {
             hi = mid;
+        }
     }
     const unsigned m = lo;
     VESTRA_ASSERT(m > 0);
-    return unicode_property_ranges[m - 1].flags;
+    return m - 1;
+}
+
+// Text tends to stay within one range (a script's lower-case letters, the CJK block): the range
+// of the last lookup answers the next one when it can.
+class PropertyRangeCache {
+  public:
+    std::uint32_t flags(std::uint32_t utf8bytes) {
+        if (utf8bytes - _start >= _span) {
+            const unsigned i = propertyRangeIndex(utf8bytes);
+            _start = unicode_property_ranges[i].utf8bytes;
+            _span = unicode_property_ranges[i + 1].utf8bytes - _start;
+            _flags = unicode_property_ranges[i].flags;
+        }
+        return _flags;
+    }
+
+  private:
+    std::uint32_t _start = 0, _span = 0, _flags = 0;
+};
+
+}  // namespace
+
+std::uint32_t flags_from_utf8bytes(std::uint32_t utf8bytes) noexcept {
+    VESTRA_ASSERT(utf8bytes >= 0xC280);
+    return unicode_property_ranges[propertyRangeIndex(utf8bytes)].flags;
 }
 
 std::uint32_t flags_from_cp(std::uint32_t _cp) noexcept {
@@ -218,15 +263,15 @@ struct Sequence {
     bool wellFormed;
 };
 
-Sequence sequenceAt(std::string_view src, std::size_t i) {
-    const auto lead = static_cast<std::uint32_t>(static_cast<unsigned char>(src[i]));
+inline Sequence sequenceAt(const char* at, const char* end) {
+    const auto* p = reinterpret_cast<const unsigned char*>(at);
+    const std::uint32_t lead = p[0];
     const unsigned need = sequenceLength(lead);
-    if (need == 0 || i + need > src.size()) return {lead, 1, lead < 0x80};
+    if (need == 0 || need > static_cast<std::size_t>(end - at)) return {lead, 1, lead < 0x80};
     std::uint32_t packed = lead;
     for (unsigned k = 1; k < need; ++k) {
-        const auto by = static_cast<std::uint32_t>(static_cast<unsigned char>(src[i + k]));
-        if (!isContinuation(by)) return {lead, 1, false};
-        packed = (packed << 8) | by;
+        if (!isContinuation(p[k])) return {lead, 1, false};
+        packed = (packed << 8) | p[k];
     }
     // Overlong three- and four-byte forms, and values past U+10FFFF.
     const bool valid =
@@ -235,32 +280,70 @@ Sequence sequenceAt(std::string_view src, std::size_t i) {
     return {packed, need, true};
 }
 
-void appendPacked(std::string& dst, std::uint32_t packed) {
-    bool started = false;
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        const auto by = static_cast<char>((packed >> shift) & 0xFF);
-        if (by != 0 || started || shift == 0) {
-            dst.push_back(by);
-            started = true;
+inline Sequence sequenceAt(std::string_view src, std::size_t i) {
+    return sequenceAt(src.data() + i, src.data() + src.size());
+}
+
+// Blocks of 256 codepoints in which no letter has a case: text there is copied, not looked up.
+class UncasedBlocks {
+  public:
+    UncasedBlocks() {
+        for (std::uint32_t block = 0; block < kBlocks; ++block) {
+            bool cased = false;
+            for (unsigned r = unicode_property_block_index[block];
+                 r <= unicode_property_block_index[block + 1]; ++r)
+                cased = cased || (unicode_property_ranges[r].flags & UNICODE_CASE_MASK) != 0;
+            if (!cased) _bits[block / 64] |= std::uint64_t{1} << (block % 64);
         }
     }
+    bool contains(std::uint32_t utf8bytes) const {
+        const std::uint32_t block = codepointOfPacked(utf8bytes) >> 8;
+        return (_bits[block / 64] >> (block % 64)) & 1;
+    }
+
+  private:
+    static constexpr std::uint32_t kBlocks = 0x1100;
+    std::uint64_t _bits[kBlocks / 64] = {};
+};
+
+const UncasedBlocks& uncasedBlocks() {
+    static const UncasedBlocks blocks;
+    return blocks;
+}
+
+char* writePacked(char* out, std::uint32_t packed) {
+    if (packed > 0xFFFFFF) *out++ = static_cast<char>(packed >> 24);
+    if (packed > 0xFFFF) *out++ = static_cast<char>(packed >> 16);
+    if (packed > 0xFF) *out++ = static_cast<char>(packed >> 8);
+    *out++ = static_cast<char>(packed);
+    return out;
 }
 
 void convertCase(std::string_view src, std::string& dst, bool toLower) {
-    dst.clear();
-    dst.reserve(src.size());
+    // A sequence of two or more bytes maps to at most four, and ASCII to one: twice the input
+    // always suffices, so the loop writes without checks and the string is cut to size after.
+    dst.resize(2 * src.size());
+    char* out = dst.data();
     const std::uint32_t from = toLower ? UNICODE_CASE_UPPER : UNICODE_CASE_LOWER;
+    const char first = toLower ? 'A' : 'a';
+    PropertyRangeCache properties;
+    const UncasedBlocks& uncased = uncasedBlocks();
     for (std::size_t i = 0; i < src.size();) {
+        for (char c; i < src.size() && static_cast<unsigned char>(c = src[i]) < 0x80; ++i) {
+            *out++ = static_cast<unsigned char>(c - first) < 26 ? static_cast<char>(c ^ 0x20) : c;
+        }
+        if (i == src.size()) break;
         const Sequence s = sequenceAt(src, i);
-        if (s.packed < 0x80) {
-            dst.push_back(static_cast<char>(mapCodepoint(s.packed, toLower)));
-        } else if (!s.wellFormed) {
-            dst.push_back(src[i]);
+        if (s.wellFormed && !uncased.contains(s.packed)) {
+            out = writePacked(out, mapPacked(s.packed, properties.flags(s.packed), from, toLower));
+        } else if (s.wellFormed) {
+            out = writePacked(out, s.packed);
         } else {
-            appendPacked(dst, mapPacked(s.packed, flags_from_utf8bytes(s.packed), from, toLower));
+            *out++ = src[i];
         }
         i += s.length;
     }
+    dst.resize(static_cast<std::size_t>(out - dst.data()));
 }
 
 std::uint32_t foldForComparison(const Sequence& s) {
@@ -341,8 +424,9 @@ bool resolveUnicodeCombiningMarks(std::string_view src, std::string& dst) {
         const Sequence s = sequenceAt(src, i);
         if (s.wellFormed && isCombiningMark(s.packed) && base != 0) {
             if (const std::uint32_t r = replacement_for_utf8bytes(s.packed, base, written)) {
+                char bytes[4];
                 dst.resize(baseAt);
-                appendPacked(dst, r);
+                dst.append(bytes, static_cast<std::size_t>(writePacked(bytes, r) - bytes));
                 base = r;
                 composed = true;
                 i += s.length;

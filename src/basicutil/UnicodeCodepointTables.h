@@ -15,6 +15,10 @@ inline constexpr unsigned kUnicodePropertyRangeCount = 2139;
 // kUnicodePropertyRangeCount ranges, then a terminating entry with key 0xFFFFFFFF.
 extern const UnicodePropertyRange unicode_property_ranges[kUnicodePropertyRangeCount + 1];
 
+// Per block of 256 codepoints, the last range starting at or before the block's first codepoint;
+// a lookup searches entries [cp >> 8] .. [(cp >> 8) + 1] only.
+extern const std::uint16_t unicode_property_block_index[0x1100 + 1];
+
 // base followed by a mark composes to result (both packed).
 struct CombinerRule {
     std::uint32_t base;
