@@ -19,7 +19,8 @@ std::vector<std::string> events() {
 }
 
 TEST(StartupOrderTest, GlobalsComeUpInTheDeclaredOrder) {
-    EXPECT_EQ(events(), (std::vector<std::string>{"+basicutil/Thread", "+basicutil/BaseException"}));
+    EXPECT_EQ(events(),
+              (std::vector<std::string>{"+basicutil/Str", "+basicutil/Thread", "+basicutil/BaseException"}));
 }
 
 // Constructed before every unit's globals and so destroyed after them all: checks the teardown
@@ -27,8 +28,9 @@ TEST(StartupOrderTest, GlobalsComeUpInTheDeclaredOrder) {
 struct TeardownCheck {
     ~TeardownCheck() {
         const std::vector<std::string> all = events();
-        const std::vector<std::string> expected = {"+basicutil/Thread", "+basicutil/BaseException",
-                                                   "-basicutil/BaseException", "-basicutil/Thread"};
+        const std::vector<std::string> expected = {"+basicutil/Str",           "+basicutil/Thread",
+                                                   "+basicutil/BaseException", "-basicutil/BaseException",
+                                                   "-basicutil/Thread",        "-basicutil/Str"};
         if (all != expected) {
             static const char kMessage[] = "StartupOrderTest: globals were not torn down in reverse order\n";
             static_cast<void>(write(2, kMessage, sizeof kMessage - 1));

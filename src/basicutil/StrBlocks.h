@@ -1,0 +1,53 @@
+// 16-byte block tests behind the string hot paths. SSE2 on x86-64 (every target we ship on);
+// a portable two-word version elsewhere.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace basicutil::blocks {
+
+inline constexpr unsigned kBlock = 16;
+
+#if defined(__SSE2__)
+inline __m128i load(const char* p) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+inline unsigned highBits(const char* p) {
+    return static_cast<unsigned>(_mm_movemask_epi8(load(p)));
+}
+inline unsigned equalMask(const char* p, char c) {
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(load(p), _mm_set1_epi8(c))));
+}
+#else
+inline unsigned bitsOf(std::uint64_t word) {  // bit 7 of each byte, gathered
+    unsigned m = 0;
+    for (unsigned i = 0; i < 8; ++i) m |= static_cast<unsigned>((word >> (8 * i + 7)) & 1) << i;
+    return m;
+}
+inline unsigned highBits(const char* p) {
+    std::uint64_t w[2];
+    std::memcpy(w, p, 16);
+    return bitsOf(w[0] & 0x8080808080808080ULL) | bitsOf(w[1] & 0x8080808080808080ULL) << 8;
+}
+inline unsigned equalMask(const char* p, char c) {
+    unsigned m = 0;
+    for (unsigned i = 0; i < 16; ++i) m |= static_cast<unsigned>(p[i] == c) << i;
+    return m;
+}
+#endif
+
+// Whether all 16 bytes at p are below 0x80.
+inline bool isAscii(const char* p) {
+    return highBits(p) == 0;
+}
+// Bit i set where p[i] is c.
+inline unsigned positionsOf(const char* p, char c) {
+    return equalMask(p, c);
+}
+
+}  // namespace basicutil::blocks

@@ -1,0 +1,179 @@
+#include "basicutil/StrEscape.h"
+
+#include <cstring>
+
+#include "basicutil/StrUtf8.h"
+
+namespace basicutil {
+
+namespace {
+constexpr char kHexDigits[] = "0123456789ABCDEF";
+
+bool anyMember(StrSegment s, const ByteSet& set) {
+    for (char c : s.view())
+        if (set.contains(c)) return true;
+    return false;
+}
+}  // namespace
+
+Str escapeControlCharacters(StrSegment s) {
+    Str out;
+    out.reserve(s._len);
+    for (char c : s.view()) {
+        switch (c) {
+            case '\n':
+                out.append("\\n", 2);
+                break;
+            case '\r':
+                out.append("\\r", 2);
+                break;
+            case '\t':
+                out.append("\\t", 2);
+                break;
+            default:
+                out.push_back(c);
+                break;
+        }
+    }
+    return out;
+}
+
+void escapeNonPrintableInPlace(Str& s) {
+    const auto printable = [](char c) { return c >= 0x20 && c <= 0x7E; };
+    size_type first = 0;
+    while (first < s.size() && printable(s[first])) ++first;
+    if (first == s.size()) return;
+    const Str saved(s.data() + first, s.size() - first);
+    s.resize(first);
+    for (char c : saved.view()) {
+        if (printable(c)) {
+            s.push_back(c);
+        } else if (c == '\n') {
+            s.append("\\n", 2);
+        } else if (c == '\r') {
+            s.append("\\r", 2);
+        } else if (c == '\t') {
+            s.push_back(' ');
+        } else {
+            const auto b = static_cast<unsigned char>(c);
+            const char escaped[4] = {'\\', 'x', kHexDigits[b >> 4], kHexDigits[b & 15]};
+            s.append(escaped, 4);
+        }
+    }
+}
+
+void appendCsvField(Str& out, StrSegment field) {
+    if (!anyMember(field, kCsvSpecial)) {
+        out.append(field);
+        return;
+    }
+    out.push_back('"');
+    // Runs up to and including each double quote, which is then written once more.
+    const char* start = field.begin();
+    for (const char* p = field.begin(); p < field.end(); ++p) {
+        if (*p != '"') continue;
+        out.append(start, static_cast<size_type>(p + 1 - start));
+        start = p;
+    }
+    out.append(start, static_cast<size_type>(field.end() - start));
+    out.push_back('"');
+}
+
+Str quoteSearchTerm(StrSegment term, const ByteSet& safe, bool alwaysQuote, bool keepBackslashes) {
+    if (term.empty()) return emptySearchTerm();
+    bool allSafe = true;
+    for (char c : term.view()) allSafe = allSafe && safe.contains(c);
+    Str out;
+    if (!allSafe) {
+        out.reserve(term._len + 2);
+        out.push_back('"');
+        for (char c : term.view()) {
+            if (c == '"' || (c == '\\' && !keepBackslashes)) out.push_back('\\');
+            out.push_back(c);
+        }
+        out.push_back('"');
+        return out;
+    }
+    const std::string_view v = term.view();
+    if (v == "OR" || v == "IN" || v == "AND" || v == "NOT" || alwaysQuote) {
+        out.push_back('"');
+        out.append(term);
+        out.push_back('"');
+        return out;
+    }
+    return Str(term);
+}
+
+void appendWithoutControlCharacters(Str& out, StrSegment s) {
+    const char* start = s.begin();
+    for (const char* p = s.begin(); p < s.end(); ++p) {
+        if (static_cast<unsigned char>(*p) >= 0x20) continue;
+        out.append(start, static_cast<size_type>(p - start));
+        start = p + 1;
+    }
+    out.append(start, static_cast<size_type>(s.end() - start));
+}
+
+void urlEncodeAppend(Str& out, StrSegment s) {
+    // Table entries are gathered in a buffer and appended a few hundred bytes at a time.
+    char buffer[3 * 256 + 2];  // room for the fixed 3-byte copy at the last position
+    std::size_t used = 0;
+    for (char c : s.view()) {
+        // Every entry (1 or 3 bytes) sits in its 16-byte inline buffer: copying a fixed 3 bytes
+        // is safe and lets the compiler emit a plain move.
+        const Str& encoded = urlEncodingOf(static_cast<unsigned char>(c));
+        std::memcpy(buffer + used, encoded.data(), 3);
+        used += static_cast<std::size_t>(encoded.size());
+        if (used > sizeof buffer - 3) {
+            out.append(buffer, used);
+            used = 0;
+        }
+    }
+    out.append(buffer, used);
+}
+
+Str urlEncode(StrSegment s) {
+    Str out;
+    out.reserve(s._len);
+    urlEncodeAppend(out, s);
+    return out;
+}
+
+void urlEncodeInPlace(Str& s) {
+    for (char c : s.view()) {
+        if (!kUrlUnreserved.contains(c)) {
+            s = urlEncode(s);
+            return;
+        }
+    }
+}
+
+namespace {
+int hexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+}  // namespace
+
+bool urlDecodeInPlace(Str& s) {
+    if (!anyMember(s, kUrlDecodeTriggers)) return isValidUtf8(s);
+    // Decoding never lengthens the text: write over it from the front.
+    char* out = s.data();
+    for (size_type i = 0; i < s.size(); ++i) {
+        const char c = s[i];
+        if (c == '+') {
+            *out++ = ' ';
+        } else if (c == '%' && i + 2 < s.size() && hexValue(s[i + 1]) >= 0 && hexValue(s[i + 2]) >= 0) {
+            *out++ = static_cast<char>(hexValue(s[i + 1]) * 16 + hexValue(s[i + 2]));
+            i += 2;
+        } else {
+            *out++ = c;
+        }
+    }
+    s.resize(static_cast<size_type>(out - s.data()));
+    return isValidUtf8(s);
+}
+
+}  // namespace basicutil

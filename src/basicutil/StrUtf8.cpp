@@ -1,0 +1,155 @@
+#include "basicutil/StrUtf8.h"
+
+#include "basicutil/Assert.h"
+#include "basicutil/StrBlocks.h"
+#include "libzero/codepoint-width.h"
+
+namespace basicutil {
+
+unsigned utf8SequenceLength(unsigned char lead) noexcept {
+    if (lead < 0x80) return 1;
+    if (lead <= 0xDF) return 2;
+    if (lead <= 0xEF) return 3;
+    if (lead <= 0xF4) return 4;
+    return 1;
+}
+
+size_type mem_count_utf8_codepoints(const char* bytes, size_type n) noexcept {
+    size_type i = 0;
+    size_type count = 0;
+    while (n - i >= blocks::kBlock && blocks::isAscii(bytes + i)) {
+        i += blocks::kBlock;
+        count += blocks::kBlock;
+    }
+    if (i == n) return count;
+    VESTRA_ASSERT(i < n);
+    while (i < n) {
+        i += utf8SequenceLength(static_cast<unsigned char>(bytes[i]));
+        ++count;
+    }
+    return count;
+}
+
+// The invariant's text keeps the C-style cast of the original check.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wold-style-cast"
+void utf8_character_count_truncate(StrSegment& view, size_type n) noexcept {
+    if (view._len <= n) return;
+    const char* p = view._data;
+    const char* const pend = view._data + view._len;
+    while (n >= blocks::kBlock && pend - p >= blocks::kBlock && blocks::isAscii(p)) {
+        p += blocks::kBlock;
+        n -= blocks::kBlock;
+    }
+    for (; n > 0 && p < pend; --n) {
+        VESTRA_ASSERT(pend > p);
+        p += utf8SequenceLength(static_cast<unsigned char>(*p));
+    }
+    if (p > pend) p = pend;  // a last sequence cut off by the end
+    VESTRA_ASSERT(view._len >= (size_type)(p - view._data));
+    view._len = static_cast<size_type>(p - view._data);
+}
+#pragma GCC diagnostic pop
+
+size_type utf8DisplayWidth(StrSegment s) noexcept {
+    size_type width = 0;
+    const auto* p = reinterpret_cast<const unsigned char*>(s._data);
+    const auto* const end = p + s._len;
+    while (p < end) {
+        const unsigned char lead = *p;
+        std::uint32_t cp;
+        unsigned n;
+        if (lead < 0x80)
+            cp = lead, n = 1;
+        else if (lead <= 0xDF)
+            cp = lead & 0x1Fu, n = 2;
+        else if (lead <= 0xEF)
+            cp = lead & 0x0Fu, n = 3;
+        else
+            cp = lead & 0x07u, n = 4;
+        if (static_cast<size_type>(end - p) < n) break;
+        for (unsigned k = 1; k < n; ++k) cp = (cp << 6) | (p[k] & 0x3Fu);
+        width += static_cast<size_type>(codepoint_width(cp));
+        p += n;
+    }
+    return width;
+}
+
+bool utf8Substring(StrSegment s, size_type first, size_type count, size_type& start,
+                   size_type& end) noexcept {
+    size_type i = 0;
+    for (size_type k = 0; k < first; ++k) {
+        if (i >= s._len) return false;
+        i += utf8SequenceLength(static_cast<unsigned char>(s._data[i]));
+    }
+    if (i > s._len) return false;
+    start = i;
+    if (count == 0) {
+        end = start;
+    } else if (s._len <= count) {
+        end = s._len;
+    } else {
+        for (size_type k = 0; k < count && i < s._len; ++k)
+            i += utf8SequenceLength(static_cast<unsigned char>(s._data[i]));
+        end = i < s._len ? i : s._len;
+    }
+    return true;
+}
+
+bool isValidUtf8(StrSegment s) noexcept {
+    const auto* p = reinterpret_cast<const unsigned char*>(s._data);
+    const auto* const end = p + s._len;
+    while (p < end) {
+        if (end - p >= blocks::kBlock && blocks::isAscii(reinterpret_cast<const char*>(p))) {
+            p += blocks::kBlock;
+            continue;
+        }
+        const unsigned char lead = *p;
+        if (lead < 0x80) {
+            ++p;
+            continue;
+        }
+        unsigned n;
+        unsigned char low = 0x80, high = 0xBF;  // bounds of the second byte
+        if (lead >= 0xC2 && lead <= 0xDF)
+            n = 2;
+        else if (lead >= 0xE0 && lead <= 0xEF)
+            n = 3;
+        else if (lead >= 0xF0 && lead <= 0xF4)
+            n = 4;
+        else
+            return false;
+        if (lead == 0xF0) low = 0x90;
+        if (lead == 0xF4) high = 0x8F;
+        if (end - p < n) return false;
+        if (p[1] < low || p[1] > high) return false;
+        for (unsigned k = 2; k < n; ++k)
+            if ((p[k] & 0xC0) != 0x80) return false;
+        p += n;
+    }
+    return true;
+}
+
+unsigned _set(char* buffer, std::uint32_t codepoint) noexcept {
+    VESTRA_ASSERT(codepoint >= 0x80);
+    auto put = [buffer](unsigned i, std::uint32_t v) { buffer[i] = static_cast<char>(v); };
+    if (codepoint < 0x800) {
+        put(0, 0xC0 | (codepoint >> 6));
+        put(1, 0x80 | (codepoint & 0x3F));
+        return 2;
+    }
+    if (codepoint < 0x10000) {
+        put(0, 0xE0 | (codepoint >> 12));
+        put(1, 0x80 | ((codepoint >> 6) & 0x3F));
+        put(2, 0x80 | (codepoint & 0x3F));
+        return 3;
+    }
+    if (codepoint > 0x10FFFF) return 0;
+    put(0, 0xF0 | (codepoint >> 18));
+    put(1, 0x80 | ((codepoint >> 12) & 0x3F));
+    put(2, 0x80 | ((codepoint >> 6) & 0x3F));
+    put(3, 0x80 | (codepoint & 0x3F));
+    return 4;
+}
+
+}  // namespace basicutil

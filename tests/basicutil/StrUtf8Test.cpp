@@ -1,0 +1,94 @@
+#include "basicutil/StrUtf8.h"
+
+#include <gtest/gtest.h>
+
+namespace basicutil {
+namespace {
+
+TEST(StrUtf8Test, CountingStepsByTheLeadByte) {
+    struct Case {
+        std::string text;
+        size_type count;
+    } cases[] = {{"h\xC3\xA9llo", 5},
+                 {"\xE2", 1},      // a last sequence cut off still counts
+                 {"\x80\x80", 1},  // a stray continuation byte is a two-byte lead
+                 {"\xF8\xF9", 2},  // 0xF5-0xFF stand alone
+                 {std::string(35, 'a') + "\xF0\x9F\x98\x80" + "b", 37},
+                 {"", 0}};
+    for (const Case& c : cases) EXPECT_EQ(mem_count_utf8_codepoints(c.text.data(), c.text.size()), c.count);
+}
+
+TEST(StrUtf8Test, TruncateToCharacters) {
+    struct Case {
+        std::string text;
+        size_type n;
+        std::string kept;
+    } cases[] = {{"h\xC3\xA9llo", 2, "h\xC3\xA9"},
+                 {"abc", 5, "abc"},
+                 {"abc", 0, ""},
+                 {std::string(20, 'a') + "\xC3\xA9\xC3\xA9", 21, std::string(20, 'a') + "\xC3\xA9"},
+                 {"ab\xE2", 3, "ab\xE2"},
+                 {"a\xE2\x82\xAC\xE2", 2, "a\xE2\x82\xAC"}};
+    for (const Case& c : cases) {
+        StrSegment view(c.text);
+        utf8_character_count_truncate(view, c.n);
+        EXPECT_EQ(std::string(view.view()), c.kept) << c.n;
+    }
+}
+
+TEST(StrUtf8Test, DisplayWidthAndSubstring) {
+    EXPECT_EQ(utf8DisplayWidth(StrSegment("ab\xE4\xB8\xAD\xCC\x81\x01")),
+              4u);                                             // a b 中(2) combining(0) ^A(0)
+    EXPECT_EQ(utf8DisplayWidth(StrSegment("a\xE4\xB8")), 1u);  // stops at a cut-off sequence
+    size_type start = 0, end = 0;
+    const StrSegment text(
+        "a\xC3\xA9\xE2\x82\xAC"
+        "b");  // a é € b
+    ASSERT_TRUE(utf8Substring(text, 1, 2, start, end));
+    EXPECT_EQ(start, 1u);
+    EXPECT_EQ(end, 6u);
+    ASSERT_TRUE(utf8Substring(text, 3, 0, start, end));
+    EXPECT_EQ(start, end);
+    ASSERT_TRUE(utf8Substring(text, 0, 100, start, end));
+    EXPECT_EQ(end, text.size());
+    EXPECT_FALSE(utf8Substring(text, 5, 1, start, end));
+}
+
+TEST(StrUtf8Test, Validity) {
+    struct Case {
+        std::string text;
+        bool valid;
+    } cases[] = {{"plain ascii that is longer than one block", true},
+                 {"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", true},
+                 {"\xC0\x80", false},
+                 {"\xC1\xBF", false},
+                 {"\xF0\x8F\xBF\xBF", false},
+                 {"\xF4\x90\x80\x80", false},
+                 {"\xF5\x80\x80\x80", false},
+                 {"\xE2\x82", false},
+                 {"\x80", false},
+                 {"\xC3\x28", false},
+                 {"\xE0\x80\x80", true},   // three-byte forms are not checked for overlongs
+                 {"\xED\xA0\x80", true}};  // nor for surrogates
+    for (const Case& c : cases)
+        EXPECT_EQ(isValidUtf8(StrSegment(c.text)), c.valid) << testing::PrintToString(c.text);
+}
+
+TEST(StrUtf8Test, EncodingWithSet) {
+    struct Case {
+        std::uint32_t cp;
+        std::string bytes;
+    } cases[] = {{0xE9, "\xC3\xA9"},
+                 {0x20AC, "\xE2\x82\xAC"},
+                 {0xD800, "\xED\xA0\x80"},
+                 {0x10FFFF, "\xF4\x8F\xBF\xBF"},
+                 {0x110000, ""}};
+    for (const Case& c : cases) {
+        char buffer[4];
+        const unsigned n = _set(buffer, c.cp);
+        EXPECT_EQ(std::string(buffer, n), c.bytes) << std::hex << c.cp;
+    }
+}
+
+}  // namespace
+}  // namespace basicutil
