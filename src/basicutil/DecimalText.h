@@ -1,5 +1,5 @@
-// Digit writers for the few places that render numbers before (and beneath) the printf engine.
-// They never go through the C library's printf.
+// Digit writers beneath the printf engine, for the places that must not allocate or format
+// (the fatal-error path, the engine's own digit work) and for plain decimal output.
 #pragma once
 
 #include <cstddef>
@@ -20,11 +20,5 @@ std::size_t formatUnsigned(char* out, std::uint64_t v) noexcept;
 
 void appendUnsigned(std::string& out, std::uint64_t v);
 void appendSigned(std::string& out, std::int64_t v);
-// At least `width` digits, zero-padded on the left: "%0*llu".
-void appendZeroPadded(std::string& out, std::uint64_t v, unsigned width);
-
-// "%*.*f" for a finite |v| < 2^64 and precision <= 9: the exact binary value rounded half to
-// even, as C's printf does, then padded with blanks on the left to `width`.
-void appendFixed(std::string& out, double v, unsigned precision, unsigned width);
 
 }  // namespace basicutil

@@ -1,12 +1,5 @@
-// Arguments of printf-style calls, carried with their types so that no formatter reads a
-// va_list, and the interface through which printf-style text is rendered.
-//
-//   std::string name = formatPrintf("Worker %d of %s", index, pool);
-//
-// The library's printf engine implements appendPrintf. Until it lands, the interim renderer in
-// PrintfFormatArgs.cpp handles the flags "-" and "0", a width, and the conversions %d %i %u %x
-// %X %s %c %%, with any of the length modifiers h l ll z j t; any other directive, or one without
-// a matching argument, is copied to the output as written.
+// Arguments of printf-style calls (PrintfFormat.h), carried with their types so that no
+// formatter reads a va_list. Integers of any size, doubles, strings and pointers.
 #pragma once
 
 #include <cstddef>
@@ -60,19 +53,5 @@ class PrintfArg {
     };
     std::string_view _string;
 };
-
-void appendPrintf(std::string& out, std::string_view format, std::span<const PrintfArg> args);
-
-template <typename... Args>
-std::string formatPrintf(std::string_view format, const Args&... args) {
-    std::string out;
-    if constexpr (sizeof...(Args) == 0) {
-        appendPrintf(out, format, {});
-    } else {
-        const PrintfArg list[] = {PrintfArg(args)...};
-        appendPrintf(out, format, list);
-    }
-    return out;
-}
 
 }  // namespace basicutil

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "basicutil/Assert.h"
+#include "basicutil/PrintfFormat.h"
 #include "basicutil/StartupOrder.h"
 
 namespace basicutil {
@@ -18,13 +19,17 @@ namespace basicutil {
 
 void StrSegment::setEnd(const char* p) noexcept {
     VESTRA_ASSERT(p >= _data);
-    VESTRA_ASSERT(_len >= (size_type)(p - _data));
+    // clang-format off
+    VESTRA_ASSERT(_len >= (size_type) (p - _data));
+    // clang-format on
     _len = static_cast<size_type>(p - _data);
 }
 
 void StrSegment::setBegin(const char* p) noexcept {
     VESTRA_ASSERT(p >= _data);
-    VESTRA_ASSERT(_len >= (size_type)(p - _data));
+    // clang-format off
+    VESTRA_ASSERT(_len >= (size_type) (p - _data));
+    // clang-format on
     _len -= static_cast<size_type>(p - _data);
     _data = p;
 }
@@ -183,14 +188,12 @@ struct StrGlobals {
 
     StrGlobals() {
         recordStartupEvent("+basicutil/Str");
-        static constexpr char kHex[] = "0123456789ABCDEF";
         for (unsigned b = 0; b < 256; ++b) {
             const char c = static_cast<char>(b);
             if (kUrlUnreserved.contains(c)) {
                 urlEncoding[b].append(1, c);
             } else {
-                const char escaped[3] = {'%', kHex[b >> 4], kHex[b & 15]};
-                urlEncoding[b].append(escaped, 3);
+                appendf(urlEncoding[b], "%%%02X", b);
             }
         }
     }

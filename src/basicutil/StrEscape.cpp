@@ -2,12 +2,12 @@
 
 #include <cstring>
 
+#include "basicutil/PrintfFormat.h"
 #include "basicutil/StrUtf8.h"
 
 namespace basicutil {
 
 namespace {
-constexpr char kHexDigits[] = "0123456789ABCDEF";
 
 bool anyMember(StrSegment s, const ByteSet& set) {
     for (char c : s.view())
@@ -55,9 +55,7 @@ void escapeNonPrintableInPlace(Str& s) {
         } else if (c == '\t') {
             s.push_back(' ');
         } else {
-            const auto b = static_cast<unsigned char>(c);
-            const char escaped[4] = {'\\', 'x', kHexDigits[b >> 4], kHexDigits[b & 15]};
-            s.append(escaped, 4);
+            appendf(s, "\\x%02X", static_cast<unsigned char>(c));
         }
     }
 }

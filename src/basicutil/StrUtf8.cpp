@@ -30,9 +30,6 @@ size_type mem_count_utf8_codepoints(const char* bytes, size_type n) noexcept {
     return count;
 }
 
-// The invariant's text keeps the C-style cast of the original check.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wold-style-cast"
 void utf8_character_count_truncate(StrSegment& view, size_type n) noexcept {
     if (view._len <= n) return;
     const char* p = view._data;
@@ -46,10 +43,8 @@ void utf8_character_count_truncate(StrSegment& view, size_type n) noexcept {
         p += utf8SequenceLength(static_cast<unsigned char>(*p));
     }
     if (p > pend) p = pend;  // a last sequence cut off by the end
-    VESTRA_ASSERT(view._len >= (size_type)(p - view._data));
-    view._len = static_cast<size_type>(p - view._data);
+    view.setEnd(p);
 }
-#pragma GCC diagnostic pop
 
 size_type utf8DisplayWidth(StrSegment s) noexcept {
     size_type width = 0;

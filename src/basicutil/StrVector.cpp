@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "basicutil/DecimalText.h"
+#include "basicutil/PrintfFormat.h"
 #include "basicutil/StrSearch.h"
 
 namespace basicutil {
@@ -11,10 +11,7 @@ Str printList(const StrVector& items) {
     Str out("[");
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (i > 0) out.push_back(' ');
-        const bool quote = containsWhitespace(items[i]);
-        if (quote) out.push_back('\'');
-        out.append(items[i]);
-        if (quote) out.push_back('\'');
+        appendf(out, containsWhitespace(items[i]) ? "'%s'" : "%s", items[i].view());
     }
     out.push_back(']');
     return out;
@@ -24,12 +21,7 @@ Str printIndexed(const StrVector& items) {
     Str out("{");
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (i > 0) out.push_back(' ');
-        char digits[kMaxUint64Digits];
-        out.push_back('[');
-        out.append(digits, formatUnsigned(digits, i));
-        out.append("]='");
-        out.append(items[i]);
-        out.push_back('\'');
+        appendf(out, "[%d]='%s'", static_cast<int>(i), items[i].view());
     }
     out.push_back('}');
     return out;

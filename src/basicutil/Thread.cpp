@@ -9,7 +9,6 @@
 #include <cstdlib>
 
 #include "basicutil/Assert.h"
-#include "basicutil/DecimalText.h"
 #include "basicutil/LoggerSink.h"
 #include "basicutil/Platform.h"
 #include "basicutil/StartupOrder.h"
@@ -43,23 +42,15 @@ class SignalRunComplete final : public Thread::InSignalContextActor {
 Thread::InSignalContextActor* const IN_SIGNAL_COMPLETE = &signal_run_complete;
 constinit std::atomic<Thread::InSignalContextActor*> IN_SIGNAL_RUNNING{nullptr};
 
-std::string errorText(int errnum) {
-    char buf[256];
-    return platform::errorText(errnum, buf, sizeof buf);
-}
-
 // "<caller>: about to throw a ThreadException: <call>: <strerror>; <n> threads active", logged
 // and thrown.
 [[noreturn]] void throwThreadException(const char* call, int errnum, const std::string& creating = {}) {
-    std::string message = Thread::currentThreadName();
-    message += ": about to throw a ThreadException: ";
-    message += call;
-    message += ": ";
-    message += errorText(errnum);
-    message += "; ";
-    appendUnsigned(message, Thread::threadsActive());
-    message += " threads active";
-    if (!creating.empty()) message += ". Trying to create " + creating;
+    std::string message;
+    errno = errnum;
+    appendPrintf(PrintfOutput(message), "%s: about to throw a ThreadException: %s: %m; %u threads active",
+                 PrintfFormat::argumentList(Thread::currentThreadName(), call, Thread::threadsActive()),
+                 PrintfFormatAtom::OPTION_ERRNO);
+    if (!creating.empty()) appendf(message, ". Trying to create %s", creating);
     logToChannel("Thread", LOG_ERROR, message);
     throw ThreadException(message);
 }
@@ -128,9 +119,12 @@ void initStartCondition(pthread_cond_t& condition) {
 }
 
 // An attribute that cannot be set is logged and creation goes on.
-void warnIfFailed(int rc, const char* what) {
+void warnIfFailed(int rc, const char* message) {
     if (rc == 0) return;
-    logToChannel("Thread", LOG_WARN, std::string("cannot override thread ") + what + errorText(rc));
+    std::string text;
+    errno = rc;
+    appendPrintf(PrintfOutput(text), message, {}, PrintfFormatAtom::OPTION_ERRNO);
+    logToChannel("Thread", LOG_WARN, text);
 }
 
 void sigusr1_handler(int) {
@@ -173,15 +167,15 @@ Thread::Thread(CreateTag, const ThreadAttributes& attributes, std::string name)
         pthread_attr_t attr;
         checkThreadCall(pthread_attr_init(&attr), "pthread_attr_init");
         warnIfFailed(pthread_attr_setstacksize(&attr, attributes.stackBytes),
-                     "stack size: pthread_attr_setstacksize(): ");
+                     "cannot override thread stack size: pthread_attr_setstacksize(): %m");
         warnIfFailed(pthread_attr_setinheritsched(&attr, PTHREAD_EXPLICIT_SCHED),
-                     "inherit sched: pthread_attr_setinheritsched(): ");
+                     "cannot override thread inherit sched: pthread_attr_setinheritsched(): %m");
         warnIfFailed(pthread_attr_setschedpolicy(&attr, _policy),
-                     "scheduling policy: pthread_attr_setschedpolicy(): ");
+                     "cannot override thread scheduling policy: pthread_attr_setschedpolicy(): %m");
         sched_param param{};
         param.sched_priority = _priority;
         warnIfFailed(pthread_attr_setschedparam(&attr, &param),
-                     "scheduling parameter: pthread_attr_setschedparam(): ");
+                     "cannot override thread scheduling parameter: pthread_attr_setschedparam(): %m");
         rc = pthread_create(&_handle, &attr, &Thread::threadFrame, this);
         checkThreadCall(pthread_attr_destroy(&attr), "pthread_attr_destroy");
     }
@@ -213,8 +207,11 @@ void* Thread::threadFrame(void* arg) {
 
     // A name the platform refuses is worth a warning, never the process.
     if (int rc = platform::setThreadName(pthread_self(), instance->_name.c_str())) {
-        logToChannel("Thread", LOG_WARN,
-                     "cannot name thread " + instance->_name + ": pthread_setname_np(): " + errorText(rc));
+        std::string text;
+        errno = rc;
+        appendPrintf(PrintfOutput(text), "cannot name thread %s: pthread_setname_np(): %m",
+                     PrintfFormat::argumentList(instance->_name), PrintfFormatAtom::OPTION_ERRNO);
+        logToChannel("Thread", LOG_WARN, text);
     }
     instance->_thread_id.store(platform::currentThreadId());
     VESTRA_ASSERT(THREAD_SPECIFIC_POINTER_GET(activeThreads) == nullptr);
@@ -440,23 +437,14 @@ void Thread::runInUnixSignalContext(InSignalContextActor* actor) {
 // --- State dump -----------------------------------------------------------------------------
 
 void Thread::dumpState(std::string& out) const {
-    out += "Thread: \"";
-    out += _name;
-    out += "\", did_join=";
-    appendSigned(out, _did_join.load());
+    appendf(out, "Thread: \"%s\", did_join=%d", _name, _did_join.load());
     if (_ready_to_run.load()) out += ", ready_to_run";
     if (main_thread_created.load() && pthread_equal(_handle, main_thread_handle) != 0) out += ", main_thread";
-    out += ", token=";
-    appendUnsigned(out, _thread_id.load());
+    appendf(out, ", token=%llu", static_cast<unsigned long long>(_thread_id.load()));
     const FatalThreadErrorRecord& fatal = fatalThreadErrorRecord();
-    if (std::string_view(fatal.call) != "none" && _name == fatal.threadName) {
-        out += "; Dying on fatal thread error: ";
-        out += fatal.call;
-        out += ", error ";
-        appendSigned(out, fatal.error);
-        out += ", in ";
-        out += fatal.threadName;
-    }
+    if (std::string_view(fatal.call) != "none" && _name == fatal.threadName)
+        appendf(out, "; Dying on fatal thread error: %s, error %d, in %s", fatal.call, fatal.error,
+                fatal.threadName);
 }
 
 }  // namespace basicutil

@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "basicutil/BaseException.h"
-#include "basicutil/PrintfFormatArgs.h"
+#include "basicutil/PrintfFormat.h"
 
 namespace basicutil {
 

@@ -274,7 +274,9 @@ struct SplitNanoseconds {
 static void subtract_timespec(std::uint64_t ns, SplitNanoseconds* rvp) noexcept {
     rvp->sec = ns / static_cast<std::uint64_t>(ONE_BILLION_AS_TVNSECS_TYPE);
     rvp->nsec = ns % static_cast<std::uint64_t>(ONE_BILLION_AS_TVNSECS_TYPE);
-    VESTRA_ASSERT(rvp->nsec < (unsigned)ONE_BILLION_AS_TVNSECS_TYPE);
+    // clang-format off
+    VESTRA_ASSERT(rvp->nsec < (unsigned) ONE_BILLION_AS_TVNSECS_TYPE);
+    // clang-format on
 }
 #pragma GCC diagnostic pop
 

@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "basicutil/DecimalText.h"
+#include "basicutil/PrintfFormat.h"
 
 namespace basicutil {
 
@@ -91,13 +92,13 @@ ElapsedDescription ElapsedDescription::since(const Timespec& start) noexcept {
 void ElapsedDescription::appendTo(std::string& out) const {
     if (_negative) out.push_back('-');
     if (_isInteger) {
-        appendUnsigned(out, _integer);
+        appendf(out, "%llu", static_cast<unsigned long long>(_integer));
         // "1 second", "2 seconds"
         out.append(_unit, _integer == 1 ? _unitLen - 1 : _unitLen);
         return;
     }
-    const unsigned precision = _real >= 99.5 ? 1 : _real >= 9.95 ? 2 : 3;
-    appendFixed(out, _real, precision, 5);
+    const int precision = _real >= 99.5 ? 1 : _real >= 9.95 ? 2 : 3;
+    appendf(out, "%5.*f", precision, _real);
     out.append(_unit, _unitLen);
 }
 

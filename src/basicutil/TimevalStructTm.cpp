@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "basicutil/DecimalText.h"
 #include "basicutil/LoggerSink.h"
+#include "basicutil/PrintfFormat.h"
 
 namespace basicutil {
 
@@ -12,30 +12,15 @@ namespace {
 using Converter = std::tm* (*)(const time_t*, std::tm*);
 
 void logFromFailure(const char* function, std::int64_t seconds) {
-    std::string message = function;
-    message.push_back('(');
-    appendSigned(message, seconds);
-    message += ") failed!";
-    logToChannel("Timeval", LOG_ERROR, message);
+    logToChannel("Timeval", LOG_ERROR,
+                 formatPrintf("%s(%lld) failed!", function, static_cast<long long>(seconds)));
 }
 
 void logToFailure(const char* function, const std::tm& tm) {
-    std::string message = function;
-    message.push_back('(');
-    appendSigned(message, static_cast<std::int64_t>(tm.tm_year) + 1900);
-    message.push_back('-');
-    appendSigned(message, static_cast<std::int64_t>(tm.tm_mon) + 1);
-    message.push_back('-');
-    appendSigned(message, tm.tm_mday);
-    message.push_back(' ');
-    appendSigned(message, tm.tm_hour);
-    for (int field : {tm.tm_min, tm.tm_sec}) {
-        message.push_back(':');
-        if (field >= 0 && field < 10) message.push_back('0');
-        appendSigned(message, field);
-    }
-    message += ") failed!";
-    logToChannel("Timeval", LOG_ERROR, message);
+    // The year and month are computed in 64 bits: a year near INT_MAX must not overflow here.
+    logToChannel("Timeval", LOG_ERROR,
+                 formatPrintf("%s(%lld-%lld-%d %d:%02d:%02d) failed!", function, tm.tm_year + 1900LL,
+                              tm.tm_mon + 1LL, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec));
 }
 
 // Zone fields come from time 0, the date fields from the clamp.

@@ -5,6 +5,7 @@
 
 #include "basicutil/Assert.h"
 #include "basicutil/DecimalText.h"
+#include "basicutil/PrintfFormat.h"
 #include "basicutil/Timeval.h"
 
 namespace basicutil {
@@ -180,21 +181,15 @@ bool mem_parse_signed_seconds(const char* data, std::size_t len, std::int64_t& s
 }
 
 void appendMsAsSeconds(std::string& out, std::uint64_t ms) {
-    appendUnsigned(out, ms / 1000);
-    out.push_back('.');
-    appendZeroPadded(out, ms % 1000, 3);
+    appendf(out, "%llu.%03u", ms / 1000, static_cast<unsigned>(ms % 1000));
 }
 
 void appendNsAsSeconds(std::string& out, std::uint64_t ns) {
-    appendUnsigned(out, ns / 1000000000);
-    out.push_back('.');
-    appendZeroPadded(out, ns % 1000000000, 9);
+    appendf(out, "%llu.%09lu", ns / 1000000000, static_cast<unsigned long>(ns % 1000000000));
 }
 
 void Timespec::appendDecimal(std::string& out) const {
-    appendSigned(out, tv_sec);
-    out.push_back('.');
-    appendZeroPadded(out, static_cast<std::uint32_t>(tv_nsec), 9);
+    appendf(out, "%lld.%09u", static_cast<long long>(tv_sec), static_cast<unsigned>(tv_nsec));
 }
 
 std::uint64_t usecToMsRoundedUp(std::uint64_t usec) noexcept {
@@ -318,10 +313,7 @@ std::string Timeval::debugText() const {
         if (len == 25 && text[24] == '\n') len = 24;
         return std::string(text, len);
     }
-    std::string invalid = "INVALID_TIME (";
-    appendSigned(invalid, tv_sec);
-    invalid.push_back(')');
-    return invalid;
+    return formatPrintf("INVALID_TIME (%lld)", static_cast<long long>(tv_sec));
 }
 
 void Timeval::appendStreamForm(std::string& out) const {
@@ -331,8 +323,7 @@ void Timeval::appendStreamForm(std::string& out) const {
     if (tv_sec == 0 && tv_usec == 0) return static_cast<void>(out.append(kSpecial + 10, 6));
     const WrittenTime w = written(*this);
     appendWrittenSeconds(out, *this, w);
-    out.push_back('.');
-    appendZeroPadded(out, static_cast<std::uint64_t>(w.fraction), 6);
+    appendf(out, ".%06lld", static_cast<long long>(w.fraction));
 }
 
 std::ostream& operator<<(std::ostream& os, const Timeval& tv) {

@@ -44,9 +44,11 @@ TEST(StrTest, LengthLimitRaisesTheAppendError) {
     EXPECT_EQ(s, std::string_view("x"));
 }
 
-TEST(StrDeathTest, PopBackOnEmpty) {
+TEST(StrDeathTest, AssertionTexts) {
     Str s;
     EXPECT_DEATH(s.pop_back(), "basicutil/Str.*Assertion `!empty\\(\\)' failed");
+    StrSegment view("abc");
+    EXPECT_DEATH(view.setEnd(view._data + 4), "Assertion `_len >= \\(size_type\\) \\(p - _data\\)' failed");
 }
 
 TEST(StrSearchTest, SearchingAndCounting) {

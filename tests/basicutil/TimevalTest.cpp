@@ -161,7 +161,7 @@ TEST(TimevalTest, AddEncodedSubsecondsAtTheEdges) {
     EXPECT_EQ(tv, (Timeval{3, 0}));
 }
 
-TEST(TimevalDeathTest, AddEncodedSubsecondsRejectsZero) {
+TEST(TimevalDeathTest, AssertionTexts) {
     Timeval tv{1, 0};
     EXPECT_DEATH(tv.addEncodedSubseconds(0), "Assertion `encoded > 1' failed");
 }

@@ -1,0 +1,277 @@
+#include "basicutil/PrintFloatingPoint.h"
+
+#include <double-conversion/double-to-string.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "basicutil/Assert.h"
+#include "basicutil/DecimalText.h"
+#include "basicutil/PrintfFormat.h"
+#include "basicutil/PrintfFormat_details.h"
+#include "basicutil/Str.h"
+
+namespace basicutil {
+
+using namespace printf_details;
+using Atom = PrintfFormatAtom;
+
+namespace {
+bool double_is_finite(double v) {
+    return std::isfinite(v);
+}
+}  // namespace
+
+DoubleWithSignificantFigures::DoubleWithSignificantFigures(double value) {
+    bool sign = false;
+    int length = 0, decimalPoint = 0;
+    double_conversion::DoubleToStringConverter::DoubleToAscii(
+        value, double_conversion::DoubleToStringConverter::SHORTEST, 0, digits, sizeof digits, &sign, &length,
+        &decimalPoint);
+    negative = sign;
+    ndigits = length;
+    point = decimalPoint;
+    VESTRA_ASSERT(data()[0] >= '0' && data()[0] <= '9');
+}
+
+bool shouldRoundAwayFromZero(const DoubleWithSignificantFigures& dsf, std::int32_t keep) {
+    const char cut = dsf.digits[keep];
+    if (cut > '5') return true;
+    if (cut < '5') return false;
+    // An exact tie goes towards +infinity: away from zero only for a non-negative value, or
+    // when further digits show it is no tie at all.
+    return !dsf.negative || keep + 1 < dsf.ndigits;
+}
+
+void roundForSigfigsAndPrecision(DoubleWithSignificantFigures& dsf) {
+    const std::int32_t digits = dsf.ndigits;
+    VESTRA_ASSERT(digits >= 1);
+    std::int64_t keep = dsf.sigfigs != DoubleWithSignificantFigures::MAX_SIGFIGS ? dsf.sigfigs : INT64_MAX;
+    if (dsf.precision != DoubleWithSignificantFigures::MAX_PRECISION) {
+        const std::int64_t byPrecision = static_cast<std::int64_t>(dsf.point) + dsf.precision;
+        if (byPrecision < keep) keep = byPrecision;
+    }
+    const auto becomeZero = [&dsf]() {
+        std::memcpy(dsf.digits, "0", 2);
+        dsf.ndigits = 1;
+        dsf.point = 1;
+    };
+    if (keep < 0) return becomeZero();
+    if (keep >= dsf.ndigits) return;
+    const auto kept = static_cast<std::int32_t>(keep);
+    const bool away = shouldRoundAwayFromZero(dsf, kept);
+    dsf.ndigits = kept;
+    dsf.digits[kept] = '\0';
+    if (!away) {
+        if (kept == 0) becomeZero();
+        return;
+    }
+    std::int32_t i = kept - 1;
+    while (i >= 0 && dsf.digits[i] == '9') --i;
+    if (i < 0) {  // all nines (or nothing kept): 1 in the next decimal place
+        std::memcpy(dsf.digits, "1", 2);
+        dsf.ndigits = 1;
+        dsf.point += 1;
+        return;
+    }
+    ++dsf.digits[i];
+    dsf.ndigits = i + 1;  // the nines that carried are now trailing zeros: drop them
+    dsf.digits[dsf.ndigits] = '\0';
+}
+
+namespace {
+
+// The sign that goes in front of a number.
+const char* signOf(const Atom& atom, bool negative) {
+    if (negative) return "-";
+    if (atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_PLUS) return "+";
+    if (atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_SPACE) return " ";
+    return nullptr;
+}
+
+// Fixed form: the rounded digits placed around the point, with `decimals` digits after it.
+void fixedPieces(Pieces& pieces, const DoubleWithSignificantFigures& dsf, std::size_t decimals,
+                 bool forcePoint) {
+    const auto n = static_cast<std::size_t>(dsf.ndigits);
+    const bool point = decimals > 0 || forcePoint;
+    if (dsf.point <= 0) {
+        const auto leading = static_cast<std::size_t>(-dsf.point);
+        pieces.text("0", 1);
+        if (point) pieces.text(".", 1);
+        const std::size_t zeros = leading < decimals ? leading : decimals;
+        pieces.repeat('0', zeros);
+        const std::size_t shown = decimals > zeros ? (n < decimals - zeros ? n : decimals - zeros) : 0;
+        pieces.text(dsf.digits, shown);
+        pieces.repeat('0', decimals - zeros - shown);
+    } else if (static_cast<std::size_t>(dsf.point) >= n) {
+        pieces.text(dsf.digits, n);
+        pieces.repeat('0', static_cast<std::size_t>(dsf.point) - n);
+        if (point) pieces.text(".", 1);
+        pieces.repeat('0', decimals);
+    } else {
+        const auto before = static_cast<std::size_t>(dsf.point);
+        pieces.text(dsf.digits, before);
+        if (point) pieces.text(".", 1);
+        const std::size_t after = n - before < decimals ? n - before : decimals;
+        pieces.text(dsf.digits + before, after);
+        pieces.repeat('0', decimals - after);
+    }
+}
+
+// Exponential form: one digit, the point, `decimals` more digits, then e+XX.
+void exponentPieces(Pieces& pieces, const DoubleWithSignificantFigures& dsf, std::size_t decimals,
+                    bool forcePoint, bool upper, char (&exponent)[8]) {
+    const auto n = static_cast<std::size_t>(dsf.ndigits);
+    pieces.text(dsf.digits, 1);
+    if (decimals > 0 || forcePoint) pieces.text(".", 1);
+    const std::size_t shown = n - 1 < decimals ? n - 1 : decimals;
+    pieces.text(dsf.digits + 1, shown);
+    pieces.repeat('0', decimals - shown);
+    const bool zero = dsf.digits[0] == '0';
+    int e = zero ? 0 : dsf.point - 1;
+    std::size_t k = 0;
+    exponent[k++] = upper ? 'E' : 'e';
+    exponent[k++] = e < 0 ? '-' : '+';
+    if (e < 0) e = -e;
+    char rev[4];
+    std::size_t m = 0;
+    do {
+        rev[m++] = static_cast<char>('0' + e % 10);
+        e /= 10;
+    } while (e != 0);
+    if (m < 2) rev[m++] = '0';
+    while (m > 0) exponent[k++] = rev[--m];
+    pieces.text(exponent, k);
+}
+
+void renderNonfinite(const Atom& atom, double val, const PrintfOutput& out) {
+    VESTRA_ASSERT(!double_is_finite(val));
+    // PrintfNonfiniteFloatingPointRenderingBuffer: no NaN is below zero, so every NaN is "NaN".
+    const StrSegment repl = std::isnan(val) ? "NaN" : val < 0 ? "-Infinity" : "Infinity";
+    VESTRA_ASSERT(!repl.empty());
+    Pieces pieces;
+    pieces.text(repl._data, repl._len);
+    emitPadded(atom, pieces, out, false);
+}
+
+// %a as C writes it: 0x1.8p+1; subnormals as 0x0.xxxp-1022; rounding to a precision is to
+// nearest, ties to even.
+void renderHexFloat(const Atom& atom, double value, const PrintfOutput& out) {
+    std::uint64_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    const bool negative = (bits >> 63) != 0;
+    const auto biased = static_cast<int>((bits >> 52) & 0x7FF);
+    std::uint64_t mantissa = bits & ((std::uint64_t{1} << 52) - 1);
+    unsigned lead = biased == 0 ? 0 : 1;
+    int exponent = biased == 0 ? (mantissa == 0 ? 0 : -1022) : biased - 1023;
+    std::size_t nibbles = 13;
+    if (atom.precision == Atom::NONE) {
+        while (nibbles > 0 && (mantissa & 0xF) == 0) {
+            mantissa >>= 4;
+            --nibbles;
+        }
+    } else if (atom.precision < 13) {
+        const auto drop = static_cast<unsigned>(4 * (13 - atom.precision));
+        const std::uint64_t rest = mantissa & ((std::uint64_t{1} << drop) - 1);
+        const std::uint64_t half = std::uint64_t{1} << (drop - 1);
+        mantissa >>= drop;
+        // To nearest, ties to even; with no fraction digit kept the leading digit is the last.
+        const bool odd = atom.precision == 0 ? (lead & 1) != 0 : (mantissa & 1) != 0;
+        if (rest > half || (rest == half && odd)) {
+            if (atom.precision == 0) {
+                ++lead;
+            } else if (++mantissa >> (4 * atom.precision)) {  // carried into the leading digit
+                mantissa = 0;
+                ++lead;
+            }
+        }
+        nibbles = atom.precision;
+    }
+    const bool upper = atom.has(Atom::FLAG_UPPER_CASE);
+    const char* hex = upper ? kHexUpper : kHexLower;
+    char fraction[13];
+    for (std::size_t i = 0; i < nibbles; ++i) fraction[i] = hex[(mantissa >> (4 * (nibbles - 1 - i))) & 0xF];
+    char leadDigit = static_cast<char>('0' + lead);
+    char tail[8];
+    std::size_t k = 0;
+    tail[k++] = upper ? 'P' : 'p';
+    tail[k++] = exponent < 0 ? '-' : '+';
+    char digits[kMaxUint64Digits];
+    const std::size_t m =
+        formatUnsigned(digits, static_cast<std::uint64_t>(exponent < 0 ? -exponent : exponent));
+    std::memcpy(tail + k, digits, m);
+    k += m;
+
+    Pieces pieces;
+    if (const char* sign = signOf(atom, negative)) pieces.text(sign, 1);
+    pieces.text(hexPrefix(upper), 2);
+    pieces.markPrefix();
+    pieces.text(&leadDigit, 1);
+    const std::size_t decimals = atom.precision == Atom::NONE ? nibbles : atom.precision;
+    if (decimals > 0 || atom.has(Atom::FLAG_ALTERNATE)) pieces.text(".", 1);
+    pieces.text(fraction, nibbles);
+    pieces.repeat('0', decimals - nibbles);
+    pieces.text(tail, k);
+    emitPadded(atom, pieces, out, true);
+}
+
+}  // namespace
+
+void renderDouble(const Atom& atom, double value, const PrintfOutput& out) {
+    if (!double_is_finite(value)) return renderNonfinite(atom, value, out);
+    if (atom.conversion == Atom::CONV_FLOAT_HEX) return renderHexFloat(atom, value, out);
+    DoubleWithSignificantFigures dsf(value);
+    const bool alternate = atom.has(Atom::FLAG_ALTERNATE);
+    const bool upper = atom.has(Atom::FLAG_UPPER_CASE);
+    const std::size_t precision = atom.precision == Atom::NONE ? 6 : atom.precision;
+    const auto limit = [](std::size_t v) {
+        return static_cast<std::uint16_t>(v < DoubleWithSignificantFigures::MAX_PRECISION - 1
+                                              ? v
+                                              : DoubleWithSignificantFigures::MAX_PRECISION - 1);
+    };
+    Pieces pieces;
+    if (const char* sign = signOf(atom, dsf.negative)) pieces.text(sign, 1);
+    pieces.markPrefix();
+    char exponent[8];
+    switch (atom.conversion) {
+        case Atom::CONV_FLOAT_FIXED:
+            dsf.precision = limit(precision);
+            VESTRA_ASSERT(dsf.precision != DoubleWithSignificantFigures::MAX_PRECISION);
+            roundForSigfigsAndPrecision(dsf);
+            fixedPieces(pieces, dsf, precision, alternate);
+            break;
+        case Atom::CONV_FLOAT_EXPONENT:
+            dsf.sigfigs = limit(precision + 1);
+            VESTRA_ASSERT(dsf.sigfigs != DoubleWithSignificantFigures::MAX_SIGFIGS);
+            roundForSigfigsAndPrecision(dsf);
+            exponentPieces(pieces, dsf, precision, alternate, upper, exponent);
+            break;
+        default: {  // %g: exponential when the exponent after rounding is below -4 or not below P
+            const std::size_t p = atom.precision == Atom::NONE ? 6 : atom.precision == 0 ? 1 : atom.precision;
+            dsf.sigfigs = limit(p);
+            VESTRA_ASSERT(dsf.sigfigs != DoubleWithSignificantFigures::MAX_SIGFIGS);
+            roundForSigfigsAndPrecision(dsf);
+            const std::int64_t x = dsf.digits[0] == '0' ? 0 : dsf.point - 1;
+            if (!alternate) {  // trailing zeros of the fraction go, and a bare point with them
+                while (dsf.ndigits > 1 && dsf.digits[dsf.ndigits - 1] == '0')
+                    dsf.digits[--dsf.ndigits] = '\0';
+            }
+            if (x < -4 || x >= static_cast<std::int64_t>(p)) {
+                const std::size_t decimals = alternate ? p - 1 : static_cast<std::size_t>(dsf.ndigits - 1);
+                exponentPieces(pieces, dsf, decimals, alternate, upper, exponent);
+            } else {
+                const std::int64_t wanted = static_cast<std::int64_t>(p) - 1 - x;
+                std::int64_t decimals = wanted;
+                if (!alternate) {
+                    const std::int64_t present = dsf.ndigits - dsf.point;
+                    decimals = present < 0 ? 0 : (present < wanted ? present : wanted);
+                }
+                fixedPieces(pieces, dsf, static_cast<std::size_t>(decimals), alternate);
+            }
+            break;
+        }
+    }
+    emitPadded(atom, pieces, out, true);
+}
+
+}  // namespace basicutil

@@ -1,0 +1,37 @@
+// The digits of doubles for the printf engine: shortest round-trip digits, then the library's
+// own rounding to significant figures or decimal places.
+//
+// Rounding looks at the shortest decimal digits, not the binary value, and breaks exact ties
+// towards +infinity: 0.25 rounds to 0.3 and -0.25 to -0.2 at one decimal. A negative value that
+// rounds to zero keeps its sign ("-0.0").
+#pragma once
+
+#include <cstdint>
+
+namespace basicutil {
+
+struct DoubleWithSignificantFigures {
+    static constexpr std::uint16_t MAX_SIGFIGS = 65535;    // unset
+    static constexpr std::uint16_t MAX_PRECISION = 65535;  // unset
+
+    char digits[18];  // up to 17 significant digits and a NUL
+    bool negative = false;
+    std::int32_t ndigits = 0;  // 1..17
+    std::int32_t point = 0;    // the value is 0.d1d2... x 10^point
+    std::uint16_t sigfigs = MAX_SIGFIGS;
+    std::uint16_t precision = MAX_PRECISION;
+
+    // The shortest digits of a finite value (double-conversion, shortest mode). Zero is "0"
+    // with point 1.
+    explicit DoubleWithSignificantFigures(double value);
+    const char* data() const noexcept { return digits; }
+};
+
+// Keeps min(sigfigs, point + precision) digits, rounding as described above. At least one
+// limit must be set.
+void roundForSigfigsAndPrecision(DoubleWithSignificantFigures& dsf);
+
+// Whether cutting the digits before index `keep` rounds the magnitude up.
+bool shouldRoundAwayFromZero(const DoubleWithSignificantFigures& dsf, std::int32_t keep);
+
+}  // namespace basicutil

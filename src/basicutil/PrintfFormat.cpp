@@ -1,0 +1,574 @@
+#include "basicutil/PrintfFormat.h"
+
+#include <cerrno>
+#include <climits>
+
+#include "basicutil/Assert.h"
+#include "basicutil/DecimalText.h"
+#include "basicutil/Platform.h"
+#include "basicutil/PrintfFormat_details.h"
+
+namespace basicutil {
+
+using namespace printf_details;
+using Atom = PrintfFormatAtom;
+
+// --- Parsing ---------------------------------------------------------------------------------
+
+namespace {
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// A decimal number; false when it passes INT_MAX, which C's printf refuses too.
+bool readNumber(const char*& p, const char* end, std::size_t& value) {
+    value = 0;
+    for (; p < end && isDigit(*p); ++p) {
+        value = value * 10 + static_cast<std::size_t>(*p - '0');
+        if (value > static_cast<std::size_t>(INT_MAX)) {
+            while (p < end && isDigit(*p)) ++p;
+            return false;
+        }
+    }
+    return true;
+}
+
+// The atom becomes literal text [begin, end).
+void makeConstant(Atom& atom, const char* begin, const char* end) {
+    atom = Atom();
+    atom.text = begin;
+    atom.length = static_cast<std::size_t>(end - begin);
+}
+
+}  // namespace
+
+StrSegment PrintfFormatAtom::constantText() const noexcept {
+    VESTRA_ASSERT(conversion == CONV_CONSTANT_STRING);
+    return {text, length};
+}
+
+namespace {
+bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options);
+}  // namespace
+
+bool PrintfFormatAtom::getNext(StrSegment& format, unsigned options) {
+    *this = PrintfFormatAtom();
+    if (format.empty()) return false;
+    return parseAtom(*this, &format, options);
+}
+
+namespace {
+
+// One atom from a format that is not empty.
+bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
+    VESTRA_ASSERT(!formatp->empty());
+    StrSegment& format = *formatp;
+    // The fields are the atom's own; keep the member-like names of the parsing rules.
+    std::uint8_t& flags = atom.flags;
+    Atom::Padding& padding = atom.padding;
+    Atom::SignNonnegative& sign_nonnegative = atom.sign_nonnegative;
+    Atom::Conversion& conversion = atom.conversion;
+    std::size_t& width = atom.width;
+    std::size_t& precision = atom.precision;
+    std::size_t& size = atom.size;
+    PrintfFormatAtom* const self = &atom;
+    const char* const begin = format.begin();
+    const char* const end = format.end();
+    const char* p = begin;
+    if (*p != '%') {
+        while (p < end && *p != '%') ++p;
+        makeConstant(*self, begin, p);
+        format.setBegin(p);
+        return true;
+    }
+    ++p;
+    const auto endsInside = [&]() {  // the format stops inside the specification
+        makeConstant(*self, begin, begin + 1);
+        format.setBegin(end);
+        return true;
+    };
+    for (bool more = true; more && p < end;) {
+        switch (*p) {
+            case ' ':
+                if (sign_nonnegative != Atom::SIGN_NONNEGATIVE_PLUS)
+                    sign_nonnegative = Atom::SIGN_NONNEGATIVE_SPACE;
+                break;
+            case '+':
+                sign_nonnegative = Atom::SIGN_NONNEGATIVE_PLUS;
+                break;
+            case '#':
+                flags |= Atom::FLAG_ALTERNATE;
+                break;
+            case '\'':
+                flags |= Atom::FLAG_SEPARATORS;
+                break;
+            case '-':
+                padding = Atom::PAD_RIGHT_SPACES;
+                break;
+            case '0':
+                if (padding != Atom::PAD_RIGHT_SPACES) padding = Atom::PAD_LEFT_ZEROS;
+                break;
+            default:
+                more = false;
+                continue;
+        }
+        ++p;
+    }
+    bool tooLarge = false;
+    if (p < end && *p == '*') {
+        flags |= Atom::FLAG_VARIABLE_WIDTH;
+        ++p;
+    } else if (p < end && *p >= '1' && *p <= '9') {
+        tooLarge = !readNumber(p, end, width);
+    }
+    if (p < end && *p == '.') {
+        ++p;
+        if (p < end && *p == '*') {
+            flags |= Atom::FLAG_VARIABLE_PRECISION;
+            ++p;
+        } else {
+            tooLarge = !readNumber(p, end, precision) || tooLarge;
+        }
+    }
+    size = 4;
+    const auto next = [&](std::string_view s) {
+        return static_cast<std::size_t>(end - p) >= s.size() && std::string_view(p, s.size()) == s;
+    };
+    if (next("hh"))
+        size = 1, p += 2;
+    else if (next("h"))
+        size = 2, p += 1;
+    else if (next("ll"))
+        size = 8, p += 2;
+    else if (next("l") || next("q") || next("j") || next("t"))
+        size = 8, p += 1;
+    else if (next("z") && (options & Atom::OPTION_Z_STRING) == 0)
+        size = 8, p += 1;
+    else if (next("I32"))
+        size = 4, p += 3;
+    else if (next("I64"))
+        size = 8, p += 3;
+    else if (next("wS") || next("wc") || next("ws"))
+        size = 8, p += 1;
+    if (p >= end) return endsInside();
+
+    const char letter = *p++;
+    const std::string_view spec(begin, static_cast<std::size_t>(p - begin));
+    switch (letter) {
+        case 'd':
+        case 'i':
+            conversion = Atom::CONV_SIGNED_DECIMAL;
+            break;
+        case 'u':
+            conversion = Atom::CONV_UNSIGNED_DECIMAL;
+            break;
+        case 'X':
+            flags |= Atom::FLAG_UPPER_CASE;
+            [[fallthrough]];
+        case 'x':
+            conversion = Atom::CONV_UNSIGNED_HEX;
+            break;
+        case 'o':
+            conversion = Atom::CONV_UNSIGNED_OCTAL;
+            break;
+        case 'E':
+            flags |= Atom::FLAG_UPPER_CASE;
+            [[fallthrough]];
+        case 'e':
+            conversion = Atom::CONV_FLOAT_EXPONENT;
+            break;
+        case 'F':
+            flags |= Atom::FLAG_UPPER_CASE;
+            [[fallthrough]];
+        case 'f':
+            conversion = Atom::CONV_FLOAT_FIXED;
+            break;
+        case 'G':
+            flags |= Atom::FLAG_UPPER_CASE;
+            [[fallthrough]];
+        case 'g':
+            conversion = Atom::CONV_FLOAT_CHOOSE;
+            break;
+        case 'A':
+            flags |= Atom::FLAG_UPPER_CASE;
+            [[fallthrough]];
+        case 'a':
+            conversion = Atom::CONV_FLOAT_HEX;
+            break;
+        case 'c':
+            conversion = Atom::CONV_CHAR;
+            size = 4;
+            break;
+        case 's':
+        case 'S':
+            conversion = Atom::CONV_STRING;
+            size = 8;
+            break;
+        case 'z':
+            if ((options & Atom::OPTION_Z_STRING) == 0)
+                return makeConstant(*self, begin, p), format.setBegin(p), true;
+            conversion = Atom::CONV_STRING;
+            size = 8;
+            break;
+        case 'm':
+            if ((options & Atom::OPTION_ERRNO) == 0)
+                return makeConstant(*self, begin, p), format.setBegin(p), true;
+            conversion = Atom::CONV_ERRNO_STRING;
+            break;
+        case 'p':
+            if (options & Atom::OPTION_POINTERS) {
+                conversion = Atom::CONV_POINTER;
+                size = 8;
+                flags |= Atom::FLAG_ALTERNATE;
+            } else {
+                conversion = Atom::CONV_UNSIGNED_HEX;
+                flags |= Atom::FLAG_UPPER_CASE;
+            }
+            break;
+        case '%':
+            makeConstant(*self, p - 1, p);
+            format.setBegin(p);
+            return true;
+        default:
+            makeConstant(*self, begin, p);  // printed as written
+            format.setBegin(p);
+            return true;
+    }
+    if (tooLarge) {
+        makeConstant(*self, spec.data(), spec.data() + spec.size());
+        format.setBegin(p);
+        return true;
+    }
+    if (atom.isFloat()) size = 8;
+    if (conversion == Atom::CONV_UNSIGNED_DECIMAL || conversion == Atom::CONV_UNSIGNED_HEX ||
+        conversion == Atom::CONV_UNSIGNED_OCTAL)
+        sign_nonnegative = Atom::SIGN_NONNEGATIVE_NONE;
+    if (atom.isInteger() && (precision != Atom::NONE || atom.has(Atom::FLAG_VARIABLE_PRECISION)) &&
+        padding == Atom::PAD_LEFT_ZEROS)
+        padding = Atom::PAD_LEFT_SPACES;
+    format.setBegin(p);
+    return true;
+}
+
+}  // namespace
+
+// The assertion texts keep the C-style casts of the original checks.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wold-style-cast"
+void PrintfFormatAtom::setVariableWidth(std::size_t w) {
+    // clang-format off
+    VESTRA_ASSERT(width == (size_t) -1);
+    // clang-format on
+    width = w;
+}
+
+void PrintfFormatAtom::setVariablePrecision(std::size_t p) {
+    // clang-format off
+    VESTRA_ASSERT(precision == (size_t) -1);
+    // clang-format on
+    precision = p;
+}
+#pragma GCC diagnostic pop
+
+// --- Back to text ------------------------------------------------------------------------------
+
+void append_stringified(Str& out, const PrintfFormatAtom& atom) {
+    if (atom.conversion == Atom::CONV_CONSTANT_STRING) {
+        for (std::size_t i = 0; i < atom.length; ++i) {
+            if (atom.text[i] == '%') out.push_back('%');
+            out.push_back(atom.text[i]);
+        }
+        return;
+    }
+    char digits[kMaxUint64Digits];
+    out.push_back('%');
+    if (atom.has(Atom::FLAG_ALTERNATE) && atom.conversion != Atom::CONV_POINTER) out.push_back('#');
+    if (atom.has(Atom::FLAG_SEPARATORS) &&
+        (atom.conversion == Atom::CONV_SIGNED_DECIMAL || atom.conversion == Atom::CONV_UNSIGNED_DECIMAL ||
+         atom.conversion == Atom::CONV_FLOAT_FIXED || atom.conversion == Atom::CONV_FLOAT_CHOOSE))
+        out.push_back('\'');
+    if (atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_SPACE) out.push_back(' ');
+    if (atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_PLUS) out.push_back('+');
+    if (atom.padding == Atom::PAD_RIGHT_SPACES) out.push_back('-');
+    if (atom.padding == Atom::PAD_LEFT_ZEROS) out.push_back('0');
+    if (atom.has(Atom::FLAG_VARIABLE_WIDTH))
+        out.push_back('*');
+    else if (atom.width != Atom::NONE)
+        out.append(digits, formatUnsigned(digits, atom.width));
+    if (atom.has(Atom::FLAG_VARIABLE_PRECISION)) {
+        out.append(".*", 2);
+    } else if (atom.precision != Atom::NONE) {
+        out.push_back('.');
+        out.append(digits, formatUnsigned(digits, atom.precision));
+    }
+    if (atom.isInteger()) {
+        static constexpr const char* kSizes[] = {"", "hh", "h", "", "", "", "", "", "l"};
+        out.append(atom.size <= 8 ? kSizes[atom.size] : "ll");
+    } else if (atom.isFloat()) {
+        out.push_back('l');
+    }
+    out.push_back(conversionLetter(atom.conversion, atom.has(Atom::FLAG_UPPER_CASE)));
+}
+
+// --- Output and padding ------------------------------------------------------------------------
+
+void PrintfOutput::appendRepeated(char c, std::size_t n) const {
+    char run[64];
+    std::memset(run, c, sizeof run);
+    for (; n > sizeof run; n -= sizeof run) append(run, sizeof run);
+    append(run, n);
+}
+
+void printf_details::emitPadded(const Atom& atom, const Pieces& pieces, const PrintfOutput& out,
+                                bool zeroPadAllowed) {
+    const std::size_t length = pieces.length();
+    const std::size_t pad = atom.width != Atom::NONE && atom.width > length ? atom.width - length : 0;
+    const bool zeros = pad > 0 && zeroPadAllowed && atom.padding == Atom::PAD_LEFT_ZEROS;
+    if (pad > 0 && !zeros && atom.padding != Atom::PAD_RIGHT_SPACES) out.appendRepeated(' ', pad);
+    for (std::size_t i = 0; i < pieces.n; ++i) {
+        if (zeros && i == pieces.prefixPieces) {
+            const std::size_t zlen = pad;
+            VESTRA_ASSERT(zlen > 0);
+            out.appendRepeated('0', zlen);
+        }
+        const Pieces::Piece& piece = pieces.piece[i];
+        if (piece.text != nullptr)
+            out.append(piece.text, piece.count);
+        else
+            out.appendRepeated(piece.fill, piece.count);
+    }
+    if (zeros && pieces.prefixPieces == pieces.n) out.appendRepeated('0', pad);
+    if (pad > 0 && atom.padding == Atom::PAD_RIGHT_SPACES) out.appendRepeated(' ', pad);
+}
+
+// --- Integers ----------------------------------------------------------------------------------
+
+namespace {
+
+// The digits of one integer, written forward into a 26-byte buffer: 20 decimal digits and 6
+// separators, or 22 octal digits.
+class IntegerDigits {
+  public:
+    IntegerDigits(const Atom& atom, std::uint64_t value) {
+        char reversed[24];
+        std::size_t n = 0;
+        const bool hex = atom.conversion == Atom::CONV_UNSIGNED_HEX || atom.conversion == Atom::CONV_POINTER;
+        const unsigned base = hex ? 16 : atom.conversion == Atom::CONV_UNSIGNED_OCTAL ? 8 : 10;
+        const char* digitSet =
+            atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER ? kHexUpper : kHexLower;
+        for (std::uint64_t v = value; v != 0; v /= base) reversed[n++] = digitSet[v % base];
+        _count = n;
+        const bool separators = base == 10 && atom.has(Atom::FLAG_SEPARATORS) && n >= 4;
+        const std::size_t new_digits = n + (separators ? (n - 1) / 3 : 0);
+        VESTRA_ASSERT(new_digits <= sizeof(_buf));
+        for (std::size_t i = n; i-- > 0;) {
+            VESTRA_ASSERT(_p < &_buf[sizeof(_buf)]);
+            *_p++ = reversed[i];
+            if (separators && i > 0 && i % 3 == 0) {
+                VESTRA_ASSERT(_p < &_buf[sizeof(_buf)]);
+                *_p++ = ',';
+            }
+        }
+        VESTRA_ASSERT(_p <= &_buf[sizeof(_buf)]);
+    }
+    const char* data() const { return _buf; }
+    std::size_t bytes() const { return static_cast<std::size_t>(_p - _buf); }
+    std::size_t digitCount() const { return _count; }  // without separators
+
+  private:
+    char _buf[26];
+    char* _p = _buf;
+    std::size_t _count = 0;
+};
+
+void renderInteger(const Atom& atom, std::uint64_t magnitude, const char* sign, const PrintfOutput& out) {
+    const IntegerDigits digits(atom, magnitude);
+    Pieces pieces;
+    if (sign != nullptr) pieces.text(sign, 1);
+    const bool hex = atom.conversion == Atom::CONV_UNSIGNED_HEX || atom.conversion == Atom::CONV_POINTER;
+    if (hex && atom.has(Atom::FLAG_ALTERNATE) && magnitude != 0)
+        pieces.text(hexPrefix(atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER), 2);
+    pieces.markPrefix();
+    std::size_t zeros = 0;
+    if (magnitude == 0) {
+        // "%.0d" of 0 is nothing; without a precision it is "0".
+        zeros = atom.precision == Atom::NONE ? 1 : atom.precision;
+    } else if (atom.precision != Atom::NONE && atom.precision > digits.digitCount()) {
+        zeros = atom.precision - digits.digitCount();
+    }
+    if (atom.conversion == Atom::CONV_UNSIGNED_OCTAL && atom.has(Atom::FLAG_ALTERNATE) && zeros == 0)
+        zeros = 1;
+    pieces.repeat('0', zeros);
+    pieces.text(digits.data(), digits.bytes());
+    emitPadded(atom, pieces, out, true);
+}
+
+std::uint64_t truncated(std::uint64_t v, std::size_t size) {
+    return size >= 8 ? v : v & ((std::uint64_t{1} << (8 * size)) - 1);
+}
+
+std::int64_t signExtended(std::int64_t v, std::size_t size) {
+    switch (size) {
+        case 1:
+            return static_cast<std::int8_t>(v);
+        case 2:
+            return static_cast<std::int16_t>(v);
+        case 4:
+            return static_cast<std::int32_t>(v);
+        default:
+            return v;
+    }
+}
+
+}  // namespace
+
+void renderSignedInteger(const Atom& atom, std::int64_t value, const PrintfOutput& out) {
+    value = signExtended(value, atom.size);
+    const char* sign = value < 0                                               ? "-"
+                       : atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_PLUS  ? "+"
+                       : atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_SPACE ? " "
+                                                                               : nullptr;
+    const std::uint64_t magnitude =
+        value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
+    renderInteger(atom, magnitude, sign, out);
+}
+
+void renderUnsignedInteger(const Atom& atom, std::uint64_t value, const PrintfOutput& out) {
+    renderInteger(atom, truncated(value, atom.size), nullptr, out);
+}
+
+void printfPointerValue(const Atom& atom, const void* pointer, const PrintfOutput& out) {
+    VESTRA_ASSERT(atom.conversion == PrintfFormatAtom::CONV_UNSIGNED_HEX ||
+                  atom.conversion == PrintfFormatAtom::CONV_POINTER);
+    if (pointer == nullptr && atom.conversion == Atom::CONV_POINTER) {
+        Pieces pieces;
+        pieces.text("(nil)", 5);
+        emitPadded(atom, pieces, out, false);
+        return;
+    }
+    const auto value = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(pointer));
+    renderInteger(atom, atom.conversion == Atom::CONV_POINTER ? value : truncated(value, atom.size), nullptr,
+                  out);
+}
+
+// --- Text ------------------------------------------------------------------------------------
+
+void renderString(const Atom& atom, StrSegment s, const PrintfOutput& out) {
+    Pieces pieces;
+    pieces.text(s._data, atom.precision != Atom::NONE && atom.precision < s._len ? atom.precision : s._len);
+    emitPadded(atom, pieces, out, false);
+}
+
+void renderChar(const Atom& atom, char c, const PrintfOutput& out) {
+    Pieces pieces;
+    pieces.text(&c, 1);
+    emitPadded(atom, pieces, out, false);
+}
+
+// --- Driving a whole format ----------------------------------------------------------------------
+
+namespace {
+
+bool isIntegerArg(const PrintfArg& arg) {
+    return arg.kind() == PrintfArg::ARG_SIGNED || arg.kind() == PrintfArg::ARG_UNSIGNED;
+}
+
+// Renders one atom, taking its arguments from args[next...].
+void renderAtom(const Atom& parsed, std::span<const PrintfArg> args, std::size_t& next, int savedErrno,
+                const PrintfOutput& out) {
+    if (parsed.conversion == Atom::CONV_CONSTANT_STRING) {
+        const PrintfFormatAtom* cdtssp = &parsed;
+        VESTRA_ASSERT(cdtssp->length >= 1);
+        const StrSegment text = cdtssp->constantText();
+        out.append(text._data, text._len);
+        return;
+    }
+    const auto asWritten = [&]() {
+        Str text;
+        append_stringified(text, parsed);
+        out.append(text.data(), text.size());
+    };
+    Atom atom = parsed;
+    if (atom.has(Atom::FLAG_VARIABLE_WIDTH)) {
+        if (next >= args.size() || !isIntegerArg(args[next])) return ++next, asWritten();
+        std::int64_t w = args[next++].asSigned();
+        if (w < 0) {
+            atom.padding = Atom::PAD_RIGHT_SPACES;  // a negative width means the - flag, as in C
+            w = w == INT64_MIN ? INT64_MAX : -w;
+        }
+        atom.setVariableWidth(static_cast<std::size_t>(w < INT_MAX ? w : INT_MAX));
+    }
+    if (atom.has(Atom::FLAG_VARIABLE_PRECISION)) {
+        if (next >= args.size() || !isIntegerArg(args[next])) return ++next, asWritten();
+        const std::int64_t p = args[next++].asSigned();
+        if (p >= 0)
+            atom.setVariablePrecision(static_cast<std::size_t>(p < INT_MAX ? p : INT_MAX));  // negative: none
+        if (atom.isInteger() && atom.padding == Atom::PAD_LEFT_ZEROS) atom.padding = Atom::PAD_LEFT_SPACES;
+    }
+    if (atom.conversion == Atom::CONV_ERRNO_STRING) {
+        char text[256];
+        renderString(atom, StrSegment(platform::errorText(savedErrno, text, sizeof text)), out);
+        return;
+    }
+    if (next >= args.size()) return asWritten();
+    const PrintfArg& arg = args[next++];
+    switch (atom.conversion) {
+        case Atom::CONV_SIGNED_DECIMAL:
+            if (!isIntegerArg(arg)) return asWritten();
+            return renderSignedInteger(atom, arg.asSigned(), out);
+        case Atom::CONV_UNSIGNED_DECIMAL:
+        case Atom::CONV_UNSIGNED_OCTAL:
+        case Atom::CONV_UNSIGNED_HEX:
+            if (arg.kind() == PrintfArg::ARG_POINTER && atom.conversion == Atom::CONV_UNSIGNED_HEX)
+                return printfPointerValue(atom, arg.asPointer(), out);
+            if (!isIntegerArg(arg)) return asWritten();
+            return renderUnsignedInteger(atom, arg.asUnsigned(), out);
+        case Atom::CONV_POINTER:
+            if (arg.kind() == PrintfArg::ARG_POINTER) return printfPointerValue(atom, arg.asPointer(), out);
+            if (!isIntegerArg(arg)) return asWritten();
+            return printfPointerValue(
+                atom, reinterpret_cast<const void*>(static_cast<std::uintptr_t>(arg.asUnsigned())), out);
+        case Atom::CONV_FLOAT_EXPONENT:
+        case Atom::CONV_FLOAT_FIXED:
+        case Atom::CONV_FLOAT_CHOOSE:
+        case Atom::CONV_FLOAT_HEX:
+            if (arg.kind() == PrintfArg::ARG_DOUBLE) return renderDouble(atom, arg.asDouble(), out);
+            if (arg.kind() == PrintfArg::ARG_SIGNED)
+                return renderDouble(atom, static_cast<double>(arg.asSigned()), out);
+            if (arg.kind() == PrintfArg::ARG_UNSIGNED)
+                return renderDouble(atom, static_cast<double>(arg.asUnsigned()), out);
+            return asWritten();
+        case Atom::CONV_CHAR:
+            if (!isIntegerArg(arg)) return asWritten();
+            return renderChar(atom, static_cast<char>(arg.asUnsigned() & 0xFF), out);
+        case Atom::CONV_STRING:
+            if (arg.kind() != PrintfArg::ARG_STRING) return asWritten();
+            return renderString(atom, StrSegment(arg.asString()), out);
+        default:
+            return asWritten();
+    }
+}
+
+}  // namespace
+
+PrintfFormat::PrintfFormat(StrSegment format, unsigned options) {
+    PrintfFormatAtom atom;
+    while (atom.getNext(format, options)) _atoms.push_back(atom);
+}
+
+void PrintfFormat::appendTo(const PrintfOutput& out, std::span<const PrintfArg> args) const {
+    const int savedErrno = errno;
+    std::size_t next = 0;
+    for (const PrintfFormatAtom& atom : _atoms) renderAtom(atom, args, next, savedErrno, out);
+}
+
+void appendPrintf(const PrintfOutput& out, StrSegment format, std::span<const PrintfArg> args,
+                  unsigned options) {
+    const int savedErrno = errno;
+    std::size_t next = 0;
+    PrintfFormatAtom atom;
+    while (atom.getNext(format, options)) renderAtom(atom, args, next, savedErrno, out);
+}
+
+}  // namespace basicutil

@@ -1,0 +1,174 @@
+// The library's own printf. A format is split into atoms (literal text, or one conversion each),
+// and each conversion is rendered from a typed argument. Numbers never go through the C
+// library: integers are written digit by digit into a 26-byte stack buffer, doubles from their
+// shortest decimal digits (PrintFloatingPoint.h) followed by the library's own rounding.
+//
+// Where it differs from C's printf, on purpose:
+//   - the ' flag always groups with "," in threes (C follows the locale, and the C locale does
+//     not group);
+//   - doubles round their shortest decimal digits, and exact ties go towards +infinity:
+//     "%.1f" of 0.25 is "0.3" and of -0.25 is "-0.2"; 2.675 is a tie here ("2.68");
+//   - infinities print "Infinity" and "-Infinity", every NaN prints "NaN", padded with blanks;
+//   - %p prints "(nil)" or 0x... when pointers are enabled, and is upper-case hexadecimal of the
+//     argument's size otherwise;
+//   - bad format text is printed as written: "%k" stays "%k", a trailing "%" stays "%".
+//
+// Typed front end (appendf, strprintf, PrintfFormat::append): each argument is a PrintfArg, so
+// nothing reads a va_list. Integers serve every integer conversion and %c (truncated to the
+// conversion's size as C would), and every floating conversion; doubles serve only the floating
+// conversions; strings serve %s; pointers serve %p and %x. A conversion whose argument is
+// missing or of another kind is printed as written ("%d"), and the argument is used up. Extra
+// arguments are ignored.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "basicutil/PrintfFormatArgs.h"
+#include "basicutil/Str.h"
+
+namespace basicutil {
+
+struct PrintfFormatAtom {
+    enum : std::uint8_t {
+        FLAG_ALTERNATE = 1,           // #
+        FLAG_VARIABLE_WIDTH = 2,      // *
+        FLAG_VARIABLE_PRECISION = 4,  // .*
+        FLAG_UPPER_CASE = 8,          // X A E F G, and p read as hexadecimal
+        FLAG_SEPARATORS = 16,         // '
+    };
+    enum Padding : std::int32_t { PAD_LEFT_SPACES = 0, PAD_RIGHT_SPACES = 1, PAD_LEFT_ZEROS = 2 };
+    enum SignNonnegative : std::int32_t {
+        SIGN_NONNEGATIVE_NONE = 0,
+        SIGN_NONNEGATIVE_SPACE = 1,
+        SIGN_NONNEGATIVE_PLUS = 2,
+    };
+    enum Conversion : std::int32_t {
+        CONV_CONSTANT_STRING = 0,
+        CONV_SIGNED_DECIMAL = 1,
+        CONV_UNSIGNED_DECIMAL = 2,
+        CONV_UNSIGNED_HEX = 3,
+        CONV_UNSIGNED_OCTAL = 4,
+        CONV_FLOAT_EXPONENT = 5,
+        CONV_FLOAT_FIXED = 6,
+        CONV_FLOAT_CHOOSE = 7,
+        CONV_FLOAT_HEX = 8,
+        CONV_CHAR = 9,
+        CONV_STRING = 10,
+        CONV_ERRNO_STRING = 11,
+        CONV_POINTER = 12,
+    };
+    // getNext options.
+    enum : unsigned { OPTION_ERRNO = 1, OPTION_POINTERS = 2, OPTION_Z_STRING = 8 };
+    static constexpr std::size_t NONE = static_cast<std::size_t>(-1);
+
+    std::uint8_t flags = 0;
+    Padding padding = PAD_LEFT_SPACES;
+    SignNonnegative sign_nonnegative = SIGN_NONNEGATIVE_NONE;
+    Conversion conversion = CONV_CONSTANT_STRING;
+    union {
+        std::size_t size;  // a conversion's argument size in bytes: 1, 2, 4 or 8
+        const char* text;  // a constant's text, inside the format
+    };
+    std::size_t length = 0;  // a constant's length
+    std::size_t width = NONE;
+    std::size_t precision = NONE;
+
+    PrintfFormatAtom() : text("") {}
+
+    // Parses the next atom at the front of `format` and advances past it. False only when the
+    // format is empty (the atom is then an empty constant). The format must outlive the atom.
+    bool getNext(StrSegment& format, unsigned options = 0);
+    // Fill a * width or precision from an argument; the field must still be NONE.
+    void setVariableWidth(std::size_t w);
+    void setVariablePrecision(std::size_t p);
+
+    // A constant atom's text.
+    StrSegment constantText() const noexcept;
+
+    bool has(std::uint8_t flag) const noexcept { return (flags & flag) != 0; }
+    bool isInteger() const noexcept {
+        return conversion >= CONV_SIGNED_DECIMAL && conversion <= CONV_UNSIGNED_OCTAL;
+    }
+    bool isFloat() const noexcept {
+        return conversion >= CONV_FLOAT_EXPONENT && conversion <= CONV_FLOAT_HEX;
+    }
+};
+
+// Appends the atom as C printf text ("%-08.3ld"); a constant's "%" is doubled.
+void append_stringified(Str& out, const PrintfFormatAtom& atom);
+
+// Where rendered text goes: a Str, a std::string, or anything with append(const char*, size).
+class PrintfOutput {
+  public:
+    template <typename Target>
+    explicit PrintfOutput(Target& target)
+        : _target(&target),
+          _append([](void* t, const char* p, std::size_t n) { static_cast<Target*>(t)->append(p, n); }) {}
+    void append(const char* p, std::size_t n) const { _append(_target, p, n); }
+    void appendRepeated(char c, std::size_t n) const;
+
+  private:
+    void* _target;
+    void (*_append)(void*, const char*, std::size_t);
+};
+
+// --- Renderers: each builds its text on the stack, then writes it padded to the width ---------
+void renderSignedInteger(const PrintfFormatAtom& atom, std::int64_t value, const PrintfOutput& out);
+void renderUnsignedInteger(const PrintfFormatAtom& atom, std::uint64_t value, const PrintfOutput& out);
+void printfPointerValue(const PrintfFormatAtom& atom, const void* pointer, const PrintfOutput& out);
+void renderDouble(const PrintfFormatAtom& atom, double value,
+                  const PrintfOutput& out);  // PrintFloatingPoint.cpp
+void renderString(const PrintfFormatAtom& atom, StrSegment s, const PrintfOutput& out);
+void renderChar(const PrintfFormatAtom& atom, char c, const PrintfOutput& out);
+
+// A parsed format, rendered as often as needed. The format text must outlive it.
+class PrintfFormat {
+  public:
+    explicit PrintfFormat(StrSegment format, unsigned options = 0);
+    const std::vector<PrintfFormatAtom>& atoms() const noexcept { return _atoms; }
+    void appendTo(const PrintfOutput& out, std::span<const PrintfArg> args) const;
+    template <typename... Args>
+    void append(Str& out, const Args&... args) const {
+        appendTo(PrintfOutput(out), argumentList(args...));
+    }
+
+    template <typename... Args>
+    static auto argumentList(const Args&... args) {
+        return std::array<PrintfArg, sizeof...(Args)>{PrintfArg(args)...};
+    }
+
+  private:
+    std::vector<PrintfFormatAtom> _atoms;
+};
+
+// Parses and renders in one pass, allocating nothing but the output's growth.
+void appendPrintf(const PrintfOutput& out, StrSegment format, std::span<const PrintfArg> args,
+                  unsigned options = 0);
+
+template <typename... Args>
+void appendf(Str& out, std::string_view format, const Args&... args) {
+    appendPrintf(PrintfOutput(out), StrSegment(format), PrintfFormat::argumentList(args...));
+}
+template <typename... Args>
+void appendf(std::string& out, std::string_view format, const Args&... args) {
+    appendPrintf(PrintfOutput(out), StrSegment(format), PrintfFormat::argumentList(args...));
+}
+template <typename... Args>
+std::string formatPrintf(std::string_view format, const Args&... args) {
+    std::string out;
+    appendf(out, format, args...);
+    return out;
+}
+template <typename... Args>
+Str strprintf(std::string_view format, const Args&... args) {
+    Str out;
+    appendf(out, format, args...);
+    return out;
+}
+
+}  // namespace basicutil
