@@ -5,10 +5,10 @@
 set -eu
 
 # python3 runs the table generator (and the test that checks its output against the tree);
-# ICU is the benchmarks' peer for case conversion.
+# ICU and fmt are the benchmarks' peers (case conversion, formatting).
 DEBIAN_PACKAGES="cmake ninja-build g++ clang libclang-rt-dev pkg-config python3
-libgtest-dev libgmock-dev libbenchmark-dev libdouble-conversion-dev libpcre2-dev libicu-dev"
-FREEBSD_PACKAGES="cmake ninja pkgconf python3 googletest benchmark double-conversion pcre2 icu"
+libgtest-dev libgmock-dev libbenchmark-dev libdouble-conversion-dev libpcre2-dev libicu-dev libfmt-dev"
+FREEBSD_PACKAGES="cmake ninja pkgconf python3 googletest benchmark double-conversion pcre2 icu libfmt"
 
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"

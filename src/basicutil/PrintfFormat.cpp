@@ -325,64 +325,126 @@ void printf_details::emitPadded(const Atom& atom, const Pieces& pieces, const Pr
     const std::size_t length = pieces.length();
     const std::size_t pad = atom.width != Atom::NONE && atom.width > length ? atom.width - length : 0;
     const bool zeros = pad > 0 && zeroPadAllowed && atom.padding == Atom::PAD_LEFT_ZEROS;
-    if (pad > 0 && !zeros && atom.padding != Atom::PAD_RIGHT_SPACES) out.appendRepeated(' ', pad);
+    // Short results are assembled on the stack and appended once; long ones go piece by piece.
+    char line[128];
+    std::size_t used = 0;
+    const bool assemble = length + pad <= sizeof line;
+    const auto put = [&](const char* p, std::size_t n) {
+        if (!assemble) return out.append(p, n);
+        std::memcpy(line + used, p, n);
+        used += n;
+    };
+    const auto fill = [&](char ch, std::size_t n) {
+        if (!assemble) return out.appendRepeated(ch, n);
+        std::memset(line + used, ch, n);
+        used += n;
+    };
+    if (pad > 0 && !zeros && atom.padding != Atom::PAD_RIGHT_SPACES) fill(' ', pad);
     for (std::size_t i = 0; i < pieces.n; ++i) {
         if (zeros && i == pieces.prefixPieces) {
             const std::size_t zlen = pad;
             VESTRA_ASSERT(zlen > 0);
-            out.appendRepeated('0', zlen);
+            fill('0', zlen);
         }
         const Pieces::Piece& piece = pieces.piece[i];
         if (piece.text != nullptr)
-            out.append(piece.text, piece.count);
+            put(piece.text, piece.count);
         else
-            out.appendRepeated(piece.fill, piece.count);
+            fill(piece.fill, piece.count);
     }
-    if (zeros && pieces.prefixPieces == pieces.n) out.appendRepeated('0', pad);
-    if (pad > 0 && atom.padding == Atom::PAD_RIGHT_SPACES) out.appendRepeated(' ', pad);
+    if (zeros && pieces.prefixPieces == pieces.n) fill('0', pad);
+    if (pad > 0 && atom.padding == Atom::PAD_RIGHT_SPACES) fill(' ', pad);
+    if (assemble) out.append(line, used);
 }
 
 // --- Integers ----------------------------------------------------------------------------------
 
 namespace {
 
-// The digits of one integer, written forward into a 26-byte buffer: 20 decimal digits and 6
+// The digits of one integer at the tail of a 26-byte buffer: 20 decimal digits and 6
 // separators, or 22 octal digits.
 class IntegerDigits {
   public:
     IntegerDigits(const Atom& atom, std::uint64_t value) {
-        char reversed[24];
-        std::size_t n = 0;
         const bool hex = atom.conversion == Atom::CONV_UNSIGNED_HEX || atom.conversion == Atom::CONV_POINTER;
-        const unsigned base = hex ? 16 : atom.conversion == Atom::CONV_UNSIGNED_OCTAL ? 8 : 10;
-        const char* digitSet =
-            atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER ? kHexUpper : kHexLower;
-        for (std::uint64_t v = value; v != 0; v /= base) reversed[n++] = digitSet[v % base];
-        _count = n;
-        const bool separators = base == 10 && atom.has(Atom::FLAG_SEPARATORS) && n >= 4;
-        const std::size_t new_digits = n + (separators ? (n - 1) / 3 : 0);
-        VESTRA_ASSERT(new_digits <= sizeof(_buf));
-        for (std::size_t i = n; i-- > 0;) {
-            VESTRA_ASSERT(_p < &_buf[sizeof(_buf)]);
-            *_p++ = reversed[i];
-            if (separators && i > 0 && i % 3 == 0) {
-                VESTRA_ASSERT(_p < &_buf[sizeof(_buf)]);
-                *_p++ = ',';
+        const bool decimal = !hex && atom.conversion != Atom::CONV_UNSIGNED_OCTAL;
+        const bool nonzero = value != 0;
+        // A local cursor: stores through char* may alias the member, which would keep it in
+        // memory for every digit.
+        char* p = &_buf[sizeof(_buf)];
+        // Constant divisors and shifts: a division by a base only known at run time costs a
+        // hardware divide per digit.
+        if (decimal) {
+            static constexpr char kPairs[] =
+                "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                "8081828384858687888990919293949596979899";
+            for (; value >= 100; value /= 100) {
+                const auto pair = static_cast<std::size_t>(value % 100) * 2;
+                *--p = kPairs[pair + 1];
+                *--p = kPairs[pair];
             }
+            if (value >= 10) {
+                *--p = kPairs[value * 2 + 1];
+                *--p = kPairs[value * 2];
+            } else if (value != 0) {
+                *--p = static_cast<char>('0' + value);
+            }
+        } else if (hex) {
+            const char* digitSet = atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER
+                                       ? kHexUpper
+                                       : kHexLower;
+            for (; value != 0; value >>= 4) *--p = digitSet[value & 15];
+        } else {
+            for (; value != 0; value >>= 3) *--p = static_cast<char>('0' + (value & 7));
         }
+        _p = p;
+        _count = static_cast<std::size_t>(&_buf[sizeof(_buf)] - _p);
+        if (nonzero) VESTRA_ASSERT(_p < &_buf[sizeof(_buf)]);
+        if (decimal && atom.has(Atom::FLAG_SEPARATORS) && _count >= 4) spreadSeparators();
         VESTRA_ASSERT(_p <= &_buf[sizeof(_buf)]);
     }
-    const char* data() const { return _buf; }
-    std::size_t bytes() const { return static_cast<std::size_t>(_p - _buf); }
+    const char* data() const { return _p; }
+    std::size_t bytes() const { return static_cast<std::size_t>(&_buf[sizeof(_buf)] - _p); }
+    // Puts a sign in front; there is room whenever there are no separators.
+    void prependSign(char sign) {
+        VESTRA_ASSERT(_p > _buf);
+        *--_p = sign;
+    }
     std::size_t digitCount() const { return _count; }  // without separators
 
   private:
+    // "," every three digits from the right; the digits move left to make room.
+    void spreadSeparators() {
+        const std::size_t new_digits = _count + (_count - 1) / 3;
+        VESTRA_ASSERT(new_digits <= sizeof(_buf));
+        char* dst = &_buf[sizeof(_buf)] - new_digits;
+        const char* src = _p;
+        for (std::size_t left = _count; left > 0; --left) {
+            *dst++ = *src++;
+            if (left > 1 && (left - 1) % 3 == 0) *dst++ = ',';
+        }
+        _p = &_buf[sizeof(_buf)] - new_digits;
+    }
+
     char _buf[26];
-    char* _p = _buf;
+    char* _p = &_buf[sizeof(_buf)];
     std::size_t _count = 0;
 };
 
+// "%d", "%x": no width, precision, flags or size of their own beyond the letter's case.
+bool isPlain(const Atom& atom) {
+    return atom.width == Atom::NONE && atom.precision == Atom::NONE &&
+           (atom.flags & ~Atom::FLAG_UPPER_CASE) == 0 && atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_NONE;
+}
+
 void renderInteger(const Atom& atom, std::uint64_t magnitude, const char* sign, const PrintfOutput& out) {
+    if (isPlain(atom) && magnitude != 0) {  // the common case: digits and sign, one append
+        IntegerDigits digits(atom, magnitude);
+        if (sign != nullptr) digits.prependSign(*sign);
+        out.append(digits.data(), digits.bytes());
+        return;
+    }
     const IntegerDigits digits(atom, magnitude);
     Pieces pieces;
     if (sign != nullptr) pieces.text(sign, 1);
@@ -489,23 +551,31 @@ void renderAtom(const Atom& parsed, std::span<const PrintfArg> args, std::size_t
         append_stringified(text, parsed);
         out.append(text.data(), text.size());
     };
-    Atom atom = parsed;
-    if (atom.has(Atom::FLAG_VARIABLE_WIDTH)) {
-        if (next >= args.size() || !isIntegerArg(args[next])) return ++next, asWritten();
-        std::int64_t w = args[next++].asSigned();
-        if (w < 0) {
-            atom.padding = Atom::PAD_RIGHT_SPACES;  // a negative width means the - flag, as in C
-            w = w == INT64_MIN ? INT64_MAX : -w;
+    // Only a * field needs a copy of the atom to fill in.
+    Atom filled;
+    const bool variable = parsed.has(Atom::FLAG_VARIABLE_WIDTH | Atom::FLAG_VARIABLE_PRECISION);
+    if (variable) {
+        filled = parsed;
+        if (filled.has(Atom::FLAG_VARIABLE_WIDTH)) {
+            if (next >= args.size() || !isIntegerArg(args[next])) return ++next, asWritten();
+            std::int64_t w = args[next++].asSigned();
+            if (w < 0) {
+                filled.padding = Atom::PAD_RIGHT_SPACES;  // a negative width means the - flag, as in C
+                w = w == INT64_MIN ? INT64_MAX : -w;
+            }
+            filled.setVariableWidth(static_cast<std::size_t>(w < INT_MAX ? w : INT_MAX));
         }
-        atom.setVariableWidth(static_cast<std::size_t>(w < INT_MAX ? w : INT_MAX));
+        if (filled.has(Atom::FLAG_VARIABLE_PRECISION)) {
+            if (next >= args.size() || !isIntegerArg(args[next])) return ++next, asWritten();
+            const std::int64_t p = args[next++].asSigned();
+            if (p >= 0)
+                filled.setVariablePrecision(
+                    static_cast<std::size_t>(p < INT_MAX ? p : INT_MAX));  // else none
+            if (filled.isInteger() && filled.padding == Atom::PAD_LEFT_ZEROS)
+                filled.padding = Atom::PAD_LEFT_SPACES;
+        }
     }
-    if (atom.has(Atom::FLAG_VARIABLE_PRECISION)) {
-        if (next >= args.size() || !isIntegerArg(args[next])) return ++next, asWritten();
-        const std::int64_t p = args[next++].asSigned();
-        if (p >= 0)
-            atom.setVariablePrecision(static_cast<std::size_t>(p < INT_MAX ? p : INT_MAX));  // negative: none
-        if (atom.isInteger() && atom.padding == Atom::PAD_LEFT_ZEROS) atom.padding = Atom::PAD_LEFT_SPACES;
-    }
+    const Atom& atom = variable ? filled : parsed;
     if (atom.conversion == Atom::CONV_ERRNO_STRING) {
         char text[256];
         renderString(atom, StrSegment(platform::errorText(savedErrno, text, sizeof text)), out);

@@ -80,7 +80,7 @@ void Str::ensureCapacity(size_type len, const char* operation) {
     _capacity = want;
 }
 
-Str& Str::append(const char* data, size_type len) {
+Str& Str::appendSlow(const char* data, size_type len) {
     if (len > kMaxLength - _len) throw std::length_error("basic_string::append");
     if (len == 0) return *this;
     // `data` may point into this string: note its offset before the buffer moves.

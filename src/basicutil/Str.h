@@ -86,7 +86,16 @@ class Str {
     operator std::string_view() const noexcept { return view(); }  // NOLINT
 
     // Appends throw std::length_error("basic_string::append") past kMaxLength.
-    Str& append(const char* data, size_type len);
+    Str& append(const char* data, size_type len) {
+        // The common case inline: it fits, and the bytes are not this string's own.
+        if (len <= capacity() - _len && (data + len <= _p || data > _p + capacity())) {
+            std::memcpy(_p + _len, data, static_cast<std::size_t>(len));
+            _len += len;
+            _p[_len] = '\0';
+            return *this;
+        }
+        return appendSlow(data, len);
+    }
     Str& append(StrSegment s) { return append(s._data, s._len); }
     Str& append(const char* text) { return append(text, std::strlen(text)); }
     Str& append(size_type n, char c);
@@ -121,6 +130,7 @@ class Str {
     // Moves src's contents here; this string must hold nothing on the heap. Leaves src empty.
     void takeFrom(Str& src) noexcept;
     void releaseHeap() noexcept;
+    Str& appendSlow(const char* data, size_type len);
     // Room for `len` bytes and the terminator, keeping the contents.
     void ensureCapacity(size_type len, const char* operation);
 
