@@ -83,7 +83,7 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
         return true;
     }
     ++p;
-    const auto endsInside = [&]() {  // the format stops inside the specification
+    const auto endsInside = [&]() {  // the format stops inside a conversion
         makeConstant(*self, begin, begin + 1);
         format.setBegin(end);
         return true;
@@ -154,7 +154,7 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
     if (p >= end) return endsInside();
 
     const char letter = *p++;
-    const std::string_view spec(begin, static_cast<std::size_t>(p - begin));
+    const std::string_view asWritten(begin, static_cast<std::size_t>(p - begin));
     switch (letter) {
         case 'd':
         case 'i':
@@ -236,7 +236,7 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
             return true;
     }
     if (tooLarge) {
-        makeConstant(*self, spec.data(), spec.data() + spec.size());
+        makeConstant(*self, asWritten.data(), asWritten.data() + asWritten.size());
         format.setBegin(p);
         return true;
     }
