@@ -630,7 +630,12 @@ PrintfFormat::PrintfFormat(StrSegment format, unsigned options) {
 void PrintfFormat::appendTo(const PrintfOutput& out, std::span<const PrintfArg> args) const {
     const int savedErrno = errno;
     std::size_t next = 0;
-    for (const PrintfFormatAtom& atom : _atoms) renderAtom(atom, args, next, savedErrno, out);
+    for (const PrintfFormatAtom& atom : _atoms) {
+        if (atom.conversion == Atom::CONV_CONSTANT_STRING)
+            out.append(atom.text, atom.length);  // the common case
+        else
+            renderAtom(atom, args, next, savedErrno, out);
+    }
 }
 
 void appendPrintf(const PrintfOutput& out, StrSegment format, std::span<const PrintfArg> args,

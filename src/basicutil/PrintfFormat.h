@@ -102,17 +102,25 @@ struct PrintfFormatAtom {
 // Appends the atom as C printf text ("%-08.3ld"); a constant's "%" is doubled.
 void append_stringified(Str& out, const PrintfFormatAtom& atom);
 
-// Where rendered text goes: a Str, a std::string, or anything with append(const char*, size).
+// Where rendered text goes: a Str (appended to directly, the common case), a std::string, or
+// anything with append(const char*, size).
 class PrintfOutput {
   public:
+    explicit PrintfOutput(Str& target) : _str(&target), _target(nullptr), _append(nullptr) {}
     template <typename Target>
     explicit PrintfOutput(Target& target)
         : _target(&target),
           _append([](void* t, const char* p, std::size_t n) { static_cast<Target*>(t)->append(p, n); }) {}
-    void append(const char* p, std::size_t n) const { _append(_target, p, n); }
+    void append(const char* p, std::size_t n) const {
+        if (_str != nullptr)
+            _str->append(p, n);
+        else
+            _append(_target, p, n);
+    }
     void appendRepeated(char c, std::size_t n) const;
 
   private:
+    Str* _str = nullptr;
     void* _target;
     void (*_append)(void*, const char*, std::size_t);
 };
