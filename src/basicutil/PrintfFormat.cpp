@@ -72,22 +72,20 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
     std::size_t& width = atom.width;
     std::size_t& precision = atom.precision;
     std::size_t& size = atom.size;
-    PrintfFormatAtom* const self = &atom;
     const char* const begin = format.begin();
     const char* const end = format.end();
     const char* p = begin;
-    if (*p != '%') {
-        while (p < end && *p != '%') ++p;
-        makeConstant(*self, begin, p);
-        format.setBegin(p);
-        return true;
-    }
-    ++p;
-    const auto endsInside = [&]() {  // the format stops inside a conversion
-        makeConstant(*self, begin, begin + 1);
-        format.setBegin(end);
+    // Ends the atom as the literal text [from, to) and resumes the format at `resume`.
+    const auto literal = [&](const char* from, const char* to, const char* resume) {
+        makeConstant(atom, from, to);
+        format.setBegin(resume);
         return true;
     };
+    if (*p != '%') {
+        while (p < end && *p != '%') ++p;
+        return literal(begin, p, p);
+    }
+    ++p;
     for (bool more = true; more && p < end;) {
         switch (*p) {
             case ' ':
@@ -151,7 +149,7 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
         size = 8, p += 3;
     else if (next("wS") || next("wc") || next("ws"))
         size = 8, p += 1;
-    if (p >= end) return endsInside();
+    if (p >= end) return literal(begin, begin + 1, end);  // the format stops inside a conversion
 
     const char letter = *p++;
     const std::string_view asWritten(begin, static_cast<std::size_t>(p - begin));
@@ -206,14 +204,12 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
             size = 8;
             break;
         case 'z':
-            if ((options & Atom::OPTION_Z_STRING) == 0)
-                return makeConstant(*self, begin, p), format.setBegin(p), true;
+            if ((options & Atom::OPTION_Z_STRING) == 0) return literal(begin, p, p);
             conversion = Atom::CONV_STRING;
             size = 8;
             break;
         case 'm':
-            if ((options & Atom::OPTION_ERRNO) == 0)
-                return makeConstant(*self, begin, p), format.setBegin(p), true;
+            if ((options & Atom::OPTION_ERRNO) == 0) return literal(begin, p, p);
             conversion = Atom::CONV_ERRNO_STRING;
             break;
         case 'p':
@@ -227,19 +223,11 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
             }
             break;
         case '%':
-            makeConstant(*self, p - 1, p);
-            format.setBegin(p);
-            return true;
+            return literal(p - 1, p, p);
         default:
-            makeConstant(*self, begin, p);  // printed as written
-            format.setBegin(p);
-            return true;
+            return literal(begin, p, p);  // printed as written
     }
-    if (tooLarge) {
-        makeConstant(*self, asWritten.data(), asWritten.data() + asWritten.size());
-        format.setBegin(p);
-        return true;
-    }
+    if (tooLarge) return literal(asWritten.data(), asWritten.data() + asWritten.size(), p);
     if (atom.isFloat()) size = 8;
     if (conversion == Atom::CONV_UNSIGNED_DECIMAL || conversion == Atom::CONV_UNSIGNED_HEX ||
         conversion == Atom::CONV_UNSIGNED_OCTAL)
@@ -557,7 +545,10 @@ void renderAtom(const Atom& parsed, std::span<const PrintfArg> args, std::size_t
     if (variable) {
         filled = parsed;
         if (filled.has(Atom::FLAG_VARIABLE_WIDTH)) {
-            if (next >= args.size() || !isIntegerArg(args[next])) return ++next, asWritten();
+            if (next >= args.size() || !isIntegerArg(args[next])) {
+                ++next;
+                return asWritten();
+            }
             std::int64_t w = args[next++].asSigned();
             if (w < 0) {
                 filled.padding = Atom::PAD_RIGHT_SPACES;  // a negative width means the - flag, as in C
@@ -566,7 +557,10 @@ void renderAtom(const Atom& parsed, std::span<const PrintfArg> args, std::size_t
             filled.setVariableWidth(static_cast<std::size_t>(w < INT_MAX ? w : INT_MAX));
         }
         if (filled.has(Atom::FLAG_VARIABLE_PRECISION)) {
-            if (next >= args.size() || !isIntegerArg(args[next])) return ++next, asWritten();
+            if (next >= args.size() || !isIntegerArg(args[next])) {
+                ++next;
+                return asWritten();
+            }
             const std::int64_t p = args[next++].asSigned();
             if (p >= 0)
                 filled.setVariablePrecision(
