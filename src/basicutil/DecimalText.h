@@ -2,8 +2,10 @@
 // (the fatal-error path, the engine's own digit work) and for plain decimal output.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 namespace basicutil {
@@ -15,8 +17,79 @@ __extension__ typedef unsigned __int128 Uint128;
 // Digits of the largest 64-bit value, 18446744073709551615.
 inline constexpr std::size_t kMaxUint64Digits = 20;
 
+// "00" "01" ... "99": two digits per division by 100.
+inline constexpr char kDecimalPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+// The number of decimal digits of v; 1 for 0.
+inline unsigned decimalDigitCount(std::uint64_t v) noexcept {
+    static constexpr std::uint64_t kPowers[] = {
+        1U,
+        10U,
+        100U,
+        1000U,
+        10000U,
+        100000U,
+        1000000U,
+        10000000U,
+        100000000U,
+        1000000000U,
+        10000000000U,
+        100000000000U,
+        1000000000000U,
+        10000000000000U,
+        100000000000000U,
+        1000000000000000U,
+        10000000000000000U,
+        100000000000000000U,
+        1000000000000000000U,
+        10000000000000000000U,
+    };
+    // log10(2) is about 1233/4096: a guess from the bit length, corrected by one comparison.
+    // v | 1 makes 0 count as one digit and changes no other count (powers of ten are even).
+    const auto bits = static_cast<unsigned>(64 - std::countl_zero(v | 1));
+    const unsigned guess = (bits * 1233) >> 12;
+    return guess + ((v | 1) >= kPowers[guess] ? 1 : 0);
+}
+
+// Writes exactly `count` digits of v to out[0, count), the last digit of v last; count must be
+// at least decimalDigitCount(v). Leading positions beyond v's digits are left unwritten.
+inline void writeDecimalDigits(char* out, std::uint64_t v, unsigned count) noexcept {
+    char* p = out + count;
+    // 64-bit divisions only while needed; the rest is 32-bit arithmetic, which is cheaper.
+    while (v > 0xFFFFFFFFU) {
+        const auto low = static_cast<std::uint32_t>(v % 100000000U);
+        v /= 100000000U;
+        const std::uint32_t high4 = low / 10000U, low4 = low % 10000U;
+        p -= 8;
+        std::memcpy(p, kDecimalPairs + 2 * (high4 / 100U), 2);
+        std::memcpy(p + 2, kDecimalPairs + 2 * (high4 % 100U), 2);
+        std::memcpy(p + 4, kDecimalPairs + 2 * (low4 / 100U), 2);
+        std::memcpy(p + 6, kDecimalPairs + 2 * (low4 % 100U), 2);
+    }
+    auto w = static_cast<std::uint32_t>(v);
+    while (w >= 100U) {
+        const std::uint32_t q = w / 100U;
+        p -= 2;
+        std::memcpy(p, kDecimalPairs + 2 * (w - q * 100U), 2);
+        w = q;
+    }
+    if (w >= 10U) {
+        p -= 2;
+        std::memcpy(p, kDecimalPairs + 2 * w, 2);
+    } else {
+        *--p = static_cast<char>('0' + w);
+    }
+}
+
 // Writes the decimal digits of v to out (room for kMaxUint64Digits) and returns their count.
-std::size_t formatUnsigned(char* out, std::uint64_t v) noexcept;
+inline std::size_t formatUnsigned(char* out, std::uint64_t v) noexcept {
+    const unsigned count = decimalDigitCount(v);
+    writeDecimalDigits(out, v, count);
+    return count;
+}
 
 void appendUnsigned(std::string& out, std::uint64_t v);
 void appendSigned(std::string& out, std::int64_t v);

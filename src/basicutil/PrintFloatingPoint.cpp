@@ -34,6 +34,76 @@ DoubleWithSignificantFigures::DoubleWithSignificantFigures(double value) {
     VESTRA_ASSERT(data()[0] >= '0' && data()[0] <= '9');
 }
 
+DoubleWithSignificantFigures::DoubleWithSignificantFigures(bool negative_, std::uint64_t scaled,
+                                                           unsigned decimals) {
+    VESTRA_ASSERT(scaled < 100000000000000000U);
+    negative = negative_;
+    if (scaled == 0) {
+        std::memcpy(digits, "0", 2);
+        ndigits = 1;
+        point = 1;
+        return;
+    }
+    const unsigned count = decimalDigitCount(scaled);
+    writeDecimalDigits(digits, scaled, count);
+    ndigits = static_cast<std::int32_t>(count);
+    point = static_cast<std::int32_t>(count) - static_cast<std::int32_t>(decimals);
+    while (digits[ndigits - 1] == '0') --ndigits;
+    digits[ndigits] = '\0';
+}
+
+bool roundFixedExactly(double value, std::size_t decimals, DoubleWithSignificantFigures& dsf) {
+    static constexpr std::uint64_t kPowers[] = {1U,
+                                                10U,
+                                                100U,
+                                                1000U,
+                                                10000U,
+                                                100000U,
+                                                1000000U,
+                                                10000000U,
+                                                100000000U,
+                                                1000000000U,
+                                                10000000000U,
+                                                100000000000U,
+                                                1000000000000U,
+                                                10000000000000U,
+                                                100000000000000U,
+                                                1000000000000000U,
+                                                10000000000000000U};
+    if (decimals >= std::size(kPowers)) return false;
+    std::uint64_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    const auto biased = static_cast<int>((bits >> 52) & 0x7FF);
+    if (biased == 0x7FF) return false;  // not finite
+    std::uint64_t mantissa = bits & ((std::uint64_t{1} << 52) - 1);
+    if (biased != 0) mantissa |= std::uint64_t{1} << 52;
+    if (mantissa == 0) return false;  // zero keeps the general path's sign handling
+    // |value| = mantissa x 2^-shift; the shortest digits are within 2^-shift / 2 of it. Whole
+    // numbers from 2^53 up have shortest digits that may differ from them, and tiny values
+    // would need wider arithmetic: both go the general way.
+    const int shift = 1075 - (biased == 0 ? 1 : biased);
+    if (shift < 1 || shift > 126) return false;
+    const std::uint64_t power = kPowers[decimals];
+    // scaled = value x 10^decimals = whole + fraction / 2^shift, exactly (below 2^117).
+    const Uint128 product = static_cast<Uint128>(mantissa) * power;
+    const Uint128 whole = product >> shift;
+    const Uint128 fraction = product & ((Uint128{1} << shift) - 1);
+    const Uint128 half = Uint128{1} << (shift - 1);
+    // The shortest digits scaled the same way lie within power / 2 units of the exact value; a
+    // margin of `power` units from the half-way point keeps them on the same side of it.
+    if (power >= half) return false;
+    std::uint64_t rounded;
+    if (fraction + power < half)
+        rounded = static_cast<std::uint64_t>(whole);
+    else if (fraction > half + power)
+        rounded = static_cast<std::uint64_t>(whole) + 1;
+    else
+        return false;
+    if (whole >= 100000000000000000U - 1) return false;  // more digits than the shortest form has
+    dsf = DoubleWithSignificantFigures((bits >> 63) != 0, rounded, static_cast<unsigned>(decimals));
+    return true;
+}
+
 bool shouldRoundAwayFromZero(const DoubleWithSignificantFigures& dsf, std::int32_t keep) {
     const char cut = dsf.digits[keep];
     if (cut > '5') return true;
@@ -220,7 +290,6 @@ void renderHexFloat(const Atom& atom, double value, const PrintfOutput& out) {
 void renderDouble(const Atom& atom, double value, const PrintfOutput& out) {
     if (!double_is_finite(value)) return renderNonfinite(atom, value, out);
     if (atom.conversion == Atom::CONV_FLOAT_HEX) return renderHexFloat(atom, value, out);
-    DoubleWithSignificantFigures dsf(value);
     const bool alternate = atom.has(Atom::FLAG_ALTERNATE);
     const bool upper = atom.has(Atom::FLAG_UPPER_CASE);
     const std::size_t precision = atom.precision == Atom::NONE ? 6 : atom.precision;
@@ -230,16 +299,24 @@ void renderDouble(const Atom& atom, double value, const PrintfOutput& out) {
                                               : DoubleWithSignificantFigures::MAX_PRECISION - 1);
     };
     Pieces pieces;
+    if (atom.conversion == Atom::CONV_FLOAT_FIXED) {
+        DoubleWithSignificantFigures dsf(false, 0, 0);
+        if (!roundFixedExactly(value, precision, dsf)) {
+            dsf = DoubleWithSignificantFigures(value);
+            dsf.precision = limit(precision);
+            VESTRA_ASSERT(dsf.precision != DoubleWithSignificantFigures::MAX_PRECISION);
+            roundForSigfigsAndPrecision(dsf);
+        }
+        if (const char* sign = signOf(atom, dsf.negative)) pieces.text(sign, 1);
+        pieces.markPrefix();
+        fixedPieces(pieces, dsf, precision, alternate);
+        return emitPadded(atom, pieces, out, true);
+    }
+    DoubleWithSignificantFigures dsf(value);
     if (const char* sign = signOf(atom, dsf.negative)) pieces.text(sign, 1);
     pieces.markPrefix();
     char exponent[8];
     switch (atom.conversion) {
-        case Atom::CONV_FLOAT_FIXED:
-            dsf.precision = limit(precision);
-            VESTRA_ASSERT(dsf.precision != DoubleWithSignificantFigures::MAX_PRECISION);
-            roundForSigfigsAndPrecision(dsf);
-            fixedPieces(pieces, dsf, precision, alternate);
-            break;
         case Atom::CONV_FLOAT_EXPONENT:
             dsf.sigfigs = limit(precision + 1);
             VESTRA_ASSERT(dsf.sigfigs != DoubleWithSignificantFigures::MAX_SIGFIGS);

@@ -6,6 +6,7 @@
 // rounds to zero keeps its sign ("-0.0").
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace basicutil {
@@ -24,6 +25,8 @@ struct DoubleWithSignificantFigures {
     // The shortest digits of a finite value (double-conversion, shortest mode). Zero is "0"
     // with point 1.
     explicit DoubleWithSignificantFigures(double value);
+    // The exact digits of scaled / 10^decimals (scaled below 10^17), without trailing zeros.
+    DoubleWithSignificantFigures(bool negative, std::uint64_t scaled, unsigned decimals);
     const char* data() const noexcept { return digits; }
 };
 
@@ -33,5 +36,12 @@ void roundForSigfigsAndPrecision(DoubleWithSignificantFigures& dsf);
 
 // Whether cutting the digits before index `keep` rounds the magnitude up.
 bool shouldRoundAwayFromZero(const DoubleWithSignificantFigures& dsf, std::int32_t keep);
+
+// %f's digits when they can be had without the shortest digits: value x 10^decimals, computed
+// exactly, lies so far from a rounding boundary that the shortest digits, which are within
+// half an ulp of the value, must round to the same result. Fills `dsf` as the shortest digits
+// rounded to `decimals` places would be, or returns false (near a tie, huge, tiny, zero), when
+// only that general path can decide.
+bool roundFixedExactly(double value, std::size_t decimals, DoubleWithSignificantFigures& dsf);
 
 }  // namespace basicutil

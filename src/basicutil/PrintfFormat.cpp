@@ -308,41 +308,104 @@ void PrintfOutput::appendRepeated(char c, std::size_t n) const {
     append(run, n);
 }
 
+namespace {
+
+// Short copies and fills without a call into the C library: pieces are mostly a few bytes, and
+// a call costs more than the copy. Overlapping fixed-size moves cover every length up to 16.
+inline void copyBytes(char* dst, const char* src, std::size_t n) {
+    if (n > 16) {
+        std::memcpy(dst, src, n);
+    } else if (n >= 8) {
+        std::uint64_t head, tail;
+        std::memcpy(&head, src, 8);
+        std::memcpy(&tail, src + n - 8, 8);
+        std::memcpy(dst, &head, 8);
+        std::memcpy(dst + n - 8, &tail, 8);
+    } else if (n >= 4) {
+        std::uint32_t head, tail;
+        std::memcpy(&head, src, 4);
+        std::memcpy(&tail, src + n - 4, 4);
+        std::memcpy(dst, &head, 4);
+        std::memcpy(dst + n - 4, &tail, 4);
+    } else if (n > 0) {
+        dst[0] = src[0];
+        dst[n / 2] = src[n / 2];
+        dst[n - 1] = src[n - 1];
+    }
+}
+
+inline void fillBytes(char* dst, char c, std::size_t n) {
+    if (n > 16) {
+        std::memset(dst, c, n);
+    } else if (n >= 8) {
+        const std::uint64_t run = 0x0101010101010101U * static_cast<unsigned char>(c);
+        std::memcpy(dst, &run, 8);
+        std::memcpy(dst + n - 8, &run, 8);
+    } else if (n >= 4) {
+        const std::uint32_t run = 0x01010101U * static_cast<unsigned char>(c);
+        std::memcpy(dst, &run, 4);
+        std::memcpy(dst + n - 4, &run, 4);
+    } else if (n > 0) {
+        dst[0] = c;
+        dst[n / 2] = c;
+        dst[n - 1] = c;
+    }
+}
+
+// Writes the pieces, already padded as `emitPadded` decided, to dst.
+void writePieces(char* dst, const Pieces& pieces, std::size_t leftBlanks, std::size_t zeros,
+                 std::size_t rightBlanks) {
+    fillBytes(dst, ' ', leftBlanks);
+    dst += leftBlanks;
+    for (std::size_t i = 0; i < pieces.n; ++i) {
+        if (i == pieces.prefixPieces) {
+            fillBytes(dst, '0', zeros);
+            dst += zeros;
+        }
+        const Pieces::Piece& piece = pieces.piece[i];
+        if (piece.text != nullptr)
+            copyBytes(dst, piece.text, piece.count);
+        else
+            fillBytes(dst, piece.fill, piece.count);
+        dst += piece.count;
+    }
+    if (pieces.prefixPieces == pieces.n) {
+        fillBytes(dst, '0', zeros);
+        dst += zeros;
+    }
+    fillBytes(dst, ' ', rightBlanks);
+}
+
+}  // namespace
+
 void printf_details::emitPadded(const Atom& atom, const Pieces& pieces, const PrintfOutput& out,
                                 bool zeroPadAllowed) {
     const std::size_t length = pieces.length();
     const std::size_t pad = atom.width != Atom::NONE && atom.width > length ? atom.width - length : 0;
     const bool zeros = pad > 0 && zeroPadAllowed && atom.padding == Atom::PAD_LEFT_ZEROS;
-    // Short results are assembled on the stack and appended once; long ones go piece by piece.
+    const std::size_t zlen = zeros ? pad : 0;
+    if (zeros) VESTRA_ASSERT(zlen > 0);
+    const std::size_t leftBlanks = !zeros && atom.padding != Atom::PAD_RIGHT_SPACES ? pad : 0;
+    const std::size_t rightBlanks = atom.padding == Atom::PAD_RIGHT_SPACES ? pad : 0;
+    const std::size_t total = length + pad;
+    // Straight into a Str; otherwise short results are assembled on the stack and appended once.
+    if (char* dst = out.appendSpace(total)) return writePieces(dst, pieces, leftBlanks, zlen, rightBlanks);
     char line[128];
-    std::size_t used = 0;
-    const bool assemble = length + pad <= sizeof line;
-    const auto put = [&](const char* p, std::size_t n) {
-        if (!assemble) return out.append(p, n);
-        std::memcpy(line + used, p, n);
-        used += n;
-    };
-    const auto fill = [&](char ch, std::size_t n) {
-        if (!assemble) return out.appendRepeated(ch, n);
-        std::memset(line + used, ch, n);
-        used += n;
-    };
-    if (pad > 0 && !zeros && atom.padding != Atom::PAD_RIGHT_SPACES) fill(' ', pad);
+    if (total <= sizeof line) {
+        writePieces(line, pieces, leftBlanks, zlen, rightBlanks);
+        return out.append(line, total);
+    }
+    out.appendRepeated(' ', leftBlanks);
     for (std::size_t i = 0; i < pieces.n; ++i) {
-        if (zeros && i == pieces.prefixPieces) {
-            const std::size_t zlen = pad;
-            VESTRA_ASSERT(zlen > 0);
-            fill('0', zlen);
-        }
+        if (zeros && i == pieces.prefixPieces) out.appendRepeated('0', pad);
         const Pieces::Piece& piece = pieces.piece[i];
         if (piece.text != nullptr)
-            put(piece.text, piece.count);
+            out.append(piece.text, piece.count);
         else
-            fill(piece.fill, piece.count);
+            out.appendRepeated(piece.fill, piece.count);
     }
-    if (zeros && pieces.prefixPieces == pieces.n) fill('0', pad);
-    if (pad > 0 && atom.padding == Atom::PAD_RIGHT_SPACES) fill(' ', pad);
-    if (assemble) out.append(line, used);
+    if (zeros && pieces.prefixPieces == pieces.n) out.appendRepeated('0', pad);
+    out.appendRepeated(' ', rightBlanks);
 }
 
 // --- Integers ----------------------------------------------------------------------------------
@@ -363,20 +426,10 @@ class IntegerDigits {
         // Constant divisors and shifts: a division by a base only known at run time costs a
         // hardware divide per digit.
         if (decimal) {
-            static constexpr char kPairs[] =
-                "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-                "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-                "8081828384858687888990919293949596979899";
-            for (; value >= 100; value /= 100) {
-                const auto pair = static_cast<std::size_t>(value % 100) * 2;
-                *--p = kPairs[pair + 1];
-                *--p = kPairs[pair];
-            }
-            if (value >= 10) {
-                *--p = kPairs[value * 2 + 1];
-                *--p = kPairs[value * 2];
-            } else if (value != 0) {
-                *--p = static_cast<char>('0' + value);
+            if (nonzero) {
+                const unsigned count = decimalDigitCount(value);
+                p -= count;
+                writeDecimalDigits(p, value, count);
             }
         } else if (hex) {
             const char* digitSet = atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER
@@ -426,20 +479,36 @@ bool isPlain(const Atom& atom) {
            (atom.flags & ~Atom::FLAG_UPPER_CASE) == 0 && atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_NONE;
 }
 
+// "%d" or "%u" and nothing else, the most common conversions: sign and digits are built in the
+// integer buffer and copied into the output once, without the general padding logic.
+void appendPlainDecimal(std::uint64_t magnitude, bool negative, const PrintfOutput& out) {
+    char buf[26];
+    const unsigned count = decimalDigitCount(magnitude);
+    const std::size_t length = count + (negative ? 1 : 0);
+    buf[0] = '-';  // overwritten by a digit when not negative
+    writeDecimalDigits(buf + length - count, magnitude, count);
+    if (char* dst = out.appendSpace(length))
+        copyBytes(dst, buf, length);
+    else
+        out.append(buf, length);
+}
+
 void renderInteger(const Atom& atom, std::uint64_t magnitude, const char* sign, const PrintfOutput& out) {
-    if (isPlain(atom) && magnitude != 0) {  // the common case: digits and sign, one append
+    if (isPlain(atom) && magnitude != 0) {  // sign and digits, copied once
         IntegerDigits digits(atom, magnitude);
         if (sign != nullptr) digits.prependSign(*sign);
-        out.append(digits.data(), digits.bytes());
+        if (char* dst = out.appendSpace(digits.bytes()))
+            copyBytes(dst, digits.data(), digits.bytes());
+        else
+            out.append(digits.data(), digits.bytes());
         return;
     }
     const IntegerDigits digits(atom, magnitude);
-    Pieces pieces;
-    if (sign != nullptr) pieces.text(sign, 1);
     const bool hex = atom.conversion == Atom::CONV_UNSIGNED_HEX || atom.conversion == Atom::CONV_POINTER;
-    if (hex && atom.has(Atom::FLAG_ALTERNATE) && magnitude != 0)
-        pieces.text(hexPrefix(atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER), 2);
-    pieces.markPrefix();
+    const char* const prefix =
+        hex && atom.has(Atom::FLAG_ALTERNATE) && magnitude != 0
+            ? hexPrefix(atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER)
+            : nullptr;
     std::size_t zeros = 0;
     if (magnitude == 0) {
         // "%.0d" of 0 is nothing; without a precision it is "0".
@@ -449,9 +518,38 @@ void renderInteger(const Atom& atom, std::uint64_t magnitude, const char* sign, 
     }
     if (atom.conversion == Atom::CONV_UNSIGNED_OCTAL && atom.has(Atom::FLAG_ALTERNATE) && zeros == 0)
         zeros = 1;
-    pieces.repeat('0', zeros);
-    pieces.text(digits.data(), digits.bytes());
-    emitPadded(atom, pieces, out, true);
+    const std::size_t signLength = sign != nullptr ? 1 : 0;
+    const std::size_t prefixLength = prefix != nullptr ? 2 : 0;
+    const std::size_t length = signLength + prefixLength + zeros + digits.bytes();
+    const std::size_t pad = atom.width != Atom::NONE && atom.width > length ? atom.width - length : 0;
+    char line[128];
+    char* direct = out.appendSpace(length + pad);
+    char* const dst = direct != nullptr ? direct : length + pad <= sizeof line ? line : nullptr;
+    if (dst == nullptr) {  // a huge width for an output that is no Str
+        Pieces pieces;
+        pieces.text(sign, signLength);
+        pieces.text(prefix, prefixLength);
+        pieces.markPrefix();
+        pieces.repeat('0', zeros);
+        pieces.text(digits.data(), digits.bytes());
+        return emitPadded(atom, pieces, out, true);
+    }
+    // [blanks] sign "0x" [zeros] digits [blanks]: zero padding goes after the sign and prefix.
+    char* p = dst;
+    const std::size_t leftBlanks = atom.padding == Atom::PAD_LEFT_SPACES ? pad : 0;
+    fillBytes(p, ' ', leftBlanks);
+    p += leftBlanks;
+    copyBytes(p, sign, signLength);
+    p += signLength;
+    copyBytes(p, prefix, prefixLength);
+    p += prefixLength;
+    const std::size_t allZeros = zeros + (atom.padding == Atom::PAD_LEFT_ZEROS ? pad : 0);
+    fillBytes(p, '0', allZeros);
+    p += allZeros;
+    copyBytes(p, digits.data(), digits.bytes());
+    p += digits.bytes();
+    fillBytes(p, ' ', atom.padding == Atom::PAD_RIGHT_SPACES ? pad : 0);
+    if (direct == nullptr) out.append(line, length + pad);
 }
 
 std::uint64_t truncated(std::uint64_t v, std::size_t size) {
@@ -475,6 +573,10 @@ std::int64_t signExtended(std::int64_t v, std::size_t size) {
 
 void renderSignedInteger(const Atom& atom, std::int64_t value, const PrintfOutput& out) {
     value = signExtended(value, atom.size);
+    if (isPlain(atom))
+        return appendPlainDecimal(
+            value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value), value < 0,
+            out);
     const char* sign = value < 0                                               ? "-"
                        : atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_PLUS  ? "+"
                        : atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_SPACE ? " "
@@ -485,6 +587,8 @@ void renderSignedInteger(const Atom& atom, std::int64_t value, const PrintfOutpu
 }
 
 void renderUnsignedInteger(const Atom& atom, std::uint64_t value, const PrintfOutput& out) {
+    if (atom.conversion == Atom::CONV_UNSIGNED_DECIMAL && isPlain(atom))
+        return appendPlainDecimal(truncated(value, atom.size), false, out);
     renderInteger(atom, truncated(value, atom.size), nullptr, out);
 }
 
@@ -524,52 +628,64 @@ bool isIntegerArg(const PrintfArg& arg) {
     return arg.kind() == PrintfArg::ARG_SIGNED || arg.kind() == PrintfArg::ARG_UNSIGNED;
 }
 
+// Appends the conversion as it was written, for a missing or mismatched argument.
+void renderAsWritten(const Atom& atom, const PrintfOutput& out) {
+    Str text;
+    append_stringified(text, atom);
+    out.append(text.data(), text.size());
+}
+
+void renderConversion(const Atom& atom, const Atom& written, std::span<const PrintfArg> args,
+                      std::size_t& next, int savedErrno, const PrintfOutput& out);
+
+// A conversion with a * width or precision: a copy of the atom takes them from the arguments.
+void renderVariableConversion(const Atom& parsed, std::span<const PrintfArg> args, std::size_t& next,
+                              int savedErrno, const PrintfOutput& out) {
+    Atom filled = parsed;
+    if (parsed.has(Atom::FLAG_VARIABLE_WIDTH)) {
+        if (next >= args.size() || !isIntegerArg(args[next])) {
+            ++next;
+            return renderAsWritten(parsed, out);
+        }
+        std::int64_t w = args[next++].asSigned();
+        if (w < 0) {
+            filled.padding = Atom::PAD_RIGHT_SPACES;  // a negative width means the - flag, as in C
+            w = w == INT64_MIN ? INT64_MAX : -w;
+        }
+        filled.setVariableWidth(static_cast<std::size_t>(w < INT_MAX ? w : INT_MAX));
+    }
+    if (parsed.has(Atom::FLAG_VARIABLE_PRECISION)) {
+        if (next >= args.size() || !isIntegerArg(args[next])) {
+            ++next;
+            return renderAsWritten(parsed, out);
+        }
+        const std::int64_t p = args[next++].asSigned();
+        if (p >= 0)
+            filled.setVariablePrecision(static_cast<std::size_t>(p < INT_MAX ? p : INT_MAX));  // else none
+        if (filled.isInteger() && filled.padding == Atom::PAD_LEFT_ZEROS)
+            filled.padding = Atom::PAD_LEFT_SPACES;
+    }
+    renderConversion(filled, parsed, args, next, savedErrno, out);
+}
+
 // Renders one atom, taking its arguments from args[next...].
-void renderAtom(const Atom& parsed, std::span<const PrintfArg> args, std::size_t& next, int savedErrno,
-                const PrintfOutput& out) {
-    if (parsed.conversion == Atom::CONV_CONSTANT_STRING) {
-        const PrintfFormatAtom* cdtssp = &parsed;
+inline void renderAtom(const Atom& atom, std::span<const PrintfArg> args, std::size_t& next, int savedErrno,
+                       const PrintfOutput& out) {
+    if (atom.conversion == Atom::CONV_CONSTANT_STRING) {
+        const PrintfFormatAtom* cdtssp = &atom;
         VESTRA_ASSERT(cdtssp->length >= 1);
-        const StrSegment text = cdtssp->constantText();
-        out.append(text._data, text._len);
-        return;
+        out.append(atom.text, atom.length);
+    } else if (atom.has(Atom::FLAG_VARIABLE_WIDTH | Atom::FLAG_VARIABLE_PRECISION)) {
+        renderVariableConversion(atom, args, next, savedErrno, out);
+    } else {
+        renderConversion(atom, atom, args, next, savedErrno, out);
     }
-    const auto asWritten = [&]() {
-        Str text;
-        append_stringified(text, parsed);
-        out.append(text.data(), text.size());
-    };
-    // Only a * field needs a copy of the atom to fill in.
-    Atom filled;
-    const bool variable = parsed.has(Atom::FLAG_VARIABLE_WIDTH | Atom::FLAG_VARIABLE_PRECISION);
-    if (variable) {
-        filled = parsed;
-        if (filled.has(Atom::FLAG_VARIABLE_WIDTH)) {
-            if (next >= args.size() || !isIntegerArg(args[next])) {
-                ++next;
-                return asWritten();
-            }
-            std::int64_t w = args[next++].asSigned();
-            if (w < 0) {
-                filled.padding = Atom::PAD_RIGHT_SPACES;  // a negative width means the - flag, as in C
-                w = w == INT64_MIN ? INT64_MAX : -w;
-            }
-            filled.setVariableWidth(static_cast<std::size_t>(w < INT_MAX ? w : INT_MAX));
-        }
-        if (filled.has(Atom::FLAG_VARIABLE_PRECISION)) {
-            if (next >= args.size() || !isIntegerArg(args[next])) {
-                ++next;
-                return asWritten();
-            }
-            const std::int64_t p = args[next++].asSigned();
-            if (p >= 0)
-                filled.setVariablePrecision(
-                    static_cast<std::size_t>(p < INT_MAX ? p : INT_MAX));  // else none
-            if (filled.isInteger() && filled.padding == Atom::PAD_LEFT_ZEROS)
-                filled.padding = Atom::PAD_LEFT_SPACES;
-        }
-    }
-    const Atom& atom = variable ? filled : parsed;
+}
+
+// A conversion whose width and precision are known; `written` is the atom as parsed.
+void renderConversion(const Atom& atom, const Atom& written, std::span<const PrintfArg> args,
+                      std::size_t& next, int savedErrno, const PrintfOutput& out) {
+    const auto asWritten = [&]() { renderAsWritten(written, out); };
     if (atom.conversion == Atom::CONV_ERRNO_STRING) {
         char text[256];
         renderString(atom, StrSegment(platform::errorText(savedErrno, text, sizeof text)), out);
@@ -618,18 +734,16 @@ void renderAtom(const Atom& parsed, std::span<const PrintfArg> args, std::size_t
 
 PrintfFormat::PrintfFormat(StrSegment format, unsigned options) {
     PrintfFormatAtom atom;
-    while (atom.getNext(format, options)) _atoms.push_back(atom);
+    while (atom.getNext(format, options)) {
+        _atoms.push_back(atom);
+        _readsErrno = _readsErrno || atom.conversion == Atom::CONV_ERRNO_STRING;
+    }
 }
 
 void PrintfFormat::appendTo(const PrintfOutput& out, std::span<const PrintfArg> args) const {
-    const int savedErrno = errno;
+    const int savedErrno = _readsErrno ? errno : 0;
     std::size_t next = 0;
-    for (const PrintfFormatAtom& atom : _atoms) {
-        if (atom.conversion == Atom::CONV_CONSTANT_STRING)
-            out.append(atom.text, atom.length);  // the common case
-        else
-            renderAtom(atom, args, next, savedErrno, out);
-    }
+    for (const PrintfFormatAtom& atom : _atoms) renderAtom(atom, args, next, savedErrno, out);
 }
 
 void appendPrintf(const PrintfOutput& out, StrSegment format, std::span<const PrintfArg> args,

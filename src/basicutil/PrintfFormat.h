@@ -118,6 +118,11 @@ class PrintfOutput {
             _append(_target, p, n);
     }
     void appendRepeated(char c, std::size_t n) const;
+    // For a Str: grows it by n bytes and returns them, for the caller to write all n in place.
+    // Other targets return nullptr and take append() instead.
+    char* appendSpace(std::size_t n) const {
+        return _str != nullptr ? _str->appendUninitialized(n) : nullptr;
+    }
 
   private:
     Str* _str = nullptr;
@@ -152,6 +157,7 @@ class PrintfFormat {
 
   private:
     std::vector<PrintfFormatAtom> _atoms;
+    bool _readsErrno = false;  // errno is read only for formats with %m
 };
 
 // Parses and renders in one pass, allocating nothing but the output's growth.

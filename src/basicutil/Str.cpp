@@ -93,6 +93,15 @@ Str& Str::appendSlow(const char* data, size_type len) {
     return *this;
 }
 
+char* Str::appendUninitializedSlow(size_type n) {
+    if (n > kMaxLength - _len) throw std::length_error("basic_string::append");
+    ensureCapacity(_len + n, "basic_string::append");
+    char* const start = _p + _len;
+    _len += n;
+    _p[_len] = '\0';
+    return start;
+}
+
 Str& Str::append(size_type n, char c) {
     if (n > kMaxLength - _len) throw std::length_error("basic_string::append");
     ensureCapacity(_len + n, "basic_string::append");

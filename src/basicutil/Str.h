@@ -96,6 +96,17 @@ class Str {
         }
         return appendSlow(data, len);
     }
+    // Grows the string by n bytes and returns where they start; the caller writes all n of
+    // them (the terminator after them is already in place). Throws like append.
+    char* appendUninitialized(size_type n) {
+        if (n <= capacity() - _len) {
+            char* const start = _p + _len;
+            _len += n;
+            _p[_len] = '\0';
+            return start;
+        }
+        return appendUninitializedSlow(n);
+    }
     Str& append(StrSegment s) { return append(s._data, s._len); }
     Str& append(const char* text) { return append(text, std::strlen(text)); }
     Str& append(size_type n, char c);
@@ -131,6 +142,7 @@ class Str {
     void takeFrom(Str& src) noexcept;
     void releaseHeap() noexcept;
     Str& appendSlow(const char* data, size_type len);
+    char* appendUninitializedSlow(size_type n);
     // Room for `len` bytes and the terminator, keeping the contents.
     void ensureCapacity(size_type len, const char* operation);
 
