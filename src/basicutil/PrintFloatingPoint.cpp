@@ -104,6 +104,25 @@ bool roundFixedExactly(double value, std::size_t decimals, DoubleWithSignificant
     return true;
 }
 
+bool roundSignificantExactly(double value, std::size_t sigfigs, DoubleWithSignificantFigures& dsf) {
+    if (sigfigs < 1 || sigfigs > 15) return false;
+    std::uint64_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    const auto biased = static_cast<int>((bits >> 52) & 0x7FF);
+    if (biased == 0 || biased == 0x7FF) return false;  // zero, subnormal or not finite
+    // floor(log10 |value|) is this or one more: 78913 / 2^18 is just below log10(2).
+    int exponent = ((biased - 1023) * 78913) >> 18;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        const int decimals = static_cast<int>(sigfigs) - 1 - exponent;
+        if (decimals < 0 || !roundFixedExactly(value, static_cast<std::size_t>(decimals), dsf)) return false;
+        if (dsf.point == exponent + 1) return true;  // sigfigs digits, as wanted
+        if (dsf.point == exponent + 2 && dsf.ndigits == 1 && dsf.digits[0] == '1')
+            return true;           // rounded up to the next power of ten, as the general path carries
+        exponent = dsf.point - 1;  // the estimate was one too low: one more digit came out
+    }
+    return false;
+}
+
 bool shouldRoundAwayFromZero(const DoubleWithSignificantFigures& dsf, std::int32_t keep) {
     const char cut = dsf.digits[keep];
     if (cut > '5') return true;
@@ -287,47 +306,63 @@ void renderHexFloat(const Atom& atom, double value, const PrintfOutput& out) {
 
 }  // namespace
 
+namespace {
+
+// The value's digits rounded to the atom's needs: exactly when that is certain, otherwise from
+// the shortest digits and the library's rounding.
+DoubleWithSignificantFigures roundedDigits(double value, std::size_t decimals, std::size_t sigfigs) {
+    const auto limit = [](std::size_t v) {
+        return static_cast<std::uint16_t>(v < DoubleWithSignificantFigures::MAX_PRECISION - 1
+                                              ? v
+                                              : DoubleWithSignificantFigures::MAX_PRECISION - 1);
+    };
+    DoubleWithSignificantFigures dsf(false, 0, 0);
+    if (decimals != Atom::NONE) {
+        if (roundFixedExactly(value, decimals, dsf)) return dsf;
+        dsf = DoubleWithSignificantFigures(value);
+        dsf.precision = limit(decimals);
+        VESTRA_ASSERT(dsf.precision != DoubleWithSignificantFigures::MAX_PRECISION);
+    } else {
+        if (roundSignificantExactly(value, sigfigs, dsf)) return dsf;
+        dsf = DoubleWithSignificantFigures(value);
+        dsf.sigfigs = limit(sigfigs);
+        VESTRA_ASSERT(dsf.sigfigs != DoubleWithSignificantFigures::MAX_SIGFIGS);
+    }
+    roundForSigfigsAndPrecision(dsf);
+    return dsf;
+}
+
+}  // namespace
+
 void renderDouble(const Atom& atom, double value, const PrintfOutput& out) {
     if (!double_is_finite(value)) return renderNonfinite(atom, value, out);
     if (atom.conversion == Atom::CONV_FLOAT_HEX) return renderHexFloat(atom, value, out);
     const bool alternate = atom.has(Atom::FLAG_ALTERNATE);
     const bool upper = atom.has(Atom::FLAG_UPPER_CASE);
     const std::size_t precision = atom.precision == Atom::NONE ? 6 : atom.precision;
-    const auto limit = [](std::size_t v) {
-        return static_cast<std::uint16_t>(v < DoubleWithSignificantFigures::MAX_PRECISION - 1
-                                              ? v
-                                              : DoubleWithSignificantFigures::MAX_PRECISION - 1);
-    };
     Pieces pieces;
-    if (atom.conversion == Atom::CONV_FLOAT_FIXED) {
-        DoubleWithSignificantFigures dsf(false, 0, 0);
-        if (!roundFixedExactly(value, precision, dsf)) {
-            dsf = DoubleWithSignificantFigures(value);
-            dsf.precision = limit(precision);
-            VESTRA_ASSERT(dsf.precision != DoubleWithSignificantFigures::MAX_PRECISION);
-            roundForSigfigsAndPrecision(dsf);
-        }
-        if (const char* sign = signOf(atom, dsf.negative)) pieces.text(sign, 1);
-        pieces.markPrefix();
-        fixedPieces(pieces, dsf, precision, alternate);
-        return emitPadded(atom, pieces, out, true);
-    }
-    DoubleWithSignificantFigures dsf(value);
-    if (const char* sign = signOf(atom, dsf.negative)) pieces.text(sign, 1);
-    pieces.markPrefix();
     char exponent[8];
+    const auto sign = [&](const DoubleWithSignificantFigures& dsf) {
+        if (const char* text = signOf(atom, dsf.negative)) pieces.text(text, 1);
+        pieces.markPrefix();
+    };
     switch (atom.conversion) {
-        case Atom::CONV_FLOAT_EXPONENT:
-            dsf.sigfigs = limit(precision + 1);
-            VESTRA_ASSERT(dsf.sigfigs != DoubleWithSignificantFigures::MAX_SIGFIGS);
-            roundForSigfigsAndPrecision(dsf);
+        case Atom::CONV_FLOAT_FIXED: {
+            const DoubleWithSignificantFigures dsf = roundedDigits(value, precision, 0);
+            sign(dsf);
+            fixedPieces(pieces, dsf, precision, alternate);
+            break;
+        }
+        case Atom::CONV_FLOAT_EXPONENT: {
+            const DoubleWithSignificantFigures dsf = roundedDigits(value, Atom::NONE, precision + 1);
+            sign(dsf);
             exponentPieces(pieces, dsf, precision, alternate, upper, exponent);
             break;
+        }
         default: {  // %g: exponential when the exponent after rounding is below -4 or not below P
             const std::size_t p = atom.precision == Atom::NONE ? 6 : atom.precision == 0 ? 1 : atom.precision;
-            dsf.sigfigs = limit(p);
-            VESTRA_ASSERT(dsf.sigfigs != DoubleWithSignificantFigures::MAX_SIGFIGS);
-            roundForSigfigsAndPrecision(dsf);
+            DoubleWithSignificantFigures dsf = roundedDigits(value, Atom::NONE, p);
+            sign(dsf);
             const std::int64_t x = dsf.digits[0] == '0' ? 0 : dsf.point - 1;
             if (!alternate) {  // trailing zeros of the fraction go, and a bare point with them
                 while (dsf.ndigits > 1 && dsf.digits[dsf.ndigits - 1] == '0')

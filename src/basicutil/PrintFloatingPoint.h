@@ -44,4 +44,8 @@ bool shouldRoundAwayFromZero(const DoubleWithSignificantFigures& dsf, std::int32
 // only that general path can decide.
 bool roundFixedExactly(double value, std::size_t decimals, DoubleWithSignificantFigures& dsf);
 
+// The same for `sigfigs` significant figures (%e, %g), up to 15 of them: the rounding position
+// follows from the value's decimal exponent.
+bool roundSignificantExactly(double value, std::size_t sigfigs, DoubleWithSignificantFigures& dsf);
+
 }  // namespace basicutil

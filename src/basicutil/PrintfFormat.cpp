@@ -668,18 +668,13 @@ void renderVariableConversion(const Atom& parsed, std::span<const PrintfArg> arg
     renderConversion(filled, parsed, args, next, savedErrno, out);
 }
 
-// Renders one atom, taking its arguments from args[next...].
+// Renders one conversion, taking its arguments from args[next...].
 inline void renderAtom(const Atom& atom, std::span<const PrintfArg> args, std::size_t& next, int savedErrno,
                        const PrintfOutput& out) {
-    if (atom.conversion == Atom::CONV_CONSTANT_STRING) {
-        const PrintfFormatAtom* cdtssp = &atom;
-        VESTRA_ASSERT(cdtssp->length >= 1);
-        out.append(atom.text, atom.length);
-    } else if (atom.has(Atom::FLAG_VARIABLE_WIDTH | Atom::FLAG_VARIABLE_PRECISION)) {
+    if (atom.has(Atom::FLAG_VARIABLE_WIDTH | Atom::FLAG_VARIABLE_PRECISION))
         renderVariableConversion(atom, args, next, savedErrno, out);
-    } else {
+    else
         renderConversion(atom, atom, args, next, savedErrno, out);
-    }
 }
 
 // A conversion whose width and precision are known; `written` is the atom as parsed.
@@ -732,10 +727,63 @@ void renderConversion(const Atom& atom, const Atom& written, std::span<const Pri
 
 }  // namespace
 
+PrintfFormat::Route PrintfFormat::routeOf(const PrintfFormatAtom& atom) noexcept {
+    if (atom.conversion == Atom::CONV_CONSTANT_STRING) return Route::TEXT;
+    if (!isPlain(atom)) return Route::GENERAL;
+    switch (atom.conversion) {
+        case Atom::CONV_SIGNED_DECIMAL:
+            return Route::PLAIN_SIGNED;
+        case Atom::CONV_UNSIGNED_DECIMAL:
+            return Route::PLAIN_UNSIGNED;
+        case Atom::CONV_STRING:
+            return Route::PLAIN_STRING;
+        default:
+            return Route::GENERAL;
+    }
+}
+
+namespace {
+
+// Renders one atom along its route; an argument of an unexpected kind takes the general way,
+// which decides what a mismatch prints.
+inline void renderRouted(const Atom& atom, PrintfFormat::Route route, std::span<const PrintfArg> args,
+                         std::size_t& next, int savedErrno, const PrintfOutput& out) {
+    using Route = PrintfFormat::Route;
+    const PrintfArg* const arg = next < args.size() ? &args[next] : nullptr;
+    switch (route) {
+        case Route::TEXT: {
+            const PrintfFormatAtom* cdtssp = &atom;
+            VESTRA_ASSERT(cdtssp->length >= 1);
+            return out.append(atom.text, atom.length);
+        }
+        case Route::PLAIN_SIGNED:
+            if (arg == nullptr || !isIntegerArg(*arg)) break;
+            ++next;
+            if (const std::int64_t value = signExtended(arg->asSigned(), atom.size); value < 0)
+                return appendPlainDecimal(0 - static_cast<std::uint64_t>(value), true, out);
+            else
+                return appendPlainDecimal(static_cast<std::uint64_t>(value), false, out);
+        case Route::PLAIN_UNSIGNED:
+            if (arg == nullptr || !isIntegerArg(*arg)) break;
+            ++next;
+            return appendPlainDecimal(truncated(arg->asUnsigned(), atom.size), false, out);
+        case Route::PLAIN_STRING:
+            if (arg == nullptr || arg->kind() != PrintfArg::ARG_STRING) break;
+            ++next;
+            return out.append(arg->asString().data(), arg->asString().size());
+        case Route::GENERAL:
+            break;
+    }
+    renderAtom(atom, args, next, savedErrno, out);
+}
+
+}  // namespace
+
 PrintfFormat::PrintfFormat(StrSegment format, unsigned options) {
     PrintfFormatAtom atom;
     while (atom.getNext(format, options)) {
         _atoms.push_back(atom);
+        _routes.push_back(routeOf(atom));
         _readsErrno = _readsErrno || atom.conversion == Atom::CONV_ERRNO_STRING;
     }
 }
@@ -743,7 +791,8 @@ PrintfFormat::PrintfFormat(StrSegment format, unsigned options) {
 void PrintfFormat::appendTo(const PrintfOutput& out, std::span<const PrintfArg> args) const {
     const int savedErrno = _readsErrno ? errno : 0;
     std::size_t next = 0;
-    for (const PrintfFormatAtom& atom : _atoms) renderAtom(atom, args, next, savedErrno, out);
+    for (std::size_t i = 0; i < _atoms.size(); ++i)
+        renderRouted(_atoms[i], _routes[i], args, next, savedErrno, out);
 }
 
 void appendPrintf(const PrintfOutput& out, StrSegment format, std::span<const PrintfArg> args,
@@ -751,7 +800,8 @@ void appendPrintf(const PrintfOutput& out, StrSegment format, std::span<const Pr
     const int savedErrno = errno;
     std::size_t next = 0;
     PrintfFormatAtom atom;
-    while (atom.getNext(format, options)) renderAtom(atom, args, next, savedErrno, out);
+    while (atom.getNext(format, options))
+        renderRouted(atom, PrintfFormat::routeOf(atom), args, next, savedErrno, out);
 }
 
 }  // namespace basicutil

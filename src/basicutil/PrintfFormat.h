@@ -155,9 +155,14 @@ class PrintfFormat {
         return std::array<PrintfArg, sizeof...(Args)>{PrintfArg(args)...};
     }
 
+    // How an atom is rendered: the common shapes skip the general renderer.
+    enum class Route : std::uint8_t { TEXT, PLAIN_SIGNED, PLAIN_UNSIGNED, PLAIN_STRING, GENERAL };
+    static Route routeOf(const PrintfFormatAtom& atom) noexcept;
+
   private:
     std::vector<PrintfFormatAtom> _atoms;
-    bool _readsErrno = false;  // errno is read only for formats with %m
+    std::vector<Route> _routes;  // one per atom
+    bool _readsErrno = false;    // errno is read only for formats with %m
 };
 
 // Parses and renders in one pass, allocating nothing but the output's growth.

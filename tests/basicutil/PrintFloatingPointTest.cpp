@@ -123,40 +123,58 @@ TEST(PrintFloatingPointTest, AgreesWithSnprintfAwayFromTies) {
     EXPECT_GT(compared, 30000);
 }
 
-// The exact %f path must give what the shortest digits give after rounding, or decline. Ties
-// of the shortest digits (2.675, k + 0.5 at every scale) sit next to values the exact path can
-// decide, which is where a wrong margin would show.
-TEST(PrintFloatingPointTest, ExactFixedPathAgreesWithShortestDigits) {
+// The exact paths must give what the shortest digits give after rounding, or decline. Ties of
+// the shortest digits (2.675, k + 0.5 at every scale) and powers of ten sit next to values the
+// exact paths can decide, which is where a wrong margin or exponent would show.
+TEST(PrintFloatingPointTest, ExactPathsAgreeWithShortestDigits) {
     std::mt19937_64 rng(7);
     std::uniform_real_distribution<double> exponent(-22, 17);
-    std::vector<double> values = {2.675, 0.125, 1.005, 0.5, 2.5, 1e-5, 0.1, 1.0 / 3, 4503599627370495.5,
-                                  9007199254740991.0, 123456789.125, 5e-324, 2.2250738585072014e-308};
-    for (int i = 0; i < 20000; ++i) {
+    std::vector<double> values = {2.675,
+                                  0.125,
+                                  1.005,
+                                  0.5,
+                                  2.5,
+                                  1e-5,
+                                  0.1,
+                                  1.0 / 3,
+                                  4503599627370495.5,
+                                  9007199254740991.0,
+                                  123456789.125,
+                                  5e-324,
+                                  2.2250738585072014e-308};
+    for (int i = 0; i < 8000; ++i) {
         const int decimals = static_cast<int>(rng() % 12);
         const double tie = (static_cast<double>(rng() % 100000) + 0.5) / std::pow(10.0, decimals);
-        values.push_back(tie);
-        values.push_back(std::nextafter(tie, 0.0));
-        values.push_back(std::nextafter(tie, 1e300));
+        const double power = std::pow(10.0, static_cast<int>(rng() % 40) - 22);
+        for (const double near : {tie, power})
+            values.insert(values.end(), {near, std::nextafter(near, 0.0), std::nextafter(near, 1e300)});
         values.push_back(std::pow(10.0, exponent(rng)));
     }
     int decided = 0, total = 0;
+    // Compares the digits both ways give; trailing zeros do not change what is printed.
+    const auto check = [&](double value, std::size_t limit, bool significant) {
+        DoubleWithSignificantFigures general(value);
+        (significant ? general.sigfigs : general.precision) = static_cast<std::uint16_t>(limit);
+        roundForSigfigsAndPrecision(general);
+        while (general.ndigits > 1 && general.digits[general.ndigits - 1] == '0')
+            general.digits[--general.ndigits] = '\0';
+        DoubleWithSignificantFigures exact(false, 0, 0);
+        ++total;
+        if (!(significant ? roundSignificantExactly(value, limit, exact)
+                          : roundFixedExactly(value, limit, exact)))
+            return;
+        ++decided;
+        ASSERT_EQ(std::string(exact.digits), std::string(general.digits)) << value << " " << limit;
+        if (general.digits[0] != '0') {
+            ASSERT_EQ(exact.point, general.point) << value << " " << limit;
+        }
+        ASSERT_EQ(exact.negative, general.negative) << value;
+    };
     for (double magnitude : values) {
         for (const double value : {magnitude, -magnitude}) {
-            for (std::size_t decimals = 0; decimals <= 17; ++decimals) {
-                DoubleWithSignificantFigures general(value);
-                general.precision = static_cast<std::uint16_t>(decimals);
-                roundForSigfigsAndPrecision(general);
-                while (general.ndigits > 1 && general.digits[general.ndigits - 1] == '0')
-                    general.digits[--general.ndigits] = '\0';
-                DoubleWithSignificantFigures exact(false, 0, 0);
-                ++total;
-                if (!roundFixedExactly(value, decimals, exact)) continue;
-                ++decided;
-                ASSERT_EQ(std::string(exact.digits), std::string(general.digits)) << value << " " << decimals;
-                if (general.digits[0] != '0') {
-                    ASSERT_EQ(exact.point, general.point) << value << " " << decimals;
-                }
-                ASSERT_EQ(exact.negative, general.negative) << value;
+            for (std::size_t limit = 0; limit <= 17; ++limit) {
+                check(value, limit, false);
+                check(value, limit, true);
             }
         }
     }
@@ -164,6 +182,7 @@ TEST(PrintFloatingPointTest, ExactFixedPathAgreesWithShortestDigits) {
     EXPECT_GT(decided, total / 2);
     DoubleWithSignificantFigures unused(false, 0, 0);
     EXPECT_FALSE(roundFixedExactly(2.675, 2, unused));
+    EXPECT_FALSE(roundSignificantExactly(2.675, 3, unused));
     EXPECT_FALSE(roundFixedExactly(-0.125, 2, unused));
     EXPECT_FALSE(roundFixedExactly(0.0, 3, unused));
 }
