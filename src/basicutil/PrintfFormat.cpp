@@ -412,6 +412,27 @@ void printf_details::emitPadded(const Atom& atom, const Pieces& pieces, const Pr
 
 namespace {
 
+// Writes v's `count` decimal digits to out with "," every three digits from the right, when
+// there are at least 4; returns the length written.
+std::size_t writeGroupedDecimal(char* out, std::uint64_t v, unsigned count) {
+    if (count < 4) {
+        writeDecimalDigits(out, v, count);
+        return count;
+    }
+    const std::size_t length = count + (count - 1) / 3;
+    char* p = out + length;
+    for (unsigned left = count; left > 3; left -= 3) {  // three digits and a "," per division
+        const auto group = static_cast<unsigned>(v % 1000);
+        v /= 1000;
+        p -= 4;
+        p[0] = ',';
+        p[1] = static_cast<char>('0' + group / 100);
+        std::memcpy(p + 2, kDecimalPairs + 2 * (group % 100), 2);
+    }
+    writeDecimalDigits(out, v, static_cast<unsigned>(p - out));
+    return length;
+}
+
 // The digits of one integer at the tail of a 26-byte buffer: 20 decimal digits and 6
 // separators, or 22 octal digits.
 class IntegerDigits {
@@ -425,68 +446,77 @@ class IntegerDigits {
         char* p = &_buf[sizeof(_buf)];
         // Constant divisors and shifts: a division by a base only known at run time costs a
         // hardware divide per digit.
+        std::size_t count = 0;
         if (decimal) {
             if (nonzero) {
-                const unsigned count = decimalDigitCount(value);
-                p -= count;
-                writeDecimalDigits(p, value, count);
+                const unsigned digits = decimalDigitCount(value);
+                const bool grouped = atom.has(Atom::FLAG_SEPARATORS) && digits >= 4;
+                const std::size_t new_digits = grouped ? digits + (digits - 1) / 3 : digits;
+                VESTRA_ASSERT(new_digits <= sizeof(_buf));
+                p -= new_digits;
+                if (grouped)
+                    writeGroupedDecimal(p, value, digits);
+                else
+                    writeDecimalDigits(p, value, digits);
+                count = digits;
             }
         } else if (hex) {
-            const char* digitSet = atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER
-                                       ? kHexUpper
-                                       : kHexLower;
-            for (; value != 0; value >>= 4) *--p = digitSet[value & 15];
+            const bool upper = atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER;
+            const char* const pairs = upper ? kHexPairsUpper.data() : kHexPairsLower.data();
+            for (; value > 0xFF; value >>= 8) {
+                p -= 2;
+                std::memcpy(p, pairs + 2 * (value & 0xFF), 2);
+            }
+            if (value > 0xF) {
+                p -= 2;
+                std::memcpy(p, pairs + 2 * value, 2);
+            } else if (value != 0) {
+                *--p = pairs[2 * value + 1];
+            }
         } else {
             for (; value != 0; value >>= 3) *--p = static_cast<char>('0' + (value & 7));
         }
         _p = p;
-        _count = static_cast<std::size_t>(&_buf[sizeof(_buf)] - _p);
+        _count = decimal ? count : static_cast<std::size_t>(&_buf[sizeof(_buf)] - _p);
         if (nonzero) VESTRA_ASSERT(_p < &_buf[sizeof(_buf)]);
-        if (decimal && atom.has(Atom::FLAG_SEPARATORS) && _count >= 4) spreadSeparators();
         VESTRA_ASSERT(_p <= &_buf[sizeof(_buf)]);
     }
     const char* data() const { return _p; }
     std::size_t bytes() const { return static_cast<std::size_t>(&_buf[sizeof(_buf)] - _p); }
-    // Puts a sign in front; there is room whenever there are no separators.
-    void prependSign(char sign) {
-        VESTRA_ASSERT(_p > _buf);
-        *--_p = sign;
+    // Puts a sign or prefix in front. There is always room: the longest digits (20 decimal
+    // digits and 6 separators are unsigned) leave at least 3 bytes for a sign or "0x".
+    void prepend(const char* text, std::size_t n) {
+        VESTRA_ASSERT(_p >= _buf + n);
+        _p -= n;
+        std::memcpy(_p, text, n);
     }
     std::size_t digitCount() const { return _count; }  // without separators
 
   private:
-    // "," every three digits from the right; the digits move left to make room.
-    void spreadSeparators() {
-        const std::size_t new_digits = _count + (_count - 1) / 3;
-        VESTRA_ASSERT(new_digits <= sizeof(_buf));
-        char* dst = &_buf[sizeof(_buf)] - new_digits;
-        const char* src = _p;
-        for (std::size_t left = _count; left > 0; --left) {
-            *dst++ = *src++;
-            if (left > 1 && (left - 1) % 3 == 0) *dst++ = ',';
-        }
-        _p = &_buf[sizeof(_buf)] - new_digits;
-    }
-
     char _buf[26];
     char* _p = &_buf[sizeof(_buf)];
     std::size_t _count = 0;
 };
 
-// "%d", "%x": no width, precision, flags or size of their own beyond the letter's case.
+// "%d", "%'d", "%x", "%s": no width, precision, sign flag or alternate form.
 bool isPlain(const Atom& atom) {
     return atom.width == Atom::NONE && atom.precision == Atom::NONE &&
-           (atom.flags & ~Atom::FLAG_UPPER_CASE) == 0 && atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_NONE;
+           (atom.flags & ~(Atom::FLAG_UPPER_CASE | Atom::FLAG_SEPARATORS)) == 0 &&
+           atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_NONE;
 }
 
-// "%d" or "%u" and nothing else, the most common conversions: sign and digits are built in the
-// integer buffer and copied into the output once, without the general padding logic.
-void appendPlainDecimal(std::uint64_t magnitude, bool negative, const PrintfOutput& out) {
+// "%d", "%u" or "%'d", the most common conversions: sign and digits are built in the integer
+// buffer and copied into the output once, without the general padding logic.
+void appendPlainDecimal(const Atom& atom, std::uint64_t magnitude, bool negative, const PrintfOutput& out) {
     char buf[26];
     const unsigned count = decimalDigitCount(magnitude);
-    const std::size_t length = count + (negative ? 1 : 0);
+    const std::size_t sign = negative ? 1 : 0;
     buf[0] = '-';  // overwritten by a digit when not negative
-    writeDecimalDigits(buf + length - count, magnitude, count);
+    std::size_t length = sign + count;
+    if (atom.has(Atom::FLAG_SEPARATORS))
+        length = sign + writeGroupedDecimal(buf + sign, magnitude, count);
+    else
+        writeDecimalDigits(buf + sign, magnitude, count);
     if (char* dst = out.appendSpace(length))
         copyBytes(dst, buf, length);
     else
@@ -494,9 +524,17 @@ void appendPlainDecimal(std::uint64_t magnitude, bool negative, const PrintfOutp
 }
 
 void renderInteger(const Atom& atom, std::uint64_t magnitude, const char* sign, const PrintfOutput& out) {
-    if (isPlain(atom) && magnitude != 0) {  // sign and digits, copied once
+    if (atom.width == Atom::NONE && atom.precision == Atom::NONE && magnitude != 0) {
+        // Nothing to pad: sign, prefix and digits are assembled in the buffer and copied once.
         IntegerDigits digits(atom, magnitude);
-        if (sign != nullptr) digits.prependSign(*sign);
+        const bool alternate = atom.has(Atom::FLAG_ALTERNATE);
+        if (alternate && atom.conversion == Atom::CONV_UNSIGNED_OCTAL)
+            digits.prepend("0", 1);
+        else if (alternate && atom.conversion != Atom::CONV_SIGNED_DECIMAL &&
+                 atom.conversion != Atom::CONV_UNSIGNED_DECIMAL)
+            digits.prepend(
+                hexPrefix(atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER), 2);
+        if (sign != nullptr) digits.prepend(sign, 1);
         if (char* dst = out.appendSpace(digits.bytes()))
             copyBytes(dst, digits.data(), digits.bytes());
         else
@@ -573,10 +611,6 @@ std::int64_t signExtended(std::int64_t v, std::size_t size) {
 
 void renderSignedInteger(const Atom& atom, std::int64_t value, const PrintfOutput& out) {
     value = signExtended(value, atom.size);
-    if (isPlain(atom))
-        return appendPlainDecimal(
-            value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value), value < 0,
-            out);
     const char* sign = value < 0                                               ? "-"
                        : atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_PLUS  ? "+"
                        : atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_SPACE ? " "
@@ -587,8 +621,6 @@ void renderSignedInteger(const Atom& atom, std::int64_t value, const PrintfOutpu
 }
 
 void renderUnsignedInteger(const Atom& atom, std::uint64_t value, const PrintfOutput& out) {
-    if (atom.conversion == Atom::CONV_UNSIGNED_DECIMAL && isPlain(atom))
-        return appendPlainDecimal(truncated(value, atom.size), false, out);
     renderInteger(atom, truncated(value, atom.size), nullptr, out);
 }
 
@@ -729,17 +761,11 @@ void renderConversion(const Atom& atom, const Atom& written, std::span<const Pri
 
 PrintfFormat::Route PrintfFormat::routeOf(const PrintfFormatAtom& atom) noexcept {
     if (atom.conversion == Atom::CONV_CONSTANT_STRING) return Route::TEXT;
-    if (!isPlain(atom)) return Route::GENERAL;
-    switch (atom.conversion) {
-        case Atom::CONV_SIGNED_DECIMAL:
-            return Route::PLAIN_SIGNED;
-        case Atom::CONV_UNSIGNED_DECIMAL:
-            return Route::PLAIN_UNSIGNED;
-        case Atom::CONV_STRING:
-            return Route::PLAIN_STRING;
-        default:
-            return Route::GENERAL;
-    }
+    if (atom.has(Atom::FLAG_VARIABLE_WIDTH | Atom::FLAG_VARIABLE_PRECISION)) return Route::GENERAL;
+    if (isPlain(atom) && atom.conversion == Atom::CONV_SIGNED_DECIMAL) return Route::PLAIN_SIGNED;
+    if (isPlain(atom) && atom.conversion == Atom::CONV_UNSIGNED_DECIMAL) return Route::PLAIN_UNSIGNED;
+    if (isPlain(atom) && atom.conversion == Atom::CONV_STRING) return Route::PLAIN_STRING;
+    return atom.isInteger() ? Route::INTEGER : Route::GENERAL;
 }
 
 namespace {
@@ -760,17 +786,23 @@ inline void renderRouted(const Atom& atom, PrintfFormat::Route route, std::span<
             if (arg == nullptr || !isIntegerArg(*arg)) break;
             ++next;
             if (const std::int64_t value = signExtended(arg->asSigned(), atom.size); value < 0)
-                return appendPlainDecimal(0 - static_cast<std::uint64_t>(value), true, out);
+                return appendPlainDecimal(atom, 0 - static_cast<std::uint64_t>(value), true, out);
             else
-                return appendPlainDecimal(static_cast<std::uint64_t>(value), false, out);
+                return appendPlainDecimal(atom, static_cast<std::uint64_t>(value), false, out);
         case Route::PLAIN_UNSIGNED:
             if (arg == nullptr || !isIntegerArg(*arg)) break;
             ++next;
-            return appendPlainDecimal(truncated(arg->asUnsigned(), atom.size), false, out);
+            return appendPlainDecimal(atom, truncated(arg->asUnsigned(), atom.size), false, out);
         case Route::PLAIN_STRING:
             if (arg == nullptr || arg->kind() != PrintfArg::ARG_STRING) break;
             ++next;
             return out.append(arg->asString().data(), arg->asString().size());
+        case Route::INTEGER:
+            if (arg == nullptr || !isIntegerArg(*arg)) break;
+            ++next;
+            if (atom.conversion == Atom::CONV_SIGNED_DECIMAL)
+                return renderSignedInteger(atom, arg->asSigned(), out);
+            return renderUnsignedInteger(atom, arg->asUnsigned(), out);
         case Route::GENERAL:
             break;
     }

@@ -156,7 +156,7 @@ class PrintfFormat {
     }
 
     // How an atom is rendered: the common shapes skip the general renderer.
-    enum class Route : std::uint8_t { TEXT, PLAIN_SIGNED, PLAIN_UNSIGNED, PLAIN_STRING, GENERAL };
+    enum class Route : std::uint8_t { TEXT, PLAIN_SIGNED, PLAIN_UNSIGNED, PLAIN_STRING, INTEGER, GENERAL };
     static Route routeOf(const PrintfFormatAtom& atom) noexcept;
 
   private:

@@ -1,6 +1,7 @@
 // Constant tables and small helpers shared by the printf renderers.
 #pragma once
 
+#include <array>
 #include <cstddef>
 
 #include "basicutil/PrintfFormat.h"
@@ -12,6 +13,18 @@ namespace basicutil::printf_details {
 inline constexpr char kLetterPairs[] = "0x0XppmmssccaAgGfFeEooxXuudd";
 inline constexpr char kHexUpper[] = "0123456789ABCDEF";
 inline constexpr char kHexLower[] = "0123456789abcdef";
+
+// "00" "01" ... "ff": two hexadecimal digits per byte of the value.
+inline constexpr std::array<char, 512> hexPairs(const char (&digits)[17]) {
+    std::array<char, 512> pairs{};
+    for (std::size_t b = 0; b < 256; ++b) {
+        pairs[2 * b] = digits[b >> 4];
+        pairs[2 * b + 1] = digits[b & 15];
+    }
+    return pairs;
+}
+inline constexpr std::array<char, 512> kHexPairsLower = hexPairs(kHexLower);
+inline constexpr std::array<char, 512> kHexPairsUpper = hexPairs(kHexUpper);
 
 inline char conversionLetter(PrintfFormatAtom::Conversion c, bool upper) {
     const std::size_t pair = (sizeof kLetterPairs - 1) - 2 * static_cast<std::size_t>(c);

@@ -97,6 +97,36 @@ TEST(PrintfFormatTest, IntegerRulesOfOurOwn) {
     EXPECT_EQ(strprintf("%60d", -5).size(), 60u);
 }
 
+// The ' flag at every digit count, plain and padded: glibc's C locale does not group, so the
+// reference is the digits with a "," put every three from the right, then the C padding rules.
+TEST(PrintfFormatTest, GroupingAtEveryDigitCount) {
+    const auto reference = [](bool negative, std::uint64_t magnitude, std::size_t width, char pad) {
+        std::string digits = std::to_string(magnitude);
+        for (auto i = static_cast<std::ptrdiff_t>(digits.size()) - 3; i > 0; i -= 3)
+            digits.insert(static_cast<std::size_t>(i), ",");
+        const std::string sign = negative ? "-" : "";
+        const std::size_t fill =
+            width > sign.size() + digits.size() ? width - sign.size() - digits.size() : 0;
+        if (pad == '0') return sign + std::string(fill, '0') + digits;
+        if (pad == '-') return sign + digits + std::string(fill, ' ');
+        return std::string(fill, ' ') + sign + digits;
+    };
+    std::uint64_t magnitude = 0;
+    for (int digits = 1; digits <= 20; ++digits) {
+        magnitude = magnitude * 10 + static_cast<std::uint64_t>(digits % 10);
+        EXPECT_EQ(strprintf("%'llu", magnitude), reference(false, magnitude, 0, ' '));
+        EXPECT_EQ(strprintf("%'30llu", magnitude), reference(false, magnitude, 30, ' '));
+        if (magnitude > static_cast<std::uint64_t>(INT64_MAX)) continue;
+        const auto negative = -static_cast<std::int64_t>(magnitude);
+        EXPECT_EQ(strprintf("%'lld", negative), reference(true, magnitude, 0, ' '));
+        EXPECT_EQ(strprintf("%'-30lld", negative), reference(true, magnitude, 30, '-'));
+        EXPECT_EQ(strprintf("%'030lld", negative), reference(true, magnitude, 30, '0'));
+    }
+    // The longest texts fill the 26-byte digit buffer exactly.
+    EXPECT_EQ(strprintf("%'lld", INT64_MIN), std::string_view("-9,223,372,036,854,775,808"));
+    EXPECT_EQ(strprintf("%'llu", UINT64_MAX), std::string_view("18,446,744,073,709,551,615"));
+}
+
 TEST(PrintfFormatTest, PointersAndText) {
     const PrintfFormat pointers(StrSegment("%p|%10p|%-8p|"), PrintfFormatAtom::OPTION_POINTERS);
     Str out;
