@@ -82,7 +82,8 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
         return true;
     };
     if (*p != '%') {
-        while (p < end && *p != '%') ++p;
+        const void* const percent = std::memchr(p, '%', static_cast<std::size_t>(end - p));
+        p = percent != nullptr ? static_cast<const char*>(percent) : end;
         return literal(begin, p, p);
     }
     ++p;
@@ -130,25 +131,38 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
         }
     }
     size = 4;
-    const auto next = [&](std::string_view s) {
-        return static_cast<std::size_t>(end - p) >= s.size() && std::string_view(p, s.size()) == s;
+    const auto at = [&](std::size_t i, char c) {
+        return end - p > static_cast<std::ptrdiff_t>(i) && p[i] == c;
     };
-    if (next("hh"))
-        size = 1, p += 2;
-    else if (next("h"))
-        size = 2, p += 1;
-    else if (next("ll"))
-        size = 8, p += 2;
-    else if (next("l") || next("q") || next("j") || next("t"))
-        size = 8, p += 1;
-    else if (next("z") && (options & Atom::OPTION_Z_STRING) == 0)
-        size = 8, p += 1;
-    else if (next("I32"))
-        size = 4, p += 3;
-    else if (next("I64"))
-        size = 8, p += 3;
-    else if (next("wS") || next("wc") || next("ws"))
-        size = 8, p += 1;
+    switch (p < end ? *p : '\0') {
+        case 'h':  // hh or h
+            size = at(1, 'h') ? 1 : 2;
+            p += at(1, 'h') ? 2 : 1;
+            break;
+        case 'l':  // ll or l
+            size = 8;
+            p += at(1, 'l') ? 2 : 1;
+            break;
+        case 'q':
+        case 'j':
+        case 't':
+            size = 8, p += 1;
+            break;
+        case 'z':  // unless it is the conversion itself
+            if ((options & Atom::OPTION_Z_STRING) == 0) size = 8, p += 1;
+            break;
+        case 'I':  // I32 or I64
+            if (at(1, '3') && at(2, '2'))
+                size = 4, p += 3;
+            else if (at(1, '6') && at(2, '4'))
+                size = 8, p += 3;
+            break;
+        case 'w':  // only before S, c or s
+            if (at(1, 'S') || at(1, 'c') || at(1, 's')) size = 8, p += 1;
+            break;
+        default:
+            break;
+    }
     if (p >= end) return literal(begin, begin + 1, end);  // the format stops inside a conversion
 
     const char letter = *p++;
