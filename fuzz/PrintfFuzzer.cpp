@@ -1,14 +1,18 @@
 // The printf engine on arbitrary format text and arbitrary typed arguments: no crash, no
-// sanitizer report, and output no longer than a bound worked out from the parsed atoms.
+// sanitizer report, output no longer than a bound worked out from the parsed atoms, the same
+// text through every kind of output, and the exact rounding of doubles agreeing with rounding of
+// the shortest digits whenever it decides.
 //
 // Input: format bytes, a 0 byte, then arguments of 9 bytes each (a kind byte and 8 value bytes);
 // the last argument is a string made of whatever bytes are left.
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "FuzzReference.h"
+#include "basicutil/PrintFloatingPoint.h"
 #include "basicutil/PrintfFormat.h"
 
 using namespace basicutil;
@@ -16,6 +20,27 @@ using namespace basicutil;
 namespace {
 constexpr std::size_t kLargestField = 100000;  // wider fields only cost time, not coverage
 constexpr unsigned kOptions = PrintfFormatAtom::OPTION_ERRNO | PrintfFormatAtom::OPTION_POINTERS;
+
+// The digits both ways, without the trailing zeros that do not change what is printed.
+void checkExactRounding(double value) {
+    if (!std::isfinite(value)) return;
+    for (std::size_t limit = 0; limit <= 17; ++limit) {
+        for (const bool significant : {false, true}) {
+            DoubleWithSignificantFigures exact(false, 0, 0);
+            if (!(significant ? roundSignificantExactly(value, limit, exact)
+                              : roundFixedExactly(value, limit, exact)))
+                continue;
+            DoubleWithSignificantFigures general(value);
+            (significant ? general.sigfigs : general.precision) = static_cast<std::uint16_t>(limit);
+            roundForSigfigsAndPrecision(general);
+            while (general.ndigits > 1 && general.digits[general.ndigits - 1] == '0')
+                general.digits[--general.ndigits] = '\0';
+            FUZZ_CHECK(std::strcmp(exact.digits, general.digits) == 0);
+            FUZZ_CHECK(exact.digits[0] == '0' || exact.point == general.point);
+            FUZZ_CHECK(exact.negative == general.negative);
+        }
+    }
+}
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -40,6 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             double d;
             std::memcpy(&d, &bits, 8);
             args.emplace_back(d);
+            checkExactRounding(d);
         }
         if (kind == 3) args.emplace_back(reinterpret_cast<const void*>(static_cast<std::uintptr_t>(bits)));
         if (kind == 4)
@@ -77,5 +103,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     parsed.appendTo(PrintfOutput(first), args);
     parsed.appendTo(PrintfOutput(second), args);
     FUZZ_CHECK(first == second && first == out);
+
+    // An output that is no Str takes the stack-buffer and piecewise paths.
+    std::string viaString;
+    appendPrintf(PrintfOutput(viaString), StrSegment(format), args, kOptions);
+    FUZZ_CHECK(viaString == out.view());
     return 0;
 }

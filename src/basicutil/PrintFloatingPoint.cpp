@@ -340,29 +340,29 @@ void renderDouble(const Atom& atom, double value, const PrintfOutput& out) {
     const bool alternate = atom.has(Atom::FLAG_ALTERNATE);
     const bool upper = atom.has(Atom::FLAG_UPPER_CASE);
     const std::size_t precision = atom.precision == Atom::NONE ? 6 : atom.precision;
-    Pieces pieces;
+    // The pieces point into these: they live until the pieces are written.
+    DoubleWithSignificantFigures dsf(false, 0, 0);
     char exponent[8];
-    const auto sign = [&](const DoubleWithSignificantFigures& dsf) {
+    Pieces pieces;
+    const auto sign = [&]() {
         if (const char* text = signOf(atom, dsf.negative)) pieces.text(text, 1);
         pieces.markPrefix();
     };
     switch (atom.conversion) {
-        case Atom::CONV_FLOAT_FIXED: {
-            const DoubleWithSignificantFigures dsf = roundedDigits(value, precision, 0);
-            sign(dsf);
+        case Atom::CONV_FLOAT_FIXED:
+            dsf = roundedDigits(value, precision, 0);
+            sign();
             fixedPieces(pieces, dsf, precision, alternate);
             break;
-        }
-        case Atom::CONV_FLOAT_EXPONENT: {
-            const DoubleWithSignificantFigures dsf = roundedDigits(value, Atom::NONE, precision + 1);
-            sign(dsf);
+        case Atom::CONV_FLOAT_EXPONENT:
+            dsf = roundedDigits(value, Atom::NONE, precision + 1);
+            sign();
             exponentPieces(pieces, dsf, precision, alternate, upper, exponent);
             break;
-        }
         default: {  // %g: exponential when the exponent after rounding is below -4 or not below P
             const std::size_t p = atom.precision == Atom::NONE ? 6 : atom.precision == 0 ? 1 : atom.precision;
-            DoubleWithSignificantFigures dsf = roundedDigits(value, Atom::NONE, p);
-            sign(dsf);
+            dsf = roundedDigits(value, Atom::NONE, p);
+            sign();
             const std::int64_t x = dsf.digits[0] == '0' ? 0 : dsf.point - 1;
             if (!alternate) {  // trailing zeros of the fraction go, and a bare point with them
                 while (dsf.ndigits > 1 && dsf.digits[dsf.ndigits - 1] == '0')

@@ -779,7 +779,8 @@ PrintfFormat::Route PrintfFormat::routeOf(const PrintfFormatAtom& atom) noexcept
     if (isPlain(atom) && atom.conversion == Atom::CONV_SIGNED_DECIMAL) return Route::PLAIN_SIGNED;
     if (isPlain(atom) && atom.conversion == Atom::CONV_UNSIGNED_DECIMAL) return Route::PLAIN_UNSIGNED;
     if (isPlain(atom) && atom.conversion == Atom::CONV_STRING) return Route::PLAIN_STRING;
-    return atom.isInteger() ? Route::INTEGER : Route::GENERAL;
+    if (atom.isInteger()) return Route::INTEGER;
+    return atom.isFloat() ? Route::FLOAT : Route::GENERAL;
 }
 
 namespace {
@@ -817,6 +818,10 @@ inline void renderRouted(const Atom& atom, PrintfFormat::Route route, std::span<
             if (atom.conversion == Atom::CONV_SIGNED_DECIMAL)
                 return renderSignedInteger(atom, arg->asSigned(), out);
             return renderUnsignedInteger(atom, arg->asUnsigned(), out);
+        case Route::FLOAT:
+            if (arg == nullptr || arg->kind() != PrintfArg::ARG_DOUBLE) break;
+            ++next;
+            return renderDouble(atom, arg->asDouble(), out);
         case Route::GENERAL:
             break;
     }

@@ -156,7 +156,15 @@ class PrintfFormat {
     }
 
     // How an atom is rendered: the common shapes skip the general renderer.
-    enum class Route : std::uint8_t { TEXT, PLAIN_SIGNED, PLAIN_UNSIGNED, PLAIN_STRING, INTEGER, GENERAL };
+    enum class Route : std::uint8_t {
+        TEXT,
+        PLAIN_SIGNED,
+        PLAIN_UNSIGNED,
+        PLAIN_STRING,
+        INTEGER,
+        FLOAT,
+        GENERAL
+    };
     static Route routeOf(const PrintfFormatAtom& atom) noexcept;
 
   private:

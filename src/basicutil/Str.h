@@ -85,8 +85,10 @@ class Str {
     std::string_view view() const noexcept { return {_p, static_cast<std::size_t>(_len)}; }
     operator std::string_view() const noexcept { return view(); }  // NOLINT
 
-    // Appends throw std::length_error("basic_string::append") past kMaxLength.
+    // Appends throw std::length_error("basic_string::append") past kMaxLength. Nothing to
+    // append may come with a null pointer (an empty std::string_view).
     Str& append(const char* data, size_type len) {
+        if (len == 0) return *this;
         // The common case inline: it fits, and the bytes are not this string's own.
         if (len <= capacity() - _len && (data + len <= _p || data > _p + capacity())) {
             std::memcpy(_p + _len, data, static_cast<std::size_t>(len));
