@@ -26,7 +26,7 @@ void checkExactRounding(double value) {
     if (!std::isfinite(value)) return;
     for (std::size_t limit = 0; limit <= 17; ++limit) {
         for (const bool significant : {false, true}) {
-            DoubleWithSignificantFigures exact(false, 0, 0);
+            DoubleWithSignificantFigures exact;
             if (!(significant ? roundSignificantExactly(value, limit, exact)
                               : roundFixedExactly(value, limit, exact)))
                 continue;

@@ -23,35 +23,37 @@ inline constexpr char kDecimalPairs[] =
     "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
     "8081828384858687888990919293949596979899";
 
+// 10^0 to 10^19, every power of ten a 64-bit unsigned holds.
+inline constexpr std::uint64_t kPowersOfTen[] = {
+    1U,
+    10U,
+    100U,
+    1000U,
+    10000U,
+    100000U,
+    1000000U,
+    10000000U,
+    100000000U,
+    1000000000U,
+    10000000000U,
+    100000000000U,
+    1000000000000U,
+    10000000000000U,
+    100000000000000U,
+    1000000000000000U,
+    10000000000000000U,
+    100000000000000000U,
+    1000000000000000000U,
+    10000000000000000000U,
+};
+
 // The number of decimal digits of v; 1 for 0.
 inline unsigned decimalDigitCount(std::uint64_t v) noexcept {
-    static constexpr std::uint64_t kPowers[] = {
-        1U,
-        10U,
-        100U,
-        1000U,
-        10000U,
-        100000U,
-        1000000U,
-        10000000U,
-        100000000U,
-        1000000000U,
-        10000000000U,
-        100000000000U,
-        1000000000000U,
-        10000000000000U,
-        100000000000000U,
-        1000000000000000U,
-        10000000000000000U,
-        100000000000000000U,
-        1000000000000000000U,
-        10000000000000000000U,
-    };
     // log10(2) is about 1233/4096: a guess from the bit length, corrected by one comparison.
     // v | 1 makes 0 count as one digit and changes no other count (powers of ten are even).
     const auto bits = static_cast<unsigned>(64 - std::countl_zero(v | 1));
     const unsigned guess = (bits * 1233) >> 12;
-    return guess + ((v | 1) >= kPowers[guess] ? 1 : 0);
+    return guess + ((v | 1) >= kPowersOfTen[guess] ? 1 : 0);
 }
 
 // Writes exactly `count` digits of v to out[0, count), the last digit of v last; count must be

@@ -36,7 +36,7 @@ DoubleWithSignificantFigures::DoubleWithSignificantFigures(double value) {
 
 DoubleWithSignificantFigures::DoubleWithSignificantFigures(bool negative_, std::uint64_t scaled,
                                                            unsigned decimals) {
-    VESTRA_ASSERT(scaled < 100000000000000000U);
+    VESTRA_ASSERT(scaled < kPowersOfTen[17]);
     negative = negative_;
     if (scaled == 0) {
         std::memcpy(digits, "0", 2);
@@ -53,24 +53,7 @@ DoubleWithSignificantFigures::DoubleWithSignificantFigures(bool negative_, std::
 }
 
 bool roundFixedExactly(double value, std::size_t decimals, DoubleWithSignificantFigures& dsf) {
-    static constexpr std::uint64_t kPowers[] = {1U,
-                                                10U,
-                                                100U,
-                                                1000U,
-                                                10000U,
-                                                100000U,
-                                                1000000U,
-                                                10000000U,
-                                                100000000U,
-                                                1000000000U,
-                                                10000000000U,
-                                                100000000000U,
-                                                1000000000000U,
-                                                10000000000000U,
-                                                100000000000000U,
-                                                1000000000000000U,
-                                                10000000000000000U};
-    if (decimals >= std::size(kPowers)) return false;
+    if (decimals > 16) return false;  // 10^decimals x 2^53 stays below 2^117
     std::uint64_t bits;
     std::memcpy(&bits, &value, sizeof bits);
     const auto biased = static_cast<int>((bits >> 52) & 0x7FF);
@@ -83,14 +66,15 @@ bool roundFixedExactly(double value, std::size_t decimals, DoubleWithSignificant
     // would need wider arithmetic: both go the general way.
     const int shift = 1075 - (biased == 0 ? 1 : biased);
     if (shift < 1 || shift > 126) return false;
-    const std::uint64_t power = kPowers[decimals];
+    const std::uint64_t power = kPowersOfTen[decimals];
     // scaled = value x 10^decimals = whole + fraction / 2^shift, exactly (below 2^117).
     const Uint128 product = static_cast<Uint128>(mantissa) * power;
     const Uint128 whole = product >> shift;
     const Uint128 fraction = product & ((Uint128{1} << shift) - 1);
     const Uint128 half = Uint128{1} << (shift - 1);
-    // The shortest digits scaled the same way lie within power / 2 units of the exact value; a
-    // margin of `power` units from the half-way point keeps them on the same side of it.
+    // The shortest digits, scaled the same way, lie within power / 2 units of the exact value.
+    // Kept `power` units away from the half-way point, they round as it does: down to `whole`
+    // below it (digits just under `whole` round back up to it), up to whole + 1 above it.
     if (power >= half) return false;
     std::uint64_t rounded;
     if (fraction + power < half)
@@ -99,7 +83,7 @@ bool roundFixedExactly(double value, std::size_t decimals, DoubleWithSignificant
         rounded = static_cast<std::uint64_t>(whole) + 1;
     else
         return false;
-    if (whole >= 100000000000000000U - 1) return false;  // more digits than the shortest form has
+    if (whole >= kPowersOfTen[17] - 1) return false;  // the digit buffer holds 17
     dsf = DoubleWithSignificantFigures((bits >> 63) != 0, rounded, static_cast<unsigned>(decimals));
     return true;
 }
@@ -316,7 +300,7 @@ DoubleWithSignificantFigures roundedDigits(double value, std::size_t decimals, s
                                               ? v
                                               : DoubleWithSignificantFigures::MAX_PRECISION - 1);
     };
-    DoubleWithSignificantFigures dsf(false, 0, 0);
+    DoubleWithSignificantFigures dsf;
     if (decimals != Atom::NONE) {
         if (roundFixedExactly(value, decimals, dsf)) return dsf;
         dsf = DoubleWithSignificantFigures(value);
@@ -341,7 +325,7 @@ void renderDouble(const Atom& atom, double value, const PrintfOutput& out) {
     const bool upper = atom.has(Atom::FLAG_UPPER_CASE);
     const std::size_t precision = atom.precision == Atom::NONE ? 6 : atom.precision;
     // The pieces point into these: they live until the pieces are written.
-    DoubleWithSignificantFigures dsf(false, 0, 0);
+    DoubleWithSignificantFigures dsf;
     char exponent[8];
     Pieces pieces;
     const auto sign = [&]() {

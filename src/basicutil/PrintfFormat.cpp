@@ -497,8 +497,8 @@ class IntegerDigits {
     }
     const char* data() const { return _p; }
     std::size_t bytes() const { return static_cast<std::size_t>(&_buf[sizeof(_buf)] - _p); }
-    // Puts a sign or prefix in front. There is always room: the longest digits (20 decimal
-    // digits and 6 separators are unsigned) leave at least 3 bytes for a sign or "0x".
+    // Puts a sign or prefix in front. Each conversion leaves room for what it can take: a
+    // signed decimal has at most 19 digits and 6 separators, hexadecimal 16 digits, octal 22.
     void prepend(const char* text, std::size_t n) {
         VESTRA_ASSERT(_p >= _buf + n);
         _p -= n;

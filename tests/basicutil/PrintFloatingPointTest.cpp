@@ -158,7 +158,7 @@ TEST(PrintFloatingPointTest, ExactPathsAgreeWithShortestDigits) {
         roundForSigfigsAndPrecision(general);
         while (general.ndigits > 1 && general.digits[general.ndigits - 1] == '0')
             general.digits[--general.ndigits] = '\0';
-        DoubleWithSignificantFigures exact(false, 0, 0);
+        DoubleWithSignificantFigures exact;
         ++total;
         if (!(significant ? roundSignificantExactly(value, limit, exact)
                           : roundFixedExactly(value, limit, exact)))
@@ -180,7 +180,7 @@ TEST(PrintFloatingPointTest, ExactPathsAgreeWithShortestDigits) {
     }
     // Most values are decided exactly; ties and their neighbours are not.
     EXPECT_GT(decided, total / 2);
-    DoubleWithSignificantFigures unused(false, 0, 0);
+    DoubleWithSignificantFigures unused;
     EXPECT_FALSE(roundFixedExactly(2.675, 2, unused));
     EXPECT_FALSE(roundSignificantExactly(2.675, 3, unused));
     EXPECT_FALSE(roundFixedExactly(-0.125, 2, unused));
