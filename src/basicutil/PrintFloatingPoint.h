@@ -22,7 +22,7 @@ struct DoubleWithSignificantFigures {
     std::uint16_t sigfigs = MAX_SIGFIGS;
     std::uint16_t precision = MAX_PRECISION;
 
-    DoubleWithSignificantFigures() : DoubleWithSignificantFigures(false, 0, 0) {}  // zero
+    DoubleWithSignificantFigures() : digits{'0'}, ndigits(1), point(1) {}  // zero
     // The shortest digits of a finite value (double-conversion, shortest mode). Zero is "0"
     // with point 1.
     explicit DoubleWithSignificantFigures(double value);
