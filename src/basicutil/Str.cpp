@@ -141,11 +141,6 @@ void Str::resize(size_type len, char fill) {
     _p[_len] = '\0';
 }
 
-void Str::clear() noexcept {
-    _len = 0;
-    _p[0] = '\0';
-}
-
 Str& Str::erase(size_type pos, size_type n) noexcept {
     if (pos >= _len) return *this;
     if (n > _len - pos) n = _len - pos;

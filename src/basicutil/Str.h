@@ -128,7 +128,10 @@ class Str {
     Str& assign(const char* data, size_type len);
     void reserve(size_type capacity);
     void resize(size_type len, char fill = '\0');
-    void clear() noexcept;
+    void clear() noexcept {  // keeps the capacity
+        _len = 0;
+        _p[0] = '\0';
+    }
     Str& erase(size_type pos, size_type n = npos) noexcept;
     void swap(Str& other) noexcept;
 
