@@ -4,6 +4,12 @@
 // Rounding looks at the shortest decimal digits, not the binary value, and breaks exact ties
 // towards +infinity: 0.25 rounds to 0.3 and -0.25 to -0.2 at one decimal. A negative value that
 // rounds to zero keeps its sign ("-0.0").
+//
+// Finding the shortest digits costs more than the rest of a conversion. Most values are far
+// enough from a rounding boundary that exact integer arithmetic on the binary value already
+// decides the result the shortest digits would give; roundFixedExactly and
+// roundSignificantExactly take those, and leave the rest (ties, near-ties, very large or small
+// magnitudes) to the shortest digits.
 #pragma once
 
 #include <cstddef>

@@ -1,7 +1,9 @@
 // The library's own printf. A format is split into atoms (literal text, or one conversion each),
 // and each conversion is rendered from a typed argument. Numbers never go through the C
 // library: integers are written digit by digit into a 26-byte stack buffer, doubles from their
-// shortest decimal digits (PrintFloatingPoint.h) followed by the library's own rounding.
+// shortest decimal digits (PrintFloatingPoint.h) followed by the library's own rounding. A
+// parsed format renders each atom along a route fixed when it was parsed, so that "%d", "%s"
+// and constant text skip the general renderer.
 //
 // Where it differs from C's printf, on purpose:
 //   - the ' flag always groups with "," in threes (C follows the locale, and the C locale does
