@@ -149,70 +149,22 @@ std::size_t writeGroupedDecimal(char* out, std::uint64_t v, unsigned count) {
     return length;
 }
 
-// The digits of one integer at the tail of a 26-byte buffer: 20 decimal digits and 6
-// separators, or 22 octal digits.
-class IntegerDigits {
-  public:
-    IntegerDigits(const Atom& atom, std::uint64_t value) {
-        const bool hex = atom.conversion == Atom::CONV_UNSIGNED_HEX || atom.conversion == Atom::CONV_POINTER;
-        const bool decimal = !hex && atom.conversion != Atom::CONV_UNSIGNED_OCTAL;
-        const bool nonzero = value != 0;
-        // A local cursor: stores through char* may alias the member, which would keep it in
-        // memory for every digit.
-        char* p = &_buf[sizeof(_buf)];
-        // Constant divisors and shifts: a division by a base only known at run time costs a
-        // hardware divide per digit.
-        std::size_t count = 0;
-        if (decimal) {
-            if (nonzero) {
-                const unsigned digits = decimalDigitCount(value);
-                const bool grouped = atom.has(Atom::FLAG_SEPARATORS) && digits >= 4;
-                const std::size_t new_digits = grouped ? digits + (digits - 1) / 3 : digits;
-                VESTRA_ASSERT(new_digits <= sizeof(_buf));
-                p -= new_digits;
-                if (grouped)
-                    writeGroupedDecimal(p, value, digits);
-                else
-                    writeDecimalDigits(p, value, digits);
-                count = digits;
-            }
-        } else if (hex) {
-            const bool upper = atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER;
-            const char* const pairs = upper ? kHexPairsUpper.data() : kHexPairsLower.data();
-            for (; value > 0xFF; value >>= 8) {
-                p -= 2;
-                std::memcpy(p, pairs + 2 * (value & 0xFF), 2);
-            }
-            if (value > 0xF) {
-                p -= 2;
-                std::memcpy(p, pairs + 2 * value, 2);
-            } else if (value != 0) {
-                *--p = pairs[2 * value + 1];
-            }
-        } else {
-            for (; value != 0; value >>= 3) *--p = static_cast<char>('0' + (value & 7));
-        }
-        _p = p;
-        _count = decimal ? count : static_cast<std::size_t>(&_buf[sizeof(_buf)] - _p);
-        if (nonzero) VESTRA_ASSERT(_p < &_buf[sizeof(_buf)]);
-        VESTRA_ASSERT(_p <= &_buf[sizeof(_buf)]);
-    }
-    const char* data() const { return _p; }
-    std::size_t bytes() const { return static_cast<std::size_t>(&_buf[sizeof(_buf)] - _p); }
-    // Puts a sign or prefix in front. Each conversion leaves room for what it can take: a
-    // signed decimal has at most 19 digits and 6 separators, hexadecimal 16 digits, octal 22.
-    void prepend(const char* text, std::size_t n) {
-        VESTRA_ASSERT(_p >= _buf + n);
-        _p -= n;
-        std::memcpy(_p, text, n);
-    }
-    std::size_t digitCount() const { return _count; }  // without separators
+std::uint64_t truncated(std::uint64_t v, std::size_t size) {
+    return size >= 8 ? v : v & ((std::uint64_t{1} << (8 * size)) - 1);
+}
 
-  private:
-    char _buf[26];
-    char* _p = &_buf[sizeof(_buf)];
-    std::size_t _count = 0;
-};
+std::int64_t signExtended(std::int64_t v, std::size_t size) {
+    switch (size) {
+        case 1:
+            return static_cast<std::int8_t>(v);
+        case 2:
+            return static_cast<std::int16_t>(v);
+        case 4:
+            return static_cast<std::int32_t>(v);
+        default:
+            return v;
+    }
+}
 
 // "%d", "%'d", "%x", "%s": no width, precision, sign flag or alternate form.
 bool isPlain(const Atom& atom) {
@@ -239,106 +191,142 @@ void appendPlainDecimal(const Atom& atom, std::uint64_t magnitude, bool negative
         out.append(buf, length);
 }
 
-void renderInteger(const Atom& atom, std::uint64_t magnitude, const char* sign, const PrintfOutput& out) {
-    if (atom.width == Atom::NONE && atom.precision == Atom::NONE && magnitude != 0) {
-        // Nothing to pad: sign, prefix and digits are assembled in the buffer and copied once.
-        IntegerDigits digits(atom, magnitude);
-        const bool alternate = atom.has(Atom::FLAG_ALTERNATE);
-        if (alternate && atom.conversion == Atom::CONV_UNSIGNED_OCTAL)
-            digits.prepend("0", 1);
-        else if (alternate && atom.conversion != Atom::CONV_SIGNED_DECIMAL &&
-                 atom.conversion != Atom::CONV_UNSIGNED_DECIMAL)
-            digits.prepend(
-                hexPrefix(atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER), 2);
-        if (sign != nullptr) digits.prepend(sign, 1);
-        if (char* dst = out.appendSpace(digits.bytes()))
-            copyBytes(dst, digits.data(), digits.bytes());
+}  // namespace
+
+PrintfRenderedUnsignedInteger::PrintfRenderedUnsignedInteger(const Atom& atom, std::uint64_t value)
+    : PrintfRenderedUnsignedInteger(atom, truncated(value, atom.size), nullptr) {}
+
+PrintfRenderedUnsignedInteger::PrintfRenderedUnsignedInteger(const Atom& atom, std::uint64_t magnitude,
+                                                             const char* sign)
+    : _atom(atom), _sign(sign) {
+    const bool hex = atom.conversion == Atom::CONV_UNSIGNED_HEX || atom.conversion == Atom::CONV_POINTER;
+    const bool decimal = !hex && atom.conversion != Atom::CONV_UNSIGNED_OCTAL;
+    const bool nonzero = magnitude != 0;
+    std::uint64_t value = magnitude;
+    // A local cursor: stores through char* may alias the member, which would keep it in memory
+    // for every digit. Constant divisors and shifts: a division by a base only known at run
+    // time costs a hardware divide per digit.
+    char* p = &_buf[sizeof(_buf)];
+    std::size_t count = 0;  // digits, without separators
+    if (decimal) {
+        if (nonzero) {
+            const unsigned digits = decimalDigitCount(value);
+            const bool grouped = atom.has(Atom::FLAG_SEPARATORS) && digits >= 4;
+            const std::size_t new_digits = grouped ? digits + (digits - 1) / 3 : digits;
+            VESTRA_ASSERT(new_digits <= sizeof(_buf));
+            p -= new_digits;
+            if (grouped)
+                writeGroupedDecimal(p, value, digits);
+            else
+                writeDecimalDigits(p, value, digits);
+            count = digits;
+        }
+    } else if (hex) {
+        const bool upper = atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER;
+        const char* const pairs = upper ? kHexPairsUpper.data() : kHexPairsLower.data();
+        for (; value > 0xFF; value >>= 8) {
+            p -= 2;
+            std::memcpy(p, pairs + 2 * (value & 0xFF), 2);
+        }
+        if (value > 0xF) {
+            p -= 2;
+            std::memcpy(p, pairs + 2 * value, 2);
+        } else if (value != 0) {
+            *--p = pairs[2 * value + 1];
+        }
+    } else {
+        for (; value != 0; value >>= 3) *--p = static_cast<char>('0' + (value & 7));
+    }
+    _p = p;
+    if (!decimal) count = static_cast<std::size_t>(&_buf[sizeof(_buf)] - _p);
+    if (nonzero) VESTRA_ASSERT(_p < &_buf[sizeof(_buf)]);
+    VESTRA_ASSERT(_p <= &_buf[sizeof(_buf)]);
+
+    const bool alternate = atom.has(Atom::FLAG_ALTERNATE);
+    if (alternate && hex && nonzero)
+        _prefix = hexPrefix(atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER);
+    if (!nonzero) {
+        // "%.0d" of 0 is nothing; without a precision it is "0".
+        _zeros = atom.precision == Atom::NONE ? 1 : atom.precision;
+    } else if (atom.precision != Atom::NONE && atom.precision > count) {
+        _zeros = atom.precision - count;
+    }
+    if (atom.conversion == Atom::CONV_UNSIGNED_OCTAL && alternate && _zeros == 0) _zeros = 1;
+    // With no zeros to go between them (from the precision or zero padding), the sign and
+    // prefix go in front of the digits here, and the text is copied out in one piece. The buffer
+    // has room: a signed decimal has at most 19 digits and 6 separators, hexadecimal 16 digits.
+    if (_zeros == 0 && (atom.width == Atom::NONE || atom.padding != Atom::PAD_LEFT_ZEROS)) {
+        if (_prefix != nullptr) prepend(_prefix, 2);
+        if (_sign != nullptr) prepend(_sign, 1);
+        _prefix = _sign = nullptr;
+    }
+}
+
+void PrintfRenderedUnsignedInteger::prepend(const char* text, std::size_t n) {
+    VESTRA_ASSERT(_p >= _buf + n);
+    _p -= n;
+    std::memcpy(_p, text, n);
+}
+
+void PrintfRenderedUnsignedInteger::appendTo(const PrintfOutput& out) const {
+    const std::size_t digits = static_cast<std::size_t>(&_buf[sizeof(_buf)] - _p);
+    const std::size_t signLength = _sign != nullptr ? 1 : 0;
+    const std::size_t prefixLength = _prefix != nullptr ? 2 : 0;
+    const std::size_t length = signLength + prefixLength + _zeros + digits;
+    const std::size_t pad = _atom.width != Atom::NONE && _atom.width > length ? _atom.width - length : 0;
+    if (pad == 0 && length == digits) {  // the common case: the buffer as it is
+        if (char* dst = out.appendSpace(digits))
+            copyBytes(dst, _p, digits);
         else
-            out.append(digits.data(), digits.bytes());
+            out.append(_p, digits);
         return;
     }
-    const IntegerDigits digits(atom, magnitude);
-    const bool hex = atom.conversion == Atom::CONV_UNSIGNED_HEX || atom.conversion == Atom::CONV_POINTER;
-    const char* const prefix =
-        hex && atom.has(Atom::FLAG_ALTERNATE) && magnitude != 0
-            ? hexPrefix(atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER)
-            : nullptr;
-    std::size_t zeros = 0;
-    if (magnitude == 0) {
-        // "%.0d" of 0 is nothing; without a precision it is "0".
-        zeros = atom.precision == Atom::NONE ? 1 : atom.precision;
-    } else if (atom.precision != Atom::NONE && atom.precision > digits.digitCount()) {
-        zeros = atom.precision - digits.digitCount();
-    }
-    if (atom.conversion == Atom::CONV_UNSIGNED_OCTAL && atom.has(Atom::FLAG_ALTERNATE) && zeros == 0)
-        zeros = 1;
-    const std::size_t signLength = sign != nullptr ? 1 : 0;
-    const std::size_t prefixLength = prefix != nullptr ? 2 : 0;
-    const std::size_t length = signLength + prefixLength + zeros + digits.bytes();
-    const std::size_t pad = atom.width != Atom::NONE && atom.width > length ? atom.width - length : 0;
     char line[128];
     char* direct = out.appendSpace(length + pad);
     char* const dst = direct != nullptr ? direct : length + pad <= sizeof line ? line : nullptr;
     if (dst == nullptr) {  // a huge width for an output that is no Str
         Pieces pieces;
-        pieces.text(sign, signLength);
-        pieces.text(prefix, prefixLength);
+        pieces.text(_sign, signLength);
+        pieces.text(_prefix, prefixLength);
         pieces.markPrefix();
-        pieces.repeat('0', zeros);
-        pieces.text(digits.data(), digits.bytes());
-        return emitPadded(atom, pieces, out, true);
+        pieces.repeat('0', _zeros);
+        pieces.text(_p, digits);
+        return emitPadded(_atom, pieces, out, true);
     }
     // [blanks] sign "0x" [zeros] digits [blanks]: zero padding goes after the sign and prefix.
     char* p = dst;
-    const std::size_t leftBlanks = atom.padding == Atom::PAD_LEFT_SPACES ? pad : 0;
+    const std::size_t leftBlanks = _atom.padding == Atom::PAD_LEFT_SPACES ? pad : 0;
     fillBytes(p, ' ', leftBlanks);
     p += leftBlanks;
-    copyBytes(p, sign, signLength);
+    copyBytes(p, _sign, signLength);
     p += signLength;
-    copyBytes(p, prefix, prefixLength);
+    copyBytes(p, _prefix, prefixLength);
     p += prefixLength;
-    const std::size_t allZeros = zeros + (atom.padding == Atom::PAD_LEFT_ZEROS ? pad : 0);
+    const std::size_t allZeros = _zeros + (_atom.padding == Atom::PAD_LEFT_ZEROS ? pad : 0);
     fillBytes(p, '0', allZeros);
     p += allZeros;
-    copyBytes(p, digits.data(), digits.bytes());
-    p += digits.bytes();
-    fillBytes(p, ' ', atom.padding == Atom::PAD_RIGHT_SPACES ? pad : 0);
+    copyBytes(p, _p, digits);
+    p += digits;
+    fillBytes(p, ' ', _atom.padding == Atom::PAD_RIGHT_SPACES ? pad : 0);
     if (direct == nullptr) out.append(line, length + pad);
 }
 
-std::uint64_t truncated(std::uint64_t v, std::size_t size) {
-    return size >= 8 ? v : v & ((std::uint64_t{1} << (8 * size)) - 1);
+namespace {
+// The sign of a signed value for an atom, and its magnitude.
+const char* signFor(const Atom& atom, std::int64_t value) {
+    return value < 0                                               ? "-"
+           : atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_PLUS  ? "+"
+           : atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_SPACE ? " "
+                                                                   : nullptr;
 }
-
-std::int64_t signExtended(std::int64_t v, std::size_t size) {
-    switch (size) {
-        case 1:
-            return static_cast<std::int8_t>(v);
-        case 2:
-            return static_cast<std::int16_t>(v);
-        case 4:
-            return static_cast<std::int32_t>(v);
-        default:
-            return v;
-    }
+std::uint64_t magnitudeOf(std::int64_t value) {
+    return value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
 }
-
 }  // namespace
 
-void renderSignedInteger(const Atom& atom, std::int64_t value, const PrintfOutput& out) {
-    value = signExtended(value, atom.size);
-    const char* sign = value < 0                                               ? "-"
-                       : atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_PLUS  ? "+"
-                       : atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_SPACE ? " "
-                                                                               : nullptr;
-    const std::uint64_t magnitude =
-        value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
-    renderInteger(atom, magnitude, sign, out);
-}
-
-void renderUnsignedInteger(const Atom& atom, std::uint64_t value, const PrintfOutput& out) {
-    renderInteger(atom, truncated(value, atom.size), nullptr, out);
-}
+PrintfRenderedSignedInteger::PrintfRenderedSignedInteger(const Atom& atom, std::int64_t value)
+    : PrintfRenderedUnsignedInteger(atom, magnitudeOf(signExtended(value, atom.size)),
+                                    signFor(atom, signExtended(value, atom.size))) {}
 
 void printfPointerValue(const Atom& atom, const void* pointer, const PrintfOutput& out) {
     VESTRA_ASSERT(atom.conversion == PrintfFormatAtom::CONV_UNSIGNED_HEX ||
@@ -350,8 +338,7 @@ void printfPointerValue(const Atom& atom, const void* pointer, const PrintfOutpu
         return;
     }
     const auto value = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(pointer));
-    renderInteger(atom, atom.conversion == Atom::CONV_POINTER ? value : truncated(value, atom.size), nullptr,
-                  out);
+    PrintfRenderedUnsignedInteger(atom, value).appendTo(out);  // %p's size is 8: nothing cut
 }
 
 // --- Text ------------------------------------------------------------------------------------
@@ -439,14 +426,14 @@ void renderConversion(const Atom& atom, const Atom& written, std::span<const Pri
     switch (atom.conversion) {
         case Atom::CONV_SIGNED_DECIMAL:
             if (!isIntegerArg(arg)) return asWritten();
-            return renderSignedInteger(atom, arg.asSigned(), out);
+            return PrintfRenderedSignedInteger(atom, arg.asSigned()).appendTo(out);
         case Atom::CONV_UNSIGNED_DECIMAL:
         case Atom::CONV_UNSIGNED_OCTAL:
         case Atom::CONV_UNSIGNED_HEX:
             if (arg.kind() == PrintfArg::ARG_POINTER && atom.conversion == Atom::CONV_UNSIGNED_HEX)
                 return printfPointerValue(atom, arg.asPointer(), out);
             if (!isIntegerArg(arg)) return asWritten();
-            return renderUnsignedInteger(atom, arg.asUnsigned(), out);
+            return PrintfRenderedUnsignedInteger(atom, arg.asUnsigned()).appendTo(out);
         case Atom::CONV_POINTER:
             if (arg.kind() == PrintfArg::ARG_POINTER) return printfPointerValue(atom, arg.asPointer(), out);
             if (!isIntegerArg(arg)) return asWritten();
@@ -520,8 +507,8 @@ namespace {
             if (arg == nullptr || !isIntegerArg(*arg)) break;
             ++next;
             if (atom.conversion == Atom::CONV_SIGNED_DECIMAL)
-                return renderSignedInteger(atom, arg->asSigned(), out);
-            return renderUnsignedInteger(atom, arg->asUnsigned(), out);
+                return PrintfRenderedSignedInteger(atom, arg->asSigned()).appendTo(out);
+            return PrintfRenderedUnsignedInteger(atom, arg->asUnsigned()).appendTo(out);
         case Route::FLOAT:
             if (arg == nullptr || arg->kind() != PrintfArg::ARG_DOUBLE) break;
             ++next;

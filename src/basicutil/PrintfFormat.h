@@ -132,9 +132,37 @@ class PrintfOutput {
     void (*_append)(void*, const char*, std::size_t);
 };
 
-// --- Renderers: each builds its text on the stack, then writes it padded to the width ---------
-void renderSignedInteger(const PrintfFormatAtom& atom, std::int64_t value, const PrintfOutput& out);
-void renderUnsignedInteger(const PrintfFormatAtom& atom, std::uint64_t value, const PrintfOutput& out);
+// --- Renderers: each renders one value for an atom into a fixed buffer of its own when
+// constructed; appendTo() writes it, padded to the atom's width, in one append. ------------------
+
+// An integer conversion (u, x, X, o, or %p as hexadecimal) of a value cut to the atom's size.
+class PrintfRenderedUnsignedInteger {
+  public:
+    PrintfRenderedUnsignedInteger(const PrintfFormatAtom& atom, std::uint64_t value);
+    PrintfRenderedUnsignedInteger(const PrintfRenderedUnsignedInteger&) = delete;  // points into itself
+    PrintfRenderedUnsignedInteger& operator=(const PrintfRenderedUnsignedInteger&) = delete;
+    void appendTo(const PrintfOutput& out) const;
+
+  protected:
+    PrintfRenderedUnsignedInteger(const PrintfFormatAtom& atom, std::uint64_t magnitude, const char* sign);
+
+  private:
+    void prepend(const char* text, std::size_t n);
+
+    const PrintfFormatAtom& _atom;
+    const char* _sign;              // "-", "+", " " or nullptr; in _buf once placed there
+    const char* _prefix = nullptr;  // "0x" or "0X"; likewise
+    std::size_t _zeros = 0;         // from the precision, or octal's "#"
+    char _buf[26];                  // digits at the tail: 20 decimal digits and 6 separators, or 22 octal
+    char* _p;                       // the first byte of the text in _buf
+};
+
+// A signed decimal conversion (d, i) of a value sign-extended from the atom's size.
+class PrintfRenderedSignedInteger : public PrintfRenderedUnsignedInteger {
+  public:
+    PrintfRenderedSignedInteger(const PrintfFormatAtom& atom, std::int64_t value);
+};
+
 void printfPointerValue(const PrintfFormatAtom& atom, const void* pointer, const PrintfOutput& out);
 void renderDouble(const PrintfFormatAtom& atom, double value,
                   const PrintfOutput& out);  // PrintFloatingPoint.cpp
