@@ -162,49 +162,63 @@ const char* signOf(const Atom& atom, bool negative) {
     return nullptr;
 }
 
+}  // namespace
+
 // Fixed form: the rounded digits placed around the point, with `decimals` digits after it.
-void fixedPieces(Pieces& pieces, const DoubleWithSignificantFigures& dsf, std::size_t decimals,
-                 bool forcePoint) {
-    const auto n = static_cast<std::size_t>(dsf.ndigits);
-    const bool point = decimals > 0 || forcePoint;
-    if (dsf.point <= 0) {
-        const auto leading = static_cast<std::size_t>(-dsf.point);
-        pieces.text("0", 1);
-        if (point) pieces.text(".", 1);
+PrintfRenderedNormalFloat::PrintfRenderedNormalFloat(const Atom& atom,
+                                                     const DoubleWithSignificantFigures& digits,
+                                                     std::size_t decimals)
+    : _atom(atom), _digits(digits) {
+    if (const char* sign = signOf(atom, _digits.negative)) _pieces.text(sign, 1);
+    _pieces.markPrefix();
+    const auto n = static_cast<std::size_t>(_digits.ndigits);
+    const bool point = decimals > 0 || atom.has(Atom::FLAG_ALTERNATE);
+    if (_digits.point <= 0) {
+        const auto leading = static_cast<std::size_t>(-_digits.point);
+        _pieces.text("0", 1);
+        if (point) _pieces.text(".", 1);
         const std::size_t zeros = leading < decimals ? leading : decimals;
-        pieces.repeat('0', zeros);
+        _pieces.repeat('0', zeros);
         const std::size_t shown = decimals > zeros ? (n < decimals - zeros ? n : decimals - zeros) : 0;
-        pieces.text(dsf.digits, shown);
-        pieces.repeat('0', decimals - zeros - shown);
-    } else if (static_cast<std::size_t>(dsf.point) >= n) {
-        pieces.text(dsf.digits, n);
-        pieces.repeat('0', static_cast<std::size_t>(dsf.point) - n);
-        if (point) pieces.text(".", 1);
-        pieces.repeat('0', decimals);
+        _pieces.text(_digits.digits, shown);
+        _pieces.repeat('0', decimals - zeros - shown);
+    } else if (static_cast<std::size_t>(_digits.point) >= n) {
+        _pieces.text(_digits.digits, n);
+        _pieces.repeat('0', static_cast<std::size_t>(_digits.point) - n);
+        if (point) _pieces.text(".", 1);
+        _pieces.repeat('0', decimals);
     } else {
-        const auto before = static_cast<std::size_t>(dsf.point);
-        pieces.text(dsf.digits, before);
-        if (point) pieces.text(".", 1);
+        const auto before = static_cast<std::size_t>(_digits.point);
+        _pieces.text(_digits.digits, before);
+        if (point) _pieces.text(".", 1);
         const std::size_t after = n - before < decimals ? n - before : decimals;
-        pieces.text(dsf.digits + before, after);
-        pieces.repeat('0', decimals - after);
+        _pieces.text(_digits.digits + before, after);
+        _pieces.repeat('0', decimals - after);
     }
 }
 
+void PrintfRenderedNormalFloat::appendTo(const PrintfOutput& out) const {
+    emitPadded(_atom, _pieces, out, true);
+}
+
 // Exponential form: one digit, the point, `decimals` more digits, then e+XX.
-void exponentPieces(Pieces& pieces, const DoubleWithSignificantFigures& dsf, std::size_t decimals,
-                    bool forcePoint, bool upper, char (&exponent)[8]) {
-    const auto n = static_cast<std::size_t>(dsf.ndigits);
-    pieces.text(dsf.digits, 1);
-    if (decimals > 0 || forcePoint) pieces.text(".", 1);
+PrintfRenderedExponentialFloat::PrintfRenderedExponentialFloat(const Atom& atom,
+                                                               const DoubleWithSignificantFigures& digits,
+                                                               std::size_t decimals)
+    : _atom(atom), _digits(digits) {
+    if (const char* sign = signOf(atom, _digits.negative)) _pieces.text(sign, 1);
+    _pieces.markPrefix();
+    const auto n = static_cast<std::size_t>(_digits.ndigits);
+    _pieces.text(_digits.digits, 1);
+    if (decimals > 0 || atom.has(Atom::FLAG_ALTERNATE)) _pieces.text(".", 1);
     const std::size_t shown = n - 1 < decimals ? n - 1 : decimals;
-    pieces.text(dsf.digits + 1, shown);
-    pieces.repeat('0', decimals - shown);
-    const bool zero = dsf.digits[0] == '0';
-    int e = zero ? 0 : dsf.point - 1;
+    _pieces.text(_digits.digits + 1, shown);
+    _pieces.repeat('0', decimals - shown);
+    const bool zero = _digits.digits[0] == '0';
+    int e = zero ? 0 : _digits.point - 1;
     std::size_t k = 0;
-    exponent[k++] = upper ? 'E' : 'e';
-    exponent[k++] = e < 0 ? '-' : '+';
+    _exponent[k++] = atom.has(Atom::FLAG_UPPER_CASE) ? 'E' : 'e';
+    _exponent[k++] = e < 0 ? '-' : '+';
     if (e < 0) e = -e;
     char rev[4];
     std::size_t m = 0;
@@ -213,23 +227,31 @@ void exponentPieces(Pieces& pieces, const DoubleWithSignificantFigures& dsf, std
         e /= 10;
     } while (e != 0);
     if (m < 2) rev[m++] = '0';
-    while (m > 0) exponent[k++] = rev[--m];
-    pieces.text(exponent, k);
+    while (m > 0) _exponent[k++] = rev[--m];
+    _pieces.text(_exponent, k);
 }
 
-void renderNonfinite(const Atom& atom, double val, const PrintfOutput& out) {
+void PrintfRenderedExponentialFloat::appendTo(const PrintfOutput& out) const {
+    emitPadded(_atom, _pieces, out, true);
+}
+
+PrintfNonfiniteFloatingPointRenderingBuffer::PrintfNonfiniteFloatingPointRenderingBuffer(const Atom& atom,
+                                                                                         double val)
+    : _atom(atom) {
     VESTRA_ASSERT(!double_is_finite(val));
-    // PrintfNonfiniteFloatingPointRenderingBuffer: no NaN is below zero, so every NaN is "NaN".
+    // No NaN is below zero, so every NaN is "NaN".
     const StrSegment repl = std::isnan(val) ? "NaN" : val < 0 ? "-Infinity" : "Infinity";
     VESTRA_ASSERT(!repl.empty());
-    Pieces pieces;
-    pieces.text(repl._data, repl._len);
-    emitPadded(atom, pieces, out, false);
+    _pieces.text(repl._data, repl._len);
+}
+
+void PrintfNonfiniteFloatingPointRenderingBuffer::appendTo(const PrintfOutput& out) const {
+    emitPadded(_atom, _pieces, out, false);  // blanks only: the sign and zero flags do not apply
 }
 
 // %a as C writes it: 0x1.8p+1; subnormals as 0x0.xxxp-1022; rounding to a precision is to
 // nearest, ties to even.
-void renderHexFloat(const Atom& atom, double value, const PrintfOutput& out) {
+PrintfRenderedHexFloat::PrintfRenderedHexFloat(const Atom& atom, double value) : _atom(atom) {
     std::uint64_t bits;
     std::memcpy(&bits, &value, sizeof bits);
     const bool negative = (bits >> 63) != 0;
@@ -262,33 +284,31 @@ void renderHexFloat(const Atom& atom, double value, const PrintfOutput& out) {
     }
     const bool upper = atom.has(Atom::FLAG_UPPER_CASE);
     const char* hex = upper ? kHexUpper : kHexLower;
-    char fraction[13];
-    for (std::size_t i = 0; i < nibbles; ++i) fraction[i] = hex[(mantissa >> (4 * (nibbles - 1 - i))) & 0xF];
-    char leadDigit = static_cast<char>('0' + lead);
-    char tail[8];
+    for (std::size_t i = 0; i < nibbles; ++i) _fraction[i] = hex[(mantissa >> (4 * (nibbles - 1 - i))) & 0xF];
+    _lead = static_cast<char>('0' + lead);
     std::size_t k = 0;
-    tail[k++] = upper ? 'P' : 'p';
-    tail[k++] = exponent < 0 ? '-' : '+';
+    _tail[k++] = upper ? 'P' : 'p';
+    _tail[k++] = exponent < 0 ? '-' : '+';
     char digits[kMaxUint64Digits];
     const std::size_t m =
         formatUnsigned(digits, static_cast<std::uint64_t>(exponent < 0 ? -exponent : exponent));
-    std::memcpy(tail + k, digits, m);
+    std::memcpy(_tail + k, digits, m);
     k += m;
 
-    Pieces pieces;
-    if (const char* sign = signOf(atom, negative)) pieces.text(sign, 1);
-    pieces.text(hexPrefix(upper), 2);
-    pieces.markPrefix();
-    pieces.text(&leadDigit, 1);
+    if (const char* sign = signOf(atom, negative)) _pieces.text(sign, 1);
+    _pieces.text(hexPrefix(upper), 2);
+    _pieces.markPrefix();
+    _pieces.text(&_lead, 1);
     const std::size_t decimals = atom.precision == Atom::NONE ? nibbles : atom.precision;
-    if (decimals > 0 || atom.has(Atom::FLAG_ALTERNATE)) pieces.text(".", 1);
-    pieces.text(fraction, nibbles);
-    pieces.repeat('0', decimals - nibbles);
-    pieces.text(tail, k);
-    emitPadded(atom, pieces, out, true);
+    if (decimals > 0 || atom.has(Atom::FLAG_ALTERNATE)) _pieces.text(".", 1);
+    _pieces.text(_fraction, nibbles);
+    _pieces.repeat('0', decimals - nibbles);
+    _pieces.text(_tail, k);
 }
 
-}  // namespace
+void PrintfRenderedHexFloat::appendTo(const PrintfOutput& out) const {
+    emitPadded(_atom, _pieces, out, true);
+}
 
 namespace {
 
@@ -319,55 +339,35 @@ DoubleWithSignificantFigures roundedDigits(double value, std::size_t decimals, s
 }  // namespace
 
 void renderDouble(const Atom& atom, double value, const PrintfOutput& out) {
-    if (!double_is_finite(value)) return renderNonfinite(atom, value, out);
-    if (atom.conversion == Atom::CONV_FLOAT_HEX) return renderHexFloat(atom, value, out);
-    const bool alternate = atom.has(Atom::FLAG_ALTERNATE);
-    const bool upper = atom.has(Atom::FLAG_UPPER_CASE);
+    if (!double_is_finite(value))
+        return PrintfNonfiniteFloatingPointRenderingBuffer(atom, value).appendTo(out);
+    if (atom.conversion == Atom::CONV_FLOAT_HEX) return PrintfRenderedHexFloat(atom, value).appendTo(out);
     const std::size_t precision = atom.precision == Atom::NONE ? 6 : atom.precision;
-    // The pieces point into these: they live until the pieces are written.
-    DoubleWithSignificantFigures dsf;
-    char exponent[8];
-    Pieces pieces;
-    const auto sign = [&]() {
-        if (const char* text = signOf(atom, dsf.negative)) pieces.text(text, 1);
-        pieces.markPrefix();
-    };
-    switch (atom.conversion) {
-        case Atom::CONV_FLOAT_FIXED:
-            dsf = roundedDigits(value, precision, 0);
-            sign();
-            fixedPieces(pieces, dsf, precision, alternate);
-            break;
-        case Atom::CONV_FLOAT_EXPONENT:
-            dsf = roundedDigits(value, Atom::NONE, precision + 1);
-            sign();
-            exponentPieces(pieces, dsf, precision, alternate, upper, exponent);
-            break;
-        default: {  // %g: exponential when the exponent after rounding is below -4 or not below P
-            const std::size_t p = atom.precision == Atom::NONE ? 6 : atom.precision == 0 ? 1 : atom.precision;
-            dsf = roundedDigits(value, Atom::NONE, p);
-            sign();
-            const std::int64_t x = dsf.digits[0] == '0' ? 0 : dsf.point - 1;
-            if (!alternate) {  // trailing zeros of the fraction go, and a bare point with them
-                while (dsf.ndigits > 1 && dsf.digits[dsf.ndigits - 1] == '0')
-                    dsf.digits[--dsf.ndigits] = '\0';
-            }
-            if (x < -4 || x >= static_cast<std::int64_t>(p)) {
-                const std::size_t decimals = alternate ? p - 1 : static_cast<std::size_t>(dsf.ndigits - 1);
-                exponentPieces(pieces, dsf, decimals, alternate, upper, exponent);
-            } else {
-                const std::int64_t wanted = static_cast<std::int64_t>(p) - 1 - x;
-                std::int64_t decimals = wanted;
-                if (!alternate) {
-                    const std::int64_t present = dsf.ndigits - dsf.point;
-                    decimals = present < 0 ? 0 : (present < wanted ? present : wanted);
-                }
-                fixedPieces(pieces, dsf, static_cast<std::size_t>(decimals), alternate);
-            }
-            break;
-        }
+    if (atom.conversion == Atom::CONV_FLOAT_FIXED)
+        return PrintfRenderedNormalFloat(atom, roundedDigits(value, precision, 0), precision).appendTo(out);
+    if (atom.conversion == Atom::CONV_FLOAT_EXPONENT)
+        return PrintfRenderedExponentialFloat(atom, roundedDigits(value, Atom::NONE, precision + 1),
+                                              precision)
+            .appendTo(out);
+    // %g: exponential when the exponent after rounding is below -4 or not below P.
+    const bool alternate = atom.has(Atom::FLAG_ALTERNATE);
+    const std::size_t p = atom.precision == Atom::NONE ? 6 : atom.precision == 0 ? 1 : atom.precision;
+    DoubleWithSignificantFigures dsf = roundedDigits(value, Atom::NONE, p);
+    const std::int64_t x = dsf.digits[0] == '0' ? 0 : dsf.point - 1;
+    if (!alternate) {  // trailing zeros of the fraction go, and a bare point with them
+        while (dsf.ndigits > 1 && dsf.digits[dsf.ndigits - 1] == '0') dsf.digits[--dsf.ndigits] = '\0';
     }
-    emitPadded(atom, pieces, out, true);
+    if (x < -4 || x >= static_cast<std::int64_t>(p)) {
+        const std::size_t decimals = alternate ? p - 1 : static_cast<std::size_t>(dsf.ndigits - 1);
+        return PrintfRenderedExponentialFloat(atom, dsf, decimals).appendTo(out);
+    }
+    const std::int64_t wanted = static_cast<std::int64_t>(p) - 1 - x;
+    std::int64_t decimals = wanted;
+    if (!alternate) {
+        const std::int64_t present = dsf.ndigits - dsf.point;
+        decimals = present < 0 ? 0 : (present < wanted ? present : wanted);
+    }
+    PrintfRenderedNormalFloat(atom, dsf, static_cast<std::size_t>(decimals)).appendTo(out);
 }
 
 }  // namespace basicutil

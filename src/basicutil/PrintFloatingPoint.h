@@ -15,6 +15,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "basicutil/PrintfFormat_details.h"
+
 namespace basicutil {
 
 struct DoubleWithSignificantFigures {
@@ -54,5 +56,66 @@ bool roundFixedExactly(double value, std::size_t decimals, DoubleWithSignificant
 // The same for `sigfigs` significant figures (%e, %g), up to 15 of them: the rounding position
 // follows from the value's decimal exponent.
 bool roundSignificantExactly(double value, std::size_t sigfigs, DoubleWithSignificantFigures& dsf);
+
+// --- The floating renderers: each renders a value for an atom when constructed, into buffers
+// of its own (the pieces point into them), and appendTo() writes it padded to the atom's width.
+
+// Fixed form (%f, and %g when it chooses it) of digits already rounded, `decimals` after the point.
+class PrintfRenderedNormalFloat {
+  public:
+    PrintfRenderedNormalFloat(const PrintfFormatAtom& atom, const DoubleWithSignificantFigures& digits,
+                              std::size_t decimals);
+    PrintfRenderedNormalFloat(const PrintfRenderedNormalFloat&) = delete;
+    PrintfRenderedNormalFloat& operator=(const PrintfRenderedNormalFloat&) = delete;
+    void appendTo(const PrintfOutput& out) const;
+
+  private:
+    const PrintfFormatAtom& _atom;
+    DoubleWithSignificantFigures _digits;
+    printf_details::Pieces _pieces;
+};
+
+// Exponential form (%e, and %g when it chooses it): one digit, `decimals` more, the exponent.
+class PrintfRenderedExponentialFloat {
+  public:
+    PrintfRenderedExponentialFloat(const PrintfFormatAtom& atom, const DoubleWithSignificantFigures& digits,
+                                   std::size_t decimals);
+    PrintfRenderedExponentialFloat(const PrintfRenderedExponentialFloat&) = delete;
+    PrintfRenderedExponentialFloat& operator=(const PrintfRenderedExponentialFloat&) = delete;
+    void appendTo(const PrintfOutput& out) const;
+
+  private:
+    const PrintfFormatAtom& _atom;
+    DoubleWithSignificantFigures _digits;
+    char _exponent[8];  // "e+308"
+    printf_details::Pieces _pieces;
+};
+
+// %a: hexadecimal digits straight from the bits, as C's printf writes them.
+class PrintfRenderedHexFloat {
+  public:
+    PrintfRenderedHexFloat(const PrintfFormatAtom& atom, double value);
+    PrintfRenderedHexFloat(const PrintfRenderedHexFloat&) = delete;
+    PrintfRenderedHexFloat& operator=(const PrintfRenderedHexFloat&) = delete;
+    void appendTo(const PrintfOutput& out) const;
+
+  private:
+    const PrintfFormatAtom& _atom;
+    char _lead;
+    char _fraction[13];
+    char _tail[8];  // "p-1022"
+    printf_details::Pieces _pieces;
+};
+
+// Infinities and NaN: "Infinity", "-Infinity" or "NaN", padded with blanks only.
+class PrintfNonfiniteFloatingPointRenderingBuffer {
+  public:
+    PrintfNonfiniteFloatingPointRenderingBuffer(const PrintfFormatAtom& atom, double val);
+    void appendTo(const PrintfOutput& out) const;
+
+  private:
+    const PrintfFormatAtom& _atom;
+    printf_details::Pieces _pieces;
+};
 
 }  // namespace basicutil
