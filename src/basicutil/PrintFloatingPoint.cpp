@@ -162,6 +162,13 @@ const char* signOf(const Atom& atom, bool negative) {
     return nullptr;
 }
 
+// A number's first pieces: its sign and (for %a) "0x", after which zero padding goes.
+void startNumber(Pieces& pieces, const Atom& atom, bool negative, const char* prefix = nullptr) {
+    if (const char* sign = signOf(atom, negative)) pieces.text(sign, 1);
+    if (prefix != nullptr) pieces.text(prefix, 2);
+    pieces.markPrefix();
+}
+
 }  // namespace
 
 // Fixed form: the rounded digits placed around the point, with `decimals` digits after it.
@@ -169,8 +176,7 @@ PrintfRenderedNormalFloat::PrintfRenderedNormalFloat(const Atom& atom,
                                                      const DoubleWithSignificantFigures& digits,
                                                      std::size_t decimals)
     : _atom(atom), _digits(digits) {
-    if (const char* sign = signOf(atom, _digits.negative)) _pieces.text(sign, 1);
-    _pieces.markPrefix();
+    startNumber(_pieces, atom, _digits.negative);
     const auto n = static_cast<std::size_t>(_digits.ndigits);
     const bool point = decimals > 0 || atom.has(Atom::FLAG_ALTERNATE);
     if (_digits.point <= 0) {
@@ -206,8 +212,7 @@ PrintfRenderedExponentialFloat::PrintfRenderedExponentialFloat(const Atom& atom,
                                                                const DoubleWithSignificantFigures& digits,
                                                                std::size_t decimals)
     : _atom(atom), _digits(digits) {
-    if (const char* sign = signOf(atom, _digits.negative)) _pieces.text(sign, 1);
-    _pieces.markPrefix();
+    startNumber(_pieces, atom, _digits.negative);
     const auto n = static_cast<std::size_t>(_digits.ndigits);
     _pieces.text(_digits.digits, 1);
     if (decimals > 0 || atom.has(Atom::FLAG_ALTERNATE)) _pieces.text(".", 1);
@@ -295,9 +300,7 @@ PrintfRenderedHexFloat::PrintfRenderedHexFloat(const Atom& atom, double value) :
     std::memcpy(_tail + k, digits, m);
     k += m;
 
-    if (const char* sign = signOf(atom, negative)) _pieces.text(sign, 1);
-    _pieces.text(hexPrefix(upper), 2);
-    _pieces.markPrefix();
+    startNumber(_pieces, atom, negative, hexPrefix(upper));
     _pieces.text(&_lead, 1);
     const std::size_t decimals = atom.precision == Atom::NONE ? nibbles : atom.precision;
     if (decimals > 0 || atom.has(Atom::FLAG_ALTERNATE)) _pieces.text(".", 1);
