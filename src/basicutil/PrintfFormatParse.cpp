@@ -78,7 +78,7 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
     // Ends the atom as the literal text [from, to) and resumes the format at `resume`.
     const auto literal = [&](const char* from, const char* to, const char* resume) {
         makeConstant(atom, from, to);
-        format.setBegin(resume);
+        format = StrSegment(resume, static_cast<size_type>(end - resume));
         return true;
     };
     if (*p != '%') {
@@ -249,7 +249,7 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
     if (atom.isInteger() && (precision != Atom::NONE || atom.has(Atom::FLAG_VARIABLE_PRECISION)) &&
         padding == Atom::PAD_LEFT_ZEROS)
         padding = Atom::PAD_LEFT_SPACES;
-    format.setBegin(p);
+    format = StrSegment(p, static_cast<size_type>(end - p));  // p never passes end
     return true;
 }
 
