@@ -27,44 +27,49 @@ void PrintfOutput::appendRepeated(char c, std::size_t n) const {
 namespace {
 
 // Short copies and fills without a call into the C library: pieces are mostly a few bytes, and
-// a call costs more than the copy. Overlapping fixed-size moves cover every length up to 16.
+// a call costs more than the copy. Overlapping fixed-size moves cover every length up to 16;
+// the shortest lengths, nothing included, are tested first.
 inline void copyBytes(char* dst, const char* src, std::size_t n) {
-    if (n > 16) {
-        std::memcpy(dst, src, n);
-    } else if (n >= 8) {
-        std::uint64_t head, tail;
-        std::memcpy(&head, src, 8);
-        std::memcpy(&tail, src + n - 8, 8);
-        std::memcpy(dst, &head, 8);
-        std::memcpy(dst + n - 8, &tail, 8);
-    } else if (n >= 4) {
+    if (n < 4) {
+        if (n > 0) {
+            dst[0] = src[0];
+            dst[n / 2] = src[n / 2];
+            dst[n - 1] = src[n - 1];
+        }
+    } else if (n < 8) {
         std::uint32_t head, tail;
         std::memcpy(&head, src, 4);
         std::memcpy(&tail, src + n - 4, 4);
         std::memcpy(dst, &head, 4);
         std::memcpy(dst + n - 4, &tail, 4);
-    } else if (n > 0) {
-        dst[0] = src[0];
-        dst[n / 2] = src[n / 2];
-        dst[n - 1] = src[n - 1];
+    } else if (n <= 16) {
+        std::uint64_t head, tail;
+        std::memcpy(&head, src, 8);
+        std::memcpy(&tail, src + n - 8, 8);
+        std::memcpy(dst, &head, 8);
+        std::memcpy(dst + n - 8, &tail, 8);
+    } else {
+        std::memcpy(dst, src, n);
     }
 }
 
 inline void fillBytes(char* dst, char c, std::size_t n) {
-    if (n > 16) {
-        std::memset(dst, c, n);
-    } else if (n >= 8) {
-        const std::uint64_t run = 0x0101010101010101U * static_cast<unsigned char>(c);
-        std::memcpy(dst, &run, 8);
-        std::memcpy(dst + n - 8, &run, 8);
-    } else if (n >= 4) {
+    if (n < 4) {
+        if (n > 0) {
+            dst[0] = c;
+            dst[n / 2] = c;
+            dst[n - 1] = c;
+        }
+    } else if (n < 8) {
         const std::uint32_t run = 0x01010101U * static_cast<unsigned char>(c);
         std::memcpy(dst, &run, 4);
         std::memcpy(dst + n - 4, &run, 4);
-    } else if (n > 0) {
-        dst[0] = c;
-        dst[n / 2] = c;
-        dst[n - 1] = c;
+    } else if (n <= 16) {
+        const std::uint64_t run = 0x0101010101010101U * static_cast<unsigned char>(c);
+        std::memcpy(dst, &run, 8);
+        std::memcpy(dst + n - 8, &run, 8);
+    } else {
+        std::memset(dst, c, n);
     }
 }
 
