@@ -154,6 +154,24 @@ std::size_t writeGroupedDecimal(char* out, std::uint64_t v, unsigned count) {
     return length;
 }
 
+// Writes the hexadecimal digits of v, a byte at a time, to end where they end; returns where
+// they start (nothing is written for 0).
+char* writeHexBefore(char* end, std::uint64_t v, bool upper) {
+    const char* const pairs = upper ? kHexPairsUpper.data() : kHexPairsLower.data();
+    char* p = end;
+    for (; v > 0xFF; v >>= 8) {
+        p -= 2;
+        std::memcpy(p, pairs + 2 * (v & 0xFF), 2);
+    }
+    if (v > 0xF) {
+        p -= 2;
+        std::memcpy(p, pairs + 2 * v, 2);
+    } else if (v != 0) {
+        *--p = pairs[2 * v + 1];
+    }
+    return p;
+}
+
 std::uint64_t truncated(std::uint64_t v, std::size_t size) {
     return size >= 8 ? v : v & ((std::uint64_t{1} << (8 * size)) - 1);
 }
@@ -171,29 +189,61 @@ std::int64_t signExtended(std::int64_t v, std::size_t size) {
     }
 }
 
-// "%d", "%'d", "%x", "%s": no width, precision, sign flag or alternate form.
-bool isPlain(const Atom& atom) {
-    return atom.width == Atom::NONE && atom.precision == Atom::NONE &&
+// "%s": no width or precision.
+bool isPlainString(const Atom& atom) {
+    return atom.conversion == Atom::CONV_STRING && atom.width == Atom::NONE && atom.precision == Atom::NONE;
+}
+
+// The integer shapes most formats use: "%d", "%'u", "%5d", "%08x", "%X". A sign only when
+// negative, no prefix or precision, padding (if any) on the left.
+bool isSimpleInteger(const Atom& atom) {
+    return (atom.conversion == Atom::CONV_SIGNED_DECIMAL || atom.conversion == Atom::CONV_UNSIGNED_DECIMAL ||
+            atom.conversion == Atom::CONV_UNSIGNED_HEX) &&
+           atom.precision == Atom::NONE && atom.padding != Atom::PAD_RIGHT_SPACES &&
            (atom.flags & ~(Atom::FLAG_UPPER_CASE | Atom::FLAG_SEPARATORS)) == 0 &&
            atom.sign_nonnegative == Atom::SIGN_NONNEGATIVE_NONE;
 }
 
-// "%d", "%u" or "%'d", the most common conversions: sign and digits are built in the integer
-// buffer and copied into the output once, without the general padding logic.
-void appendPlainDecimal(const Atom& atom, std::uint64_t magnitude, bool negative, const PrintfOutput& out) {
+// Renders a simple integer: built in the integer buffer from the right, padding included, and
+// copied into the output once, without the general layout. False, with nothing written, when
+// the width does not fit the buffer.
+[[gnu::always_inline]] inline bool appendSimpleInteger(const Atom& atom, std::uint64_t magnitude,
+                                                       bool negative, const PrintfOutput& out) {
     char buf[26];
-    const unsigned count = decimalDigitCount(magnitude);
-    const std::size_t sign = negative ? 1 : 0;
-    buf[0] = '-';  // overwritten by a digit when not negative
-    std::size_t length = sign + count;
-    if (atom.has(Atom::FLAG_SEPARATORS))
-        length = sign + writeGroupedDecimal(buf + sign, magnitude, count);
+    char* const end = buf + sizeof buf;
+    char* p;
+    if (atom.conversion == Atom::CONV_UNSIGNED_HEX) {
+        p = writeHexBefore(end, magnitude, atom.has(Atom::FLAG_UPPER_CASE));
+        if (p == end) *--p = '0';  // zero has its one digit here
+    } else {
+        const unsigned count = decimalDigitCount(magnitude);
+        if (atom.has(Atom::FLAG_SEPARATORS)) {
+            p = end - (count + (count - 1) / 3);
+            writeGroupedDecimal(p, magnitude, count);
+        } else {
+            p = end - count;
+            writeDecimalDigits(p, magnitude, count);
+        }
+    }
+    if (atom.width == Atom::NONE) {
+        if (negative) *--p = '-';
+    } else {
+        const std::size_t length = static_cast<std::size_t>(end - p) + (negative ? 1 : 0);
+        const std::size_t pad = atom.width > length ? atom.width - length : 0;
+        if (length + pad > sizeof buf) return false;
+        const bool zeros = atom.padding == Atom::PAD_LEFT_ZEROS;  // after the sign; blanks before it
+        p -= zeros ? pad : 0;
+        fillBytes(p, '0', zeros ? pad : 0);
+        if (negative) *--p = '-';
+        p -= zeros ? 0 : pad;
+        fillBytes(p, ' ', zeros ? 0 : pad);
+    }
+    const auto bytes = static_cast<std::size_t>(end - p);
+    if (char* dst = out.appendSpace(bytes))
+        copyBytes(dst, p, bytes);
     else
-        writeDecimalDigits(buf + sign, magnitude, count);
-    if (char* dst = out.appendSpace(length))
-        copyBytes(dst, buf, length);
-    else
-        out.append(buf, length);
+        out.append(p, bytes);
+    return true;
 }
 
 }  // namespace
@@ -227,18 +277,8 @@ PrintfRenderedUnsignedInteger::PrintfRenderedUnsignedInteger(const Atom& atom, s
             count = digits;
         }
     } else if (hex) {
-        const bool upper = atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER;
-        const char* const pairs = upper ? kHexPairsUpper.data() : kHexPairsLower.data();
-        for (; value > 0xFF; value >>= 8) {
-            p -= 2;
-            std::memcpy(p, pairs + 2 * (value & 0xFF), 2);
-        }
-        if (value > 0xF) {
-            p -= 2;
-            std::memcpy(p, pairs + 2 * value, 2);
-        } else if (value != 0) {
-            *--p = pairs[2 * value + 1];
-        }
+        p = writeHexBefore(p, value,
+                           atom.has(Atom::FLAG_UPPER_CASE) && atom.conversion != Atom::CONV_POINTER);
     } else {
         for (; value != 0; value >>= 3) *--p = static_cast<char>('0' + (value & 7));
     }
@@ -470,9 +510,9 @@ void renderConversion(const Atom& atom, const Atom& written, std::span<const Pri
 PrintfFormat::Route PrintfFormat::routeOf(const PrintfFormatAtom& atom) noexcept {
     if (atom.conversion == Atom::CONV_CONSTANT_STRING) return Route::TEXT;
     if (atom.has(Atom::FLAG_VARIABLE_WIDTH | Atom::FLAG_VARIABLE_PRECISION)) return Route::GENERAL;
-    if (isPlain(atom) && atom.conversion == Atom::CONV_SIGNED_DECIMAL) return Route::PLAIN_SIGNED;
-    if (isPlain(atom) && atom.conversion == Atom::CONV_UNSIGNED_DECIMAL) return Route::PLAIN_UNSIGNED;
-    if (isPlain(atom) && atom.conversion == Atom::CONV_STRING) return Route::PLAIN_STRING;
+    if (isSimpleInteger(atom))
+        return atom.conversion == Atom::CONV_SIGNED_DECIMAL ? Route::SIMPLE_SIGNED : Route::SIMPLE_UNSIGNED;
+    if (isPlainString(atom)) return Route::PLAIN_STRING;
     if (atom.isInteger()) return Route::INTEGER;
     return atom.isFloat() ? Route::FLOAT : Route::GENERAL;
 }
@@ -493,17 +533,20 @@ namespace {
             VESTRA_ASSERT(cdtssp->length >= 1);
             return out.append(atom.text, atom.length);
         }
-        case Route::PLAIN_SIGNED:
+        case Route::SIMPLE_SIGNED: {
             if (arg == nullptr || !isIntegerArg(*arg)) break;
             ++next;
-            if (const std::int64_t value = signExtended(arg->asSigned(), atom.size); value < 0)
-                return appendPlainDecimal(atom, 0 - static_cast<std::uint64_t>(value), true, out);
-            else
-                return appendPlainDecimal(atom, static_cast<std::uint64_t>(value), false, out);
-        case Route::PLAIN_UNSIGNED:
+            const std::int64_t value = signExtended(arg->asSigned(), atom.size);
+            const std::uint64_t magnitude =
+                value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
+            if (appendSimpleInteger(atom, magnitude, value < 0, out)) return;
+            return PrintfRenderedSignedInteger(atom, value).appendTo(out);  // a width past the buffer
+        }
+        case Route::SIMPLE_UNSIGNED:
             if (arg == nullptr || !isIntegerArg(*arg)) break;
             ++next;
-            return appendPlainDecimal(atom, truncated(arg->asUnsigned(), atom.size), false, out);
+            if (appendSimpleInteger(atom, truncated(arg->asUnsigned(), atom.size), false, out)) return;
+            return PrintfRenderedUnsignedInteger(atom, arg->asUnsigned()).appendTo(out);
         case Route::PLAIN_STRING:
             if (arg == nullptr || arg->kind() != PrintfArg::ARG_STRING) break;
             ++next;

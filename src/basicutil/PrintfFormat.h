@@ -188,9 +188,9 @@ class PrintfFormat {
     // How an atom is rendered: the common shapes skip the general renderer.
     enum class Route : std::uint8_t {
         TEXT,
-        PLAIN_SIGNED,
-        PLAIN_UNSIGNED,
-        PLAIN_STRING,
+        SIMPLE_SIGNED,    // "%d", "%5d", "%'d"
+        SIMPLE_UNSIGNED,  // "%u", "%08x", "%X"
+        PLAIN_STRING,     // "%s"
         INTEGER,
         FLOAT,
         GENERAL
