@@ -135,7 +135,7 @@ namespace {
 
 // Writes v's `count` decimal digits to out with "," every three digits from the right, when
 // there are at least 4; returns the length written.
-std::size_t writeGroupedDecimal(char* out, std::uint64_t v, unsigned count) {
+inline std::size_t writeGroupedDecimal(char* out, std::uint64_t v, unsigned count) {
     if (count < 4) {
         writeDecimalDigits(out, v, count);
         return count;
@@ -143,8 +143,16 @@ std::size_t writeGroupedDecimal(char* out, std::uint64_t v, unsigned count) {
     const std::size_t length = count + (count - 1) / 3;
     char* p = out + length;
     for (unsigned left = count; left > 3; left -= 3) {  // three digits and a "," per division
-        const auto group = static_cast<unsigned>(v % 1000);
-        v /= 1000;
+        // 32-bit arithmetic once the value fits: cheaper than 64-bit division by a constant.
+        unsigned group;
+        if (v <= 0xFFFFFFFFU) {
+            const auto w = static_cast<std::uint32_t>(v);
+            group = w % 1000U;
+            v = w / 1000U;
+        } else {
+            group = static_cast<unsigned>(v % 1000U);
+            v /= 1000U;
+        }
         p -= 4;
         p[0] = ',';
         p[1] = static_cast<char>('0' + group / 100);
