@@ -224,16 +224,12 @@ PrintfRenderedExponentialFloat::PrintfRenderedExponentialFloat(const Atom& atom,
     std::size_t k = 0;
     _exponent[k++] = atom.has(Atom::FLAG_UPPER_CASE) ? 'E' : 'e';
     _exponent[k++] = e < 0 ? '-' : '+';
-    if (e < 0) e = -e;
-    char rev[4];
-    std::size_t m = 0;
-    do {
-        rev[m++] = static_cast<char>('0' + e % 10);
-        e /= 10;
-    } while (e != 0);
-    if (m < 2) rev[m++] = '0';
-    while (m > 0) _exponent[k++] = rev[--m];
-    _pieces.text(_exponent, k);
+    const auto magnitude = static_cast<std::uint64_t>(e < 0 ? -e : e);
+    const unsigned exponentDigits = decimalDigitCount(magnitude);
+    const unsigned count = exponentDigits < 2 ? 2 : exponentDigits;  // at least two: "e+05"
+    _exponent[k] = '0';  // the leading zero, left by a one-digit exponent
+    writeDecimalDigits(_exponent + k, magnitude, count);
+    _pieces.text(_exponent, k + count);
 }
 
 void PrintfRenderedExponentialFloat::appendTo(const PrintfOutput& out) const {
