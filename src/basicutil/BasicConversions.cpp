@@ -10,7 +10,8 @@ bool parse_unsigned_val(const char* begin, const char* end, std::uint64_t& out, 
     std::uint64_t value = 0;
     for (; p < end && *p >= '0' && *p <= '9'; ++p) {
         const auto digit = static_cast<std::uint64_t>(*p - '0');
-        if (value > max / 10 || value * 10 > max - digit) return false;
+        // Both sides stay within range: no `max - digit` below zero.
+        if (digit > max || value > max / 10 || value * 10 > max - digit) return false;
         value = value * 10 + digit;
     }
     while (p < end && blank(*p)) ++p;

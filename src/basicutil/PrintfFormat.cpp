@@ -416,24 +416,23 @@ bool isIntegerArg(const PrintfArg& arg) {
     return arg.kind() == PrintfArg::ARG_SIGNED || arg.kind() == PrintfArg::ARG_UNSIGNED;
 }
 
-// Appends the conversion as it was written, for a missing or mismatched argument.
-void renderAsWritten(const Atom& atom, const PrintfOutput& out) {
-    Str text;
-    append_stringified(text, atom);
-    out.append(text.data(), text.size());
+// A missing or mismatched argument prints the conversion's own bytes from the format ("%i"
+// stays "%i"), not a specification rebuilt from the atom.
+void renderAsWritten(std::string_view written, const PrintfOutput& out) {
+    out.append(written.data(), written.size());
 }
 
-void renderConversion(const Atom& atom, const Atom& written, std::span<const PrintfArg> args,
+void renderConversion(const Atom& atom, std::string_view written, std::span<const PrintfArg> args,
                       std::size_t& next, int savedErrno, const PrintfOutput& out);
 
 // A conversion with a * width or precision: a copy of the atom takes them from the arguments.
-void renderVariableConversion(const Atom& parsed, std::span<const PrintfArg> args, std::size_t& next,
-                              int savedErrno, const PrintfOutput& out) {
+void renderVariableConversion(const Atom& parsed, std::string_view written, std::span<const PrintfArg> args,
+                              std::size_t& next, int savedErrno, const PrintfOutput& out) {
     Atom filled = parsed;
     if (parsed.has(Atom::FLAG_VARIABLE_WIDTH)) {
         if (next >= args.size() || !isIntegerArg(args[next])) {
             ++next;
-            return renderAsWritten(parsed, out);
+            return renderAsWritten(written, out);
         }
         std::int64_t w = args[next++].asSigned();
         if (w < 0) {
@@ -445,28 +444,29 @@ void renderVariableConversion(const Atom& parsed, std::span<const PrintfArg> arg
     if (parsed.has(Atom::FLAG_VARIABLE_PRECISION)) {
         if (next >= args.size() || !isIntegerArg(args[next])) {
             ++next;
-            return renderAsWritten(parsed, out);
+            return renderAsWritten(written, out);
         }
         const std::int64_t p = args[next++].asSigned();
         if (p >= 0)
             filled.setVariablePrecision(static_cast<std::size_t>(p < INT_MAX ? p : INT_MAX));  // else none
-        if (filled.isInteger() && filled.padding == Atom::PAD_LEFT_ZEROS)
+        if (filled.padsLikeInteger() && filled.padding == Atom::PAD_LEFT_ZEROS)
             filled.padding = Atom::PAD_LEFT_SPACES;
     }
-    renderConversion(filled, parsed, args, next, savedErrno, out);
+    renderConversion(filled, written, args, next, savedErrno, out);
 }
 
-// Renders one conversion, taking its arguments from args[next...].
-inline void renderAtom(const Atom& atom, std::span<const PrintfArg> args, std::size_t& next, int savedErrno,
-                       const PrintfOutput& out) {
+// Renders one conversion, taking its arguments from args[next...]; `written` is its text in the
+// format.
+inline void renderAtom(const Atom& atom, std::string_view written, std::span<const PrintfArg> args,
+                       std::size_t& next, int savedErrno, const PrintfOutput& out) {
     if (atom.has(Atom::FLAG_VARIABLE_WIDTH | Atom::FLAG_VARIABLE_PRECISION))
-        renderVariableConversion(atom, args, next, savedErrno, out);
+        renderVariableConversion(atom, written, args, next, savedErrno, out);
     else
-        renderConversion(atom, atom, args, next, savedErrno, out);
+        renderConversion(atom, written, args, next, savedErrno, out);
 }
 
-// A conversion whose width and precision are known; `written` is the atom as parsed.
-void renderConversion(const Atom& atom, const Atom& written, std::span<const PrintfArg> args,
+// A conversion whose width and precision are known; `written` is its text in the format.
+void renderConversion(const Atom& atom, std::string_view written, std::span<const PrintfArg> args,
                       std::size_t& next, int savedErrno, const PrintfOutput& out) {
     const auto asWritten = [&]() { renderAsWritten(written, out); };
     if (atom.conversion == Atom::CONV_ERRNO_STRING) {
@@ -531,8 +531,8 @@ namespace {
 // which decides what a mismatch prints. Inlined into both drivers: the call would cost as much
 // as a plain "%d".
 [[gnu::always_inline]] inline void renderRouted(const Atom& atom, PrintfFormat::Route route,
-                                                std::span<const PrintfArg> args, std::size_t& next,
-                                                int savedErrno, const PrintfOutput& out) {
+                                                std::string_view written, std::span<const PrintfArg> args,
+                                                std::size_t& next, int savedErrno, const PrintfOutput& out) {
     using Route = PrintfFormat::Route;
     const PrintfArg* const arg = next < args.size() ? &args[next] : nullptr;
     switch (route) {
@@ -572,16 +572,17 @@ namespace {
         case Route::GENERAL:
             break;
     }
-    renderAtom(atom, args, next, savedErrno, out);
+    renderAtom(atom, written, args, next, savedErrno, out);
 }
 
 }  // namespace
 
 PrintfFormat::PrintfFormat(StrSegment format, unsigned options) {
     PrintfFormatAtom atom;
-    while (atom.getNext(format, options)) {
+    for (const char* start = format._data; atom.getNext(format, options); start = format._data) {
         _atoms.push_back(atom);
         _routes.push_back(routeOf(atom));
+        _written.emplace_back(start, static_cast<std::size_t>(format._data - start));
         _readsErrno = _readsErrno || atom.conversion == Atom::CONV_ERRNO_STRING;
     }
 }
@@ -590,7 +591,7 @@ void PrintfFormat::appendTo(const PrintfOutput& out, std::span<const PrintfArg> 
     const int savedErrno = _readsErrno ? errno : 0;
     std::size_t next = 0;
     for (std::size_t i = 0; i < _atoms.size(); ++i)
-        renderRouted(_atoms[i], _routes[i], args, next, savedErrno, out);
+        renderRouted(_atoms[i], _routes[i], _written[i], args, next, savedErrno, out);
 }
 
 void appendPrintf(const PrintfOutput& out, StrSegment format, std::span<const PrintfArg> args,
@@ -598,8 +599,10 @@ void appendPrintf(const PrintfOutput& out, StrSegment format, std::span<const Pr
     const int savedErrno = errno;
     std::size_t next = 0;
     PrintfFormatAtom atom;
-    while (atom.getNext(format, options))
-        renderRouted(atom, PrintfFormat::routeOf(atom), args, next, savedErrno, out);
+    for (const char* start = format._data; atom.getNext(format, options); start = format._data) {
+        const std::string_view written(start, static_cast<std::size_t>(format._data - start));
+        renderRouted(atom, PrintfFormat::routeOf(atom), written, args, next, savedErrno, out);
+    }
 }
 
 }  // namespace basicutil

@@ -19,8 +19,8 @@
 // nothing reads a va_list. Integers serve every integer conversion and %c (truncated to the
 // conversion's size as C would), and every floating conversion; doubles serve only the floating
 // conversions; strings serve %s; pointers serve %p and %x. A conversion whose argument is
-// missing or of another kind is printed as written ("%d"), and the argument is used up. Extra
-// arguments are ignored.
+// missing or of another kind is printed exactly as written ("%i" stays "%i"), and the argument
+// is used up. Extra arguments are ignored.
 #pragma once
 
 #include <array>
@@ -28,6 +28,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "basicutil/PrintfFormatArgs.h"
@@ -99,6 +100,9 @@ struct PrintfFormatAtom {
     bool isFloat() const noexcept {
         return conversion >= CONV_FLOAT_EXPONENT && conversion <= CONV_FLOAT_HEX;
     }
+    // The integer conversions and %p with pointers enabled: a precision turns their 0 flag back
+    // into blank padding.
+    bool padsLikeInteger() const noexcept { return isInteger() || conversion == CONV_POINTER; }
 };
 
 // Appends the atom as C printf text ("%-08.3ld"); a constant's "%" is doubled.
@@ -199,7 +203,8 @@ class PrintfFormat {
 
   private:
     std::vector<PrintfFormatAtom> _atoms;
-    std::vector<Route> _routes;  // one per atom
+    std::vector<Route> _routes;              // one per atom
+    std::vector<std::string_view> _written;  // each atom's bytes in the format, printed on a mismatch
     bool _readsErrno = false;    // errno is read only for formats with %m
 };
 

@@ -246,7 +246,7 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
     if (conversion == Atom::CONV_UNSIGNED_DECIMAL || conversion == Atom::CONV_UNSIGNED_HEX ||
         conversion == Atom::CONV_UNSIGNED_OCTAL)
         sign_nonnegative = Atom::SIGN_NONNEGATIVE_NONE;
-    if (atom.isInteger() && (precision != Atom::NONE || atom.has(Atom::FLAG_VARIABLE_PRECISION)) &&
+    if (atom.padsLikeInteger() && (precision != Atom::NONE || atom.has(Atom::FLAG_VARIABLE_PRECISION)) &&
         padding == Atom::PAD_LEFT_ZEROS)
         padding = Atom::PAD_LEFT_SPACES;
     format = StrSegment(p, static_cast<size_type>(end - p));  // p never passes end

@@ -21,7 +21,7 @@ void fields(StrSegment input, StrSegmentTokenAcceptor& acceptor, IsSeparator isS
             if (!isSeparator(*p)) continue;
             deliver(acceptor, start, p);
             start = p + 1;
-            if (maxCuts-- == 1) break;
+            if (maxCuts > 0 && --maxCuts == 0) break;  // negative: no limit, never counted down
         }
     }
     deliver(acceptor, start, input.end());
@@ -41,7 +41,7 @@ void tokens(StrSegment input, StrSegmentTokenAcceptor& acceptor, IsSeparator isS
         }
         const char* const start = p;
         while (p < end && !isSeparator(*p)) ++p;
-        --maxTokens;
+        if (maxTokens > 0) --maxTokens;  // negative: no limit, never counted down
         deliver(acceptor, start, p);
         if (p == end || p + 1 == end) return;
     }

@@ -2,7 +2,7 @@
 //
 // Every splitter hands its pieces, in order, to a StrSegmentTokenAcceptor. The views point into
 // the input, so nothing is copied unless the acceptor copies (acceptor_PopulateStrVector does).
-// Limits are signed 32-bit counts; -1 means no limit.
+// Limits are signed 32-bit counts; every negative limit (-1, INT32_MIN) means no limit.
 #pragma once
 
 #include <cstdint>

@@ -2,10 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace basicutil {
 namespace {
@@ -133,6 +137,26 @@ TEST(PrintfFormatTest, PointersAndText) {
     pointers.append(out, static_cast<const void*>(nullptr), reinterpret_cast<const void*>(255),
                     static_cast<const void*>(nullptr));
     EXPECT_EQ(out, std::string_view("(nil)|      0xff|(nil)   |"));
+    // %p is an integer conversion for padding: a precision turns the 0 flag back into blanks;
+    // "(nil)" ignores the precision.
+    struct PointerCase {
+        const char* format;
+        const void* pointer;
+        const char* printed;
+    } pointerCases[] = {{"%020.4p", reinterpret_cast<const void*>(255), "              0x00ff"},
+                        {"%020p", reinterpret_cast<const void*>(255), "0x0000000000000000ff"},
+                        {"%.4p", nullptr, "(nil)"},
+                        {"%08.2p", nullptr, "   (nil)"},
+                        {"%0*.*p", reinterpret_cast<const void*>(255), "    0x00ff"}};
+    for (const PointerCase& c : pointerCases) {
+        Str once, parsed;
+        const bool variable = std::string_view(c.format).find('*') != std::string_view::npos;
+        const auto args = variable ? std::vector<PrintfArg>{10, 4, c.pointer} : std::vector<PrintfArg>{c.pointer};
+        appendPrintf(PrintfOutput(once), StrSegment(c.format), args, PrintfFormatAtom::OPTION_POINTERS);
+        PrintfFormat(StrSegment(c.format), PrintfFormatAtom::OPTION_POINTERS).appendTo(PrintfOutput(parsed), args);
+        EXPECT_EQ(once, std::string_view(c.printed)) << c.format;
+        EXPECT_EQ(parsed, std::string_view(c.printed)) << c.format;
+    }
     // Without the option %p is upper-case hexadecimal of the argument's size.
     EXPECT_EQ(strprintf("%p", reinterpret_cast<const void*>(0x1234abcdef)), std::string_view("34ABCDEF"));
     EXPECT_EQ(strprintf("%s|%.2s|%5s|%-5s|%05s|%c|%3c|%.0c", "abc", "abc", "ab", "ab", "ab", 'x', 'y', 'z'),
@@ -159,6 +183,34 @@ TEST(PrintfFormatTest, ArgumentsOfTheWrongKindOrMissing) {
               std::string_view("   42|7   |3.14|%*d"));
     EXPECT_EQ(strprintf("%*d|%.*d", -4, 1, -1, 7), std::string_view("1   |7"));  // C's negative * rules
     EXPECT_EQ(strprintf("%d", 1, 2, 3), std::string_view("1"));
+}
+
+// A conversion without a usable argument prints its own bytes, not a rebuilt specification:
+// "%i" is not "%d", "%lld" is not "%ld", and flags keep their order and repeats.
+TEST(PrintfFormatTest, UnusableArgumentsPrintTheSpecificationByteForByte) {
+    struct Case {
+        const char* format;
+        unsigned options;
+    } cases[] = {{"%i", 0},        {"%'x", 0},    {"%-08.3ld", 0},   {"%+ 5.2f", 0},
+                 {"%0-5hhu", 0},   {"%#o", 0},    {"%lld", 0},       {"%zu", 0},
+                 {"%jd", 0},       {"%I64X", 0},  {"%ws", 0},        {"%c", 0},
+                 {"%p", 0},        {"%.e", 0},    {"%p", PrintfFormatAtom::OPTION_POINTERS},
+                 {"%*d", 0},       {"%-*.*s", 0}, {"%  ++d", 0}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.format);
+        const std::string written = c.format;
+        const std::array<PrintfArg, 1> wrongKind{PrintfArg(std::string_view("text"))};
+        for (std::span<const PrintfArg> args : {std::span<const PrintfArg>(), std::span<const PrintfArg>(wrongKind)}) {
+            if (written.back() == 's' && !args.empty()) continue;  // a string is the right kind for %s
+            Str once, parsed;
+            appendPrintf(PrintfOutput(once), StrSegment(c.format), args, c.options);
+            PrintfFormat(StrSegment(c.format), c.options).appendTo(PrintfOutput(parsed), args);
+            EXPECT_EQ(once, std::string_view(written)) << args.size();
+            EXPECT_EQ(parsed, std::string_view(written)) << args.size();
+        }
+    }
+    // Surrounding text is untouched and the unusable argument is used up.
+    EXPECT_EQ(strprintf("[%i|%'x|%s]", "a", 2.5, "b"), std::string_view("[%i|%'x|b]"));
 }
 
 TEST(PrintfFormatTest, ParserFieldsAndStringifiedRoundTrip) {

@@ -31,6 +31,26 @@ TEST(StrParseTest, Numbers) {
         const std::string_view v(bad);
         EXPECT_FALSE(parse_unsigned_val(v.data(), v.data() + v.size(), u, 100)) << bad;
     }
+    // The caller's maximum holds whatever it is: small ones, zero, and the type's own.
+    struct Bound {
+        const char* text;
+        std::uint64_t max;
+        bool ok;
+        std::uint64_t value;
+    } bounds[] = {{"7", 5, false, 0},
+                  {"5", 5, true, 5},
+                  {"05", 0, false, 0},
+                  {"00", 0, true, 0},
+                  {"9", 8, false, 0},
+                  {"18446744073709551615", UINT64_MAX, true, UINT64_MAX},
+                  {"18446744073709551616", UINT64_MAX, false, 0},
+                  {"18446744073709551610", UINT64_MAX - 6, false, 0}};
+    for (const Bound& b : bounds) {
+        const std::string_view v(b.text);
+        u = 12345;
+        EXPECT_EQ(parse_unsigned_val(v.data(), v.data() + v.size(), u, b.max), b.ok) << b.text << " " << b.max;
+        EXPECT_EQ(u, b.ok ? b.value : 12345u) << b.text;  // a failure leaves the target alone
+    }
     EXPECT_TRUE(parseUnsigned64(StrSegment("18446744073709551615"), u));
     EXPECT_FALSE(parseUnsigned64(StrSegment("18446744073709551616"), u));
     std::int32_t i = 0;

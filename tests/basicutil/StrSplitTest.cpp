@@ -24,7 +24,10 @@ TEST(StrSplitTest, FieldsKeepEmptiesAndStopCutting) {
                  {"a,", -1, {"a", ""}},
                  {"a,b,c", 1, {"a", "b,c"}},
                  {"a,b,c", 0, {"a,b,c"}},
-                 {"a,b,c", 2, {"a", "b", "c"}}};
+                 {"a,b,c", 2, {"a", "b", "c"}},
+                 {"a,b,c", -7, {"a", "b", "c"}},
+                 {"a,b,c", INT32_MIN, {"a", "b", "c"}},
+                 {"a,b,c", INT32_MAX, {"a", "b", "c"}}};
     for (const Case& c : cases) {
         std::vector<StrSegment> out;
         splitFields(StrSegment(c.text), out, ',', c.maxCuts);
@@ -46,7 +49,9 @@ TEST(StrSplitTest, TokensSkipSeparatorsAndKeepTheRest) {
                  {"   ", -1, {}},
                  {"a", 0, {"a"}},
                  {"a b\tc d", 2, {"a", "b", "c d"}},
-                 {"a ", 1, {"a"}}};
+                 {"a ", 1, {"a"}},
+                 {"a b c", INT32_MIN, {"a", "b", "c"}},
+                 {"a b c", -2, {"a", "b", "c"}}};
     for (const Case& c : cases) {
         std::vector<StrSegment> out;
         splitTokens(StrSegment(c.text), out, kWhitespace, c.maxTokens);
