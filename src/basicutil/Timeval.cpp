@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "basicutil/Assert.h"
+#include "basicutil/DecimalText.h"
 
 namespace basicutil {
 
@@ -100,9 +101,11 @@ std::int64_t Timeval::diffMsRoundedUp(const Timeval& other) const noexcept {
     return static_cast<std::int64_t>(dsec * 1000 + static_cast<std::uint64_t>((dusec + 999) / 1000));
 }
 
+// Exact in 128 bits first, one rounding to double last: near the sentinels the seconds would
+// swallow the microseconds, and their sign, as doubles.
 double Timeval::diffSeconds(const Timeval& other) const noexcept {
-    return (static_cast<double>(tv_sec) - static_cast<double>(other.tv_sec)) +
-           static_cast<double>(tv_usec - other.tv_usec) * 1e-6;
+    const Int128 usec = (static_cast<Int128>(tv_sec) - other.tv_sec) * kUsecPerSec + (tv_usec - other.tv_usec);
+    return static_cast<double>(usec) / 1e6;
 }
 
 void Timeval::truncateToSeconds(std::uint32_t n) noexcept {
@@ -128,15 +131,6 @@ std::int64_t writtenFraction(const Timeval& tv) {
 unsigned fractionDigit(std::int64_t fraction, unsigned i) {
     static constexpr std::int64_t kDivisors[] = {100000, 10000, 1000, 100, 10, 1};
     return i < 6 ? static_cast<unsigned>(fraction / kDivisors[i] % 10) : 0;
-}
-
-unsigned decimalDigitCount(std::uint64_t v) {
-    unsigned n = 1;
-    while (v >= 10) {
-        v /= 10;
-        ++n;
-    }
-    return n;
 }
 
 }  // namespace
@@ -307,8 +301,9 @@ void Timespec::subtractNs(std::uint64_t ns) noexcept {
 }
 
 double Timespec::diffSeconds(const Timespec& other) const noexcept {
-    return (static_cast<double>(tv_sec) - static_cast<double>(other.tv_sec)) +
-           static_cast<double>(tv_nsec - other.tv_nsec) * 1e-9;
+    const Int128 nsec =
+        (static_cast<Int128>(tv_sec) - other.tv_sec) * ONE_BILLION_AS_TVNSECS_TYPE + (tv_nsec - other.tv_nsec);
+    return static_cast<double>(nsec) / 1e9;
 }
 
 }  // namespace basicutil

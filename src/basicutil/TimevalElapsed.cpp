@@ -35,22 +35,34 @@ ElapsedDescription real(ElapsedUnit unit, bool negative, double value) {
     return d;
 }
 
-// |end - start| in the smaller unit, saturating at 2^64-1; sets `negative` when start is later.
+// |end - start| in the smaller unit; sets `negative` when start is the later one. False when the
+// magnitude does not fit in 64 bits.
 template <typename T>
-std::uint64_t absoluteDifference(const T& start, const T& end, std::int64_t T::*fraction,
-                                 std::int64_t perSecond, bool& negative) {
+bool absoluteDifference(const T& start, const T& end, std::int64_t T::*fraction, std::int64_t perSecond,
+                        bool& negative, std::uint64_t& magnitude) {
     const Int128 diff =
         (static_cast<Int128>(end.tv_sec) - start.tv_sec) * perSecond + (end.*fraction - start.*fraction);
     negative = diff < 0;
-    const Uint128 magnitude = static_cast<Uint128>(negative ? -diff : diff);
-    return magnitude > UINT64_MAX ? UINT64_MAX : static_cast<std::uint64_t>(magnitude);
+    const Uint128 wide = static_cast<Uint128>(negative ? -diff : diff);
+    magnitude = static_cast<std::uint64_t>(wide);
+    return wide <= UINT64_MAX;
+}
+
+// Spans past 2^64 units (about 584942 years of microseconds, 584 of nanoseconds) are hours from
+// the signed difference in seconds, never a saturated count.
+template <typename T>
+ElapsedDescription hugeSpan(const T& start, const T& end, bool negative) {
+    const double seconds = end.diffSeconds(start);
+    return real(UNIT_HOURS, negative, (seconds < 0 ? -seconds : seconds) / 3600);
 }
 
 }  // namespace
 
 ElapsedDescription ElapsedDescription::between(const Timeval& start, const Timeval& end) noexcept {
     bool negative = false;
-    const std::uint64_t usec = absoluteDifference(start, end, &Timeval::tv_usec, 1000000, negative);
+    std::uint64_t usec = 0;
+    if (!absoluteDifference(start, end, &Timeval::tv_usec, 1000000, negative, usec))
+        return hugeSpan(start, end, negative);
     const auto value = static_cast<double>(usec);
     if (usec > 8000000000ULL) return real(UNIT_HOURS, negative, value / 3.6e9);
     if (usec > 3000000) return real(UNIT_SECONDS, negative, value / 1e6);
@@ -68,7 +80,9 @@ ElapsedDescription ElapsedDescription::since(const Timeval& start) noexcept {
 
 ElapsedDescription ElapsedDescription::between(const Timespec& start, const Timespec& end) noexcept {
     bool negative = false;
-    const std::uint64_t nsec = absoluteDifference(start, end, &Timespec::tv_nsec, 1000000000, negative);
+    std::uint64_t nsec = 0;
+    if (!absoluteDifference(start, end, &Timespec::tv_nsec, 1000000000, negative, nsec))
+        return hugeSpan(start, end, negative);
     const double seconds = static_cast<double>(nsec) / 1e9;  // exact at the thresholds
     if (seconds > 8000) return real(UNIT_HOURS, negative, seconds / 3600);
     if (seconds > 3.0) return real(UNIT_SECONDS, negative, seconds);

@@ -25,8 +25,12 @@ TEST(TimevalElapsedTest, MicrosecondForm) {
         {{0, 0}, {10000, 0}, "2.778 hours"},
         {{13, 0}, {10, 0}, "-3000 milliseconds"},
         {{5, 0}, {5, 0}, "0 microseconds"},
-        {Timeval::MIN_TIME, Timeval::MAX_TIME, "5124095576.0 hours"}  // saturates at 2^64-1 us
-    };
+        {{0, 0}, {1000000000000, 0}, "277777777.8 hours"},
+        // Past 2^64 us: hours from the signed difference in seconds, never saturated.
+        {{0, 0}, {18446744073710, 0}, "5124095576.0 hours"},
+        {{0, 0}, {18446744073709552, 0}, "5124095576030.4 hours"},
+        {{18446744073709552, 0}, {0, 0}, "-5124095576030.4 hours"},
+        {Timeval::MIN_TIME, Timeval::MAX_TIME, "5124095576030431.0 hours"}};
     for (const Case& c : cases) {
         EXPECT_EQ(ElapsedDescription::between(c.start, c.end).toString(), c.text) << c.text;
     }
@@ -45,7 +49,11 @@ TEST(TimevalElapsedTest, NanosecondForm) {
                  {{1, 0}, {3, 500000000}, "2500 milliseconds"},
                  {{1, 0}, {4, 500000000}, "3.500 seconds"},
                  {{0, 0}, {36000, 0}, "10.00 hours"},
-                 {{4, 0}, {1, 0}, "-3000 milliseconds"}};
+                 {{4, 0}, {1, 0}, "-3000 milliseconds"},
+                 // 10^12 s is past 2^64 ns.
+                 {{0, 0}, {1000000000000, 0}, "277777777.8 hours"},
+                 {{1000000000000, 0}, {0, 0}, "-277777777.8 hours"},
+                 {Timespec::MIN_TIME, Timespec::MAX_TIME, "5124095576030431.0 hours"}};
     for (const Case& c : cases) {
         EXPECT_EQ(ElapsedDescription::between(c.start, c.end).toString(), c.text) << c.text;
     }

@@ -64,6 +64,18 @@ TEST(TimevalTest, Differences) {
     EXPECT_EQ(b.diffMsRoundedUp(a), -1100);  // borrow first, then round the positive remainder up
     EXPECT_DOUBLE_EQ(a.diffSeconds(b), 1.1002);
     EXPECT_EQ(MAXT.diffUsec(MINT), -1);  // unchecked: wraps without trapping
+    // Near the sentinels the whole seconds are subtracted exactly: sign and microseconds survive.
+    struct Case {
+        Timeval a, b;
+        double seconds;
+    } cases[] = {{{INT64_MAX, 0}, {INT64_MAX - 1, 999999}, 1e-6},
+                 {{INT64_MAX - 1, 999999}, {INT64_MAX, 0}, -1e-6},
+                 {{INT64_MIN + 1, 0}, {INT64_MIN, 999999}, 1e-6},
+                 {MAXT, MINT, 18446744073709551616.0},
+                 {MINT, MAXT, -18446744073709551616.0}};
+    for (const Case& c : cases) EXPECT_DOUBLE_EQ(c.a.diffSeconds(c.b), c.seconds) << c.a << " - " << c.b;
+    EXPECT_DOUBLE_EQ((Timespec{INT64_MAX, 0}).diffSeconds({INT64_MAX - 1, 999999999}), 1e-9);
+    EXPECT_DOUBLE_EQ((Timespec{INT64_MIN, 1}).diffSeconds({INT64_MIN + 1, 0}), -0.999999999);
 }
 
 TEST(TimevalTest, TruncateAndSnap) {
