@@ -205,7 +205,7 @@ class PrintfFormat {
     std::vector<PrintfFormatAtom> _atoms;
     std::vector<Route> _routes;              // one per atom
     std::vector<std::string_view> _written;  // each atom's bytes in the format, printed on a mismatch
-    bool _readsErrno = false;    // errno is read only for formats with %m
+    bool _readsErrno = false;                // errno is read only for formats with %m
 };
 
 // Parses and renders in one pass, allocating nothing but the output's growth.

@@ -16,8 +16,8 @@ enum StartupOrder : int {
     STARTUP_THREAD = 1003,  // the thread list, the process-wide mutex, the thread-specific key
     STARTUP_TIMEVAL = 1004,
     STARTUP_STATIC_CONTAINER_B = 1005,
-    STARTUP_BASE_EXCEPTION = 1006,  // the default type name "BaseException"
-    STARTUP_CHARACTER_CLASSES = 1007,
+    STARTUP_BASE_EXCEPTION = 1006,     // the default type name "BaseException"
+    STARTUP_CHARACTER_CLASSES = 1007,  // whitespace, digits, number characters, letters, identifiers
     STARTUP_DATE_TIME = 1008,
     STARTUP_DUTY_CYCLE = 1009,
     STARTUP_STRING_TABLE = 1010,

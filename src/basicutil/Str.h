@@ -193,6 +193,22 @@ const Str& emptySearchTerm() noexcept;  // two double quotes
 // The URL encoding of byte b: b itself when unreserved, else "%XX" (upper-case hex).
 const Str& urlEncodingOf(unsigned char b) noexcept;
 
+// Character classes. They are tables built in a start-up step of their own, after the constants
+// above (and empty before it): every classifier of the library reads them, so a global built
+// earlier must not classify.
+enum CharacterClass : unsigned {
+    CHARS_WHITESPACE,           // " \t\n\v\f\r", the C library's isspace
+    CHARS_SIGNED_DIGITS,        // "-0123456789"
+    CHARS_NUMBER,               // "-+xX0123456789abcdefABCDEF": decimal or hexadecimal, signed
+    CHARS_LETTERS,              // A-Z, a-z
+    CHARS_IDENTIFIER,           // letters, digits and "_"
+    CHARS_IDENTIFIER_DOT,       // ... and "_."
+    CHARS_IDENTIFIER_DASH,      // ... and "_-"
+    CHARS_IDENTIFIER_DASH_DOT,  // ... and "_-."
+    CHARS_CLASS_COUNT
+};
+const ByteSet& characterClass(CharacterClass which) noexcept;
+
 // Writes the bytes to the stream (for GoogleTest and logging).
 void PrintTo(const Str& s, std::ostream* os);
 void PrintTo(const StrSegment& s, std::ostream* os);

@@ -1,6 +1,5 @@
 #include "basicutil/StrSearch.h"
 
-#include <cctype>
 #include <cstdlib>
 
 #include "basicutil/Assert.h"
@@ -67,8 +66,9 @@ bool endsWith(StrSegment s, StrSegment suffix) noexcept {
 }
 
 bool containsWhitespace(StrSegment s) noexcept {
+    const ByteSet& whitespace = characterClass(CHARS_WHITESPACE);
     for (char c : s.view())
-        if (std::isspace(static_cast<unsigned char>(c))) return true;
+        if (whitespace.contains(c)) return true;
     return false;
 }
 

@@ -19,7 +19,7 @@ size_type countByte(StrSegment s, char c, size_type pos = 0, size_type n = npos)
 size_type countMembers(StrSegment s, const ByteSet& set, size_type pos = 0, size_type n = npos) noexcept;
 bool startsWith(StrSegment s, StrSegment prefix) noexcept;
 bool endsWith(StrSegment s, StrSegment suffix) noexcept;
-bool containsWhitespace(StrSegment s) noexcept;  // the C library's isspace
+bool containsWhitespace(StrSegment s) noexcept;  // CHARS_WHITESPACE
 bool hasNonAscii(StrSegment s) noexcept;
 size_type lineCount(StrSegment s) noexcept;  // 1 + line feeds: empty text is one line
 // The first line feed or carriage return at or after pos; npos if none.

@@ -104,7 +104,8 @@ std::int64_t Timeval::diffMsRoundedUp(const Timeval& other) const noexcept {
 // Exact in 128 bits first, one rounding to double last: near the sentinels the seconds would
 // swallow the microseconds, and their sign, as doubles.
 double Timeval::diffSeconds(const Timeval& other) const noexcept {
-    const Int128 usec = (static_cast<Int128>(tv_sec) - other.tv_sec) * kUsecPerSec + (tv_usec - other.tv_usec);
+    const Int128 usec =
+        (static_cast<Int128>(tv_sec) - other.tv_sec) * kUsecPerSec + (tv_usec - other.tv_usec);
     return static_cast<double>(usec) / 1e6;
 }
 
@@ -301,8 +302,8 @@ void Timespec::subtractNs(std::uint64_t ns) noexcept {
 }
 
 double Timespec::diffSeconds(const Timespec& other) const noexcept {
-    const Int128 nsec =
-        (static_cast<Int128>(tv_sec) - other.tv_sec) * ONE_BILLION_AS_TVNSECS_TYPE + (tv_nsec - other.tv_nsec);
+    const Int128 nsec = (static_cast<Int128>(tv_sec) - other.tv_sec) * ONE_BILLION_AS_TVNSECS_TYPE +
+                        (tv_nsec - other.tv_nsec);
     return static_cast<double>(nsec) / 1e9;
 }
 

@@ -151,9 +151,11 @@ TEST(PrintfFormatTest, PointersAndText) {
     for (const PointerCase& c : pointerCases) {
         Str once, parsed;
         const bool variable = std::string_view(c.format).find('*') != std::string_view::npos;
-        const auto args = variable ? std::vector<PrintfArg>{10, 4, c.pointer} : std::vector<PrintfArg>{c.pointer};
+        const auto args =
+            variable ? std::vector<PrintfArg>{10, 4, c.pointer} : std::vector<PrintfArg>{c.pointer};
         appendPrintf(PrintfOutput(once), StrSegment(c.format), args, PrintfFormatAtom::OPTION_POINTERS);
-        PrintfFormat(StrSegment(c.format), PrintfFormatAtom::OPTION_POINTERS).appendTo(PrintfOutput(parsed), args);
+        PrintfFormat(StrSegment(c.format), PrintfFormatAtom::OPTION_POINTERS)
+            .appendTo(PrintfOutput(parsed), args);
         EXPECT_EQ(once, std::string_view(c.printed)) << c.format;
         EXPECT_EQ(parsed, std::string_view(c.printed)) << c.format;
     }
@@ -191,16 +193,17 @@ TEST(PrintfFormatTest, UnusableArgumentsPrintTheSpecificationByteForByte) {
     struct Case {
         const char* format;
         unsigned options;
-    } cases[] = {{"%i", 0},        {"%'x", 0},    {"%-08.3ld", 0},   {"%+ 5.2f", 0},
-                 {"%0-5hhu", 0},   {"%#o", 0},    {"%lld", 0},       {"%zu", 0},
-                 {"%jd", 0},       {"%I64X", 0},  {"%ws", 0},        {"%c", 0},
-                 {"%p", 0},        {"%.e", 0},    {"%p", PrintfFormatAtom::OPTION_POINTERS},
-                 {"%*d", 0},       {"%-*.*s", 0}, {"%  ++d", 0}};
+    } cases[] = {
+        {"%i", 0},  {"%'x", 0},    {"%-08.3ld", 0}, {"%+ 5.2f", 0}, {"%0-5hhu", 0},
+        {"%#o", 0}, {"%lld", 0},   {"%zu", 0},      {"%jd", 0},     {"%I64X", 0},
+        {"%ws", 0}, {"%c", 0},     {"%p", 0},       {"%.e", 0},     {"%p", PrintfFormatAtom::OPTION_POINTERS},
+        {"%*d", 0}, {"%-*.*s", 0}, {"%  ++d", 0}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.format);
         const std::string written = c.format;
         const std::array<PrintfArg, 1> wrongKind{PrintfArg(std::string_view("text"))};
-        for (std::span<const PrintfArg> args : {std::span<const PrintfArg>(), std::span<const PrintfArg>(wrongKind)}) {
+        for (std::span<const PrintfArg> args :
+             {std::span<const PrintfArg>(), std::span<const PrintfArg>(wrongKind)}) {
             if (written.back() == 's' && !args.empty()) continue;  // a string is the right kind for %s
             Str once, parsed;
             appendPrintf(PrintfOutput(once), StrSegment(c.format), args, c.options);

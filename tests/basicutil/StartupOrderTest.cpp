@@ -20,7 +20,8 @@ std::vector<std::string> events() {
 
 TEST(StartupOrderTest, GlobalsComeUpInTheDeclaredOrder) {
     EXPECT_EQ(events(),
-              (std::vector<std::string>{"+basicutil/Str", "+basicutil/Thread", "+basicutil/BaseException"}));
+              (std::vector<std::string>{"+basicutil/Str", "+basicutil/Thread", "+basicutil/BaseException",
+                                        "+basicutil/StrCharacterClasses"}));
 }
 
 // Constructed before every unit's globals and so destroyed after them all: checks the teardown
@@ -28,9 +29,14 @@ TEST(StartupOrderTest, GlobalsComeUpInTheDeclaredOrder) {
 struct TeardownCheck {
     ~TeardownCheck() {
         const std::vector<std::string> all = events();
-        const std::vector<std::string> expected = {"+basicutil/Str",           "+basicutil/Thread",
-                                                   "+basicutil/BaseException", "-basicutil/BaseException",
-                                                   "-basicutil/Thread",        "-basicutil/Str"};
+        const std::vector<std::string> expected = {"+basicutil/Str",
+                                                   "+basicutil/Thread",
+                                                   "+basicutil/BaseException",
+                                                   "+basicutil/StrCharacterClasses",
+                                                   "-basicutil/StrCharacterClasses",
+                                                   "-basicutil/BaseException",
+                                                   "-basicutil/Thread",
+                                                   "-basicutil/Str"};
         if (all != expected) {
             static const char kMessage[] = "StartupOrderTest: globals were not torn down in reverse order\n";
             static_cast<void>(write(2, kMessage, sizeof kMessage - 1));

@@ -48,7 +48,8 @@ TEST(StrParseTest, Numbers) {
     for (const Bound& b : bounds) {
         const std::string_view v(b.text);
         u = 12345;
-        EXPECT_EQ(parse_unsigned_val(v.data(), v.data() + v.size(), u, b.max), b.ok) << b.text << " " << b.max;
+        EXPECT_EQ(parse_unsigned_val(v.data(), v.data() + v.size(), u, b.max), b.ok)
+            << b.text << " " << b.max;
         EXPECT_EQ(u, b.ok ? b.value : 12345u) << b.text;  // a failure leaves the target alone
     }
     EXPECT_TRUE(parseUnsigned64(StrSegment("18446744073709551615"), u));

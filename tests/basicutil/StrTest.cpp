@@ -66,6 +66,9 @@ TEST(StrSearchTest, SearchingAndCounting) {
     EXPECT_TRUE(startsWith(s, "xxa"));
     EXPECT_FALSE(endsWith(StrSegment("x"), "xx"));
     EXPECT_TRUE(containsWhitespace(StrSegment("a\vb")));
+    EXPECT_FALSE(
+        containsWhitespace(StrSegment("a\x85\xA0"
+                                      "b")));  // bytes past ASCII are not blanks
     EXPECT_EQ(lineCount(StrSegment("")), 1u);
     EXPECT_EQ(lineCount(StrSegment(std::string(40, '\n'))), 41u);  // across 16-byte blocks
     const std::string longLine = std::string(37, 'a') + "\r\nb";
@@ -139,6 +142,29 @@ TEST(StrSearchTest, BinaryAppends) {
     EXPECT_EQ(s, std::string_view("\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0A\x0B\x0C\xAC\x02"
                                   "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x01",
                                   24));
+}
+
+TEST(StrTest, CharacterClassesHoldExactlyTheirMembers) {
+    const std::string letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+    const std::string identifier = letters + "0123456789";
+    struct Case {
+        CharacterClass which;
+        std::string members;
+    } cases[] = {{CHARS_WHITESPACE, " \t\n\v\f\r"},
+                 {CHARS_SIGNED_DIGITS, "-0123456789"},
+                 {CHARS_NUMBER, "-+xX0123456789abcdefABCDEF"},
+                 {CHARS_LETTERS, letters},
+                 {CHARS_IDENTIFIER, identifier + "_"},
+                 {CHARS_IDENTIFIER_DOT, identifier + "_."},
+                 {CHARS_IDENTIFIER_DASH, identifier + "_-"},
+                 {CHARS_IDENTIFIER_DASH_DOT, identifier + "_-."}};
+    for (const Case& c : cases) {
+        for (unsigned b = 0; b < 256; ++b) {
+            const char byte = static_cast<char>(b);
+            EXPECT_EQ(characterClass(c.which).contains(byte), c.members.find(byte) != std::string::npos)
+                << "class " << c.which << ", byte " << b;
+        }
+    }
 }
 
 }  // namespace

@@ -30,7 +30,8 @@ TEST(TimevalElapsedTest, MicrosecondForm) {
         {{0, 0}, {18446744073710, 0}, "5124095576.0 hours"},
         {{0, 0}, {18446744073709552, 0}, "5124095576030.4 hours"},
         {{18446744073709552, 0}, {0, 0}, "-5124095576030.4 hours"},
-        {Timeval::MIN_TIME, Timeval::MAX_TIME, "5124095576030431.0 hours"}};
+        {Timeval::MIN_TIME, Timeval::MAX_TIME, "5124095576030431.0 hours"},
+    };
     for (const Case& c : cases) {
         EXPECT_EQ(ElapsedDescription::between(c.start, c.end).toString(), c.text) << c.text;
     }

@@ -188,12 +188,9 @@ TEST(TimevalTextTest, DebugText) {
     struct Case {
         std::int64_t seconds;
         const char* text;
-    } cases[] = {{-62135596800, "Mon Jan  1 00:00:00 1"},
-                 {-61851600001, "Thu Dec 31 23:59:59 9"},
-                 {-30610224001, "Tue Dec 31 23:59:59 999"},
-                 {253402300799, "Fri Dec 31 23:59:59 9999"},
-                 {253402300800, "Sat Jan  1 00:00:00 10000"},
-                 {3093527980800, "Sat Jan  1 00:00:00 100000"},
+    } cases[] = {{-62135596800, "Mon Jan  1 00:00:00 1"},     {-61851600001, "Thu Dec 31 23:59:59 9"},
+                 {-30610224001, "Tue Dec 31 23:59:59 999"},   {253402300799, "Fri Dec 31 23:59:59 9999"},
+                 {253402300800, "Sat Jan  1 00:00:00 10000"}, {3093527980800, "Sat Jan  1 00:00:00 100000"},
                  {-62198755200, "Fri Jan  1 00:00:00 -1"}};
     for (const Case& c : cases) EXPECT_EQ((Timeval{c.seconds, 0}).debugText(), c.text) << c.seconds;
 }
