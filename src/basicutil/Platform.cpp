@@ -50,6 +50,10 @@ int setThreadName(pthread_t thread, const char* name) noexcept {
     return pthread_setname_np(thread, cut);  // FreeBSD 12.2 and later return int, as glibc does
 }
 
+int threadName(pthread_t thread, char* buf, std::size_t len) noexcept {
+    return pthread_getname_np(thread, buf, len);
+}
+
 std::uint64_t currentThreadId() noexcept {
 #if defined(__FreeBSD__)
     return static_cast<std::uint64_t>(pthread_getthreadid_np());

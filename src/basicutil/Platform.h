@@ -36,6 +36,10 @@ inline constexpr std::size_t kThreadNameMaxBytes = 15;  // TASK_COMM_LEN - 1
 // Returns the pthread_setname_np result (0 or an error number).
 int setThreadName(pthread_t thread, const char* name) noexcept;
 
+// Reads a thread's name into buf (NUL-terminated); returns the pthread_getname_np result. On
+// FreeBSD it is declared in <pthread_np.h>, on glibc in <pthread.h>.
+int threadName(pthread_t thread, char* buf, std::size_t len) noexcept;
+
 // The kernel's numeric id of the calling thread (gettid on Linux, pthread_getthreadid_np on FreeBSD).
 std::uint64_t currentThreadId() noexcept;
 

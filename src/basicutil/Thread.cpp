@@ -28,19 +28,47 @@ constinit Thread* GLOBAL_THREAD_LIST_ROOT = nullptr;
 constinit pthread_key_t activeThreads{};  // each thread's own Thread object
 constinit std::atomic<bool> active_threads_key_created{false};
 constinit std::atomic<bool> main_thread_created{false};
-constinit pthread_t main_thread_handle{};
+constinit std::atomic<pthread_t> main_thread_handle{};  // stored before main_thread_created is set
 constinit std::atomic<bool> have_already_started_threads{false};
 constinit std::atomic<unsigned> thread_count{0};
 constinit std::atomic<pid_t> main_thread_process_id{0};
 
-// The signal-context hand-over: one request at a time (signal_callers), the actor in
-// IN_SIGNAL_RUNNING, and a semaphore the handler posts when done (sem_post, unlike a condition
-// variable, is safe in a signal handler).
+// The signal-context hand-over. Requests are served one at a time (signal_callers). Each one
+// writes its target and its actor (IN_SIGNAL_RUNNING), then publishes one word: a sequence
+// number and a state. A handler acts only on the target thread, and only if it moves that very
+// word from PENDING to RUNNING, so a stray SIGUSR1, early or late, runs nothing. A target that
+// leaves its frame with its request still PENDING cancels it. Whoever ends a request (DONE or
+// CANCELLED) posts the semaphore once: sem_post, unlike a condition variable, is safe in a
+// signal handler.
+//
+// IN_SIGNAL_RUNNING is IN_SIGNAL_COMPLETE between requests and null while no main thread exists
+// (its handler is then not expected to run).
 class SignalRunComplete final : public Thread::InSignalContextActor {
     void run() override {}
 } signal_run_complete;
 Thread::InSignalContextActor* const IN_SIGNAL_COMPLETE = &signal_run_complete;
 constinit std::atomic<Thread::InSignalContextActor*> IN_SIGNAL_RUNNING{nullptr};
+
+enum SignalRequestState : std::uint64_t {
+    REQUEST_PENDING = 1,
+    REQUEST_RUNNING = 2,
+    REQUEST_DONE = 3,
+    REQUEST_CANCELLED = 4,
+};
+constexpr unsigned kStateBits = 3;
+constexpr std::uint64_t requestWord(std::uint64_t sequence, SignalRequestState state) {
+    return sequence << kStateBits | state;
+}
+constexpr std::uint64_t stateOf(std::uint64_t word) {
+    return word & ((1u << kStateBits) - 1);
+}
+constexpr std::uint64_t withState(std::uint64_t word, SignalRequestState state) {
+    return (word & ~std::uint64_t{(1u << kStateBits) - 1}) | state;
+}
+constinit std::atomic<std::uint64_t> signal_request{0};  // sequence 0: none yet
+constinit std::atomic<pthread_t> signal_target{};
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free && std::atomic<pthread_t>::is_always_lock_free,
+              "the signal handler reads them");
 
 // "<caller>: about to throw a ThreadException: <call>: <strerror>; <n> threads active", logged
 // and thrown.
@@ -127,13 +155,33 @@ void warnIfFailed(int rc, const char* message) {
     logToChannel("Thread", LOG_WARN, text);
 }
 
+// Ends a request: its requester wakes once for it.
+void finishSignalRequest(std::uint64_t word, SignalRequestState state) noexcept {
+    signal_request.store(withState(word, state));
+    if (sem_post(&globals.signal_done) != 0) std::abort();  // the requester would wait forever
+}
+
 void sigusr1_handler(int) {
     const int savedErrno = errno;
     VESTRA_ASSERT(IN_SIGNAL_RUNNING != nullptr);
-    IN_SIGNAL_RUNNING.load()->run();
-    IN_SIGNAL_RUNNING.store(IN_SIGNAL_COMPLETE);
-    if (sem_post(&globals.signal_done) != 0) std::abort();  // the requester would wait forever
+    std::uint64_t word = signal_request.load();
+    // The target read here belongs to this word: the next request cannot write its own before
+    // this one has left PENDING, and then the exchange below fails.
+    if (stateOf(word) == REQUEST_PENDING && pthread_equal(signal_target.load(), pthread_self()) != 0 &&
+        signal_request.compare_exchange_strong(word, withState(word, REQUEST_RUNNING))) {
+        IN_SIGNAL_RUNNING.load()->run();
+        finishSignalRequest(word, REQUEST_DONE);
+    }
     errno = savedErrno;
+}
+
+// Called with the process-wide mutex held by a thread leaving its frame: a request that it has
+// not begun to serve will never be served.
+void cancelSignalRequestTo(pthread_t thread) noexcept {
+    std::uint64_t word = signal_request.load();
+    if (stateOf(word) == REQUEST_PENDING && pthread_equal(signal_target.load(), thread) != 0 &&
+        signal_request.compare_exchange_strong(word, withState(word, REQUEST_CANCELLED)))
+        finishSignalRequest(word, REQUEST_CANCELLED);
 }
 
 }  // namespace
@@ -160,6 +208,7 @@ Thread::Thread(CreateTag, const ThreadAttributes& attributes, std::string name)
     const bool defaultAttributes = _policy == platform::kSchedOther &&
                                    attributes.stackBytes == ThreadAttributes::kDefaultStackBytes &&
                                    (creator == nullptr || creator->_policy == platform::kSchedOther);
+    _in_frame.store(true);  // the frame will run and clear it, whatever happens to the object
     int rc;
     if (defaultAttributes) {
         rc = pthread_create(&_handle, nullptr, &Thread::threadFrame, this);
@@ -180,6 +229,7 @@ Thread::Thread(CreateTag, const ThreadAttributes& attributes, std::string name)
         checkThreadCall(pthread_attr_destroy(&attr), "pthread_attr_destroy");
     }
     if (rc != 0) {
+        _in_frame.store(false);
         checkThreadCall(pthread_cond_destroy(&_start_condition), "pthread_cond_destroy");
         thread_count.fetch_sub(1);
         throwThreadException("pthread_create", rc, _name);
@@ -217,10 +267,18 @@ void* Thread::threadFrame(void* arg) {
     VESTRA_ASSERT(THREAD_SPECIFIC_POINTER_GET(activeThreads) == nullptr);
     checkThreadCall(pthread_setspecific(activeThreads, instance), "pthread_setspecific");
 
-    if (instance->waitForGo()) {
-        instance->callMainAndDiscardTerminateException();
-        // Not the links themselves: a newer thread's insertion rewrites them under the mutex.
-        if (instance->_listed) instance->removeFromGlobalThreadList();
+    {
+        // Runs also when the body ends the thread with pthread_exit (a forced unwind).
+        struct FrameExit {
+            Thread* thread;
+            bool listed = false;
+            ~FrameExit() { thread->leaveFrame(listed); }
+        } frameExit{instance};
+        if (instance->waitForGo()) {
+            // Not the links themselves: a newer thread's insertion rewrites them under the mutex.
+            frameExit.listed = instance->_listed;
+            instance->callMainAndDiscardTerminateException();
+        }
     }
 
     VESTRA_ASSERT(instance->_scratchp == perThreadScratch(&scratch));
@@ -240,6 +298,14 @@ bool Thread::waitForGo() {
     if (_did_join.load() == ALREADY_DESTRUCTING) return false;
     if (_listed) addToGlobalThreadList();
     return true;
+}
+
+// Off the list, and out of reach of signal-context requests.
+void Thread::leaveFrame(bool listed) {
+    ProcessLock lock;
+    if (listed) removeFromGlobalThreadList();
+    _in_frame.store(false);
+    cancelSignalRequestTo(pthread_self());
 }
 
 void Thread::callMainAndDiscardTerminateException() {
@@ -277,7 +343,6 @@ void Thread::addToGlobalThreadList() {
 }
 
 void Thread::removeFromGlobalThreadList() {
-    ProcessLock lock;
     VESTRA_ASSERT(_global_thread_list_prevp != nullptr);
     VESTRA_ASSERT(*_global_thread_list_prevp == this);
     *_global_thread_list_prevp = _global_thread_list_next;
@@ -315,6 +380,7 @@ void Thread::join() {
     {
         ProcessLock lock;
         VESTRA_ASSERT(_did_join.load() == DID_NOT_JOIN);
+        VESTRA_ASSERT(_ready_to_run.load());  // never released by go(): it would wait for ever
         _did_join.store(JOINED);
     }
     checkThreadCall(pthread_join(_handle, nullptr), "pthread_join");
@@ -370,8 +436,9 @@ Thread::~Thread() {
 
 MainThread::MainThread() : Thread(MainThreadTag{}) {
     _handle = pthread_self();
-    main_thread_handle = _handle;
+    main_thread_handle.store(_handle);
     main_thread_created.store(true);
+    _in_frame.store(true);  // it stands for the calling thread, which is running
     _thread_id.store(platform::currentThreadId());
     VESTRA_ASSERT(THREAD_SPECIFIC_POINTER_GET(activeThreads) == nullptr);
     checkThreadCall(pthread_setspecific(activeThreads, this), "pthread_setspecific");
@@ -380,15 +447,21 @@ MainThread::MainThread() : Thread(MainThreadTag{}) {
     action.sa_handler = &sigusr1_handler;
     action.sa_flags = SA_RESTART;  // interrupted reads (fgets) resume instead of failing
     if (sigemptyset(&action.sa_mask) != 0) fatalThreadError("sigemptyset", errno);
+    IN_SIGNAL_RUNNING.store(IN_SIGNAL_COMPLETE);  // idle, before the handler can run
     if (sigaction(SIGUSR1, &action, nullptr) != 0) fatalThreadError("sigaction", errno);
-    IN_SIGNAL_RUNNING.store(nullptr);
     main_thread_process_id.store(getpid());
 }
 
 MainThread::~MainThread() {
     VESTRA_ASSERT(THREAD_SPECIFIC_POINTER_GET(activeThreads) == this);
+    {
+        ProcessLock lock;
+        _in_frame.store(false);
+        cancelSignalRequestTo(_handle);
+    }
     checkThreadCall(pthread_setspecific(activeThreads, nullptr), "pthread_setspecific");
     main_thread_created.store(false);
+    IN_SIGNAL_RUNNING.store(nullptr);
 }
 
 void EmptyMainThread::main() {
@@ -402,7 +475,7 @@ void Thread::assertNotMultithreadedYet() {
 }
 
 bool Thread::currentIsMainThread() noexcept {
-    return main_thread_created.load() && pthread_equal(pthread_self(), main_thread_handle) != 0;
+    return main_thread_created.load() && pthread_equal(pthread_self(), main_thread_handle.load()) != 0;
 }
 
 bool Thread::isCurrent() const noexcept {
@@ -420,18 +493,39 @@ unsigned Thread::threadsActive() noexcept {
 
 // --- Signal context -------------------------------------------------------------------------
 
-void Thread::runInUnixSignalContext(InSignalContextActor* actor) {
+bool Thread::runInUnixSignalContext(InSignalContextActor* actor) {
     VESTRA_ASSERT(actor != nullptr);
     VESTRA_ASSERT(!isCurrent());
     VESTRA_ASSERT(actor != IN_SIGNAL_COMPLETE);
     checkThreadCall(pthread_mutex_lock(&globals.signal_callers), "pthread_mutex_lock");
-    IN_SIGNAL_RUNNING.store(actor);
-    checkThreadCall(pthread_kill(_handle, SIGUSR1), "pthread_kill");
-    while (sem_wait(&globals.signal_done) != 0) {
-        if (errno != EINTR) fatalThreadError("sem_wait", errno);
+    bool sent = false;
+    {
+        // Under the mutex a thread cannot leave its frame: once it is seen inside, the request
+        // ends either served or cancelled by the thread's way out.
+        ProcessLock lock;
+        if (_in_frame.load()) {
+            static_assert(REQUEST_CANCELLED < (1u << kStateBits));
+            const std::uint64_t word =
+                requestWord((signal_request.load() >> kStateBits) + 1, REQUEST_PENDING);
+            signal_target.store(_handle);
+            IN_SIGNAL_RUNNING.store(actor);
+            signal_request.store(word);
+            const int rc = pthread_kill(_handle, SIGUSR1);
+            checkThreadCall(rc, "pthread_kill");
+            sent = rc == 0;
+            if (!sent) signal_request.store(withState(word, REQUEST_CANCELLED));  // failures not fatal
+        }
     }
-    IN_SIGNAL_RUNNING.store(nullptr);
+    bool ran = false;
+    if (sent) {
+        while (sem_wait(&globals.signal_done) != 0) {
+            if (errno != EINTR) fatalThreadError("sem_wait", errno);
+        }
+        ran = stateOf(signal_request.load()) == REQUEST_DONE;
+        IN_SIGNAL_RUNNING.store(IN_SIGNAL_COMPLETE);
+    }
     checkThreadCall(pthread_mutex_unlock(&globals.signal_callers), "pthread_mutex_unlock");
+    return ran;
 }
 
 // --- State dump -----------------------------------------------------------------------------
@@ -439,10 +533,12 @@ void Thread::runInUnixSignalContext(InSignalContextActor* actor) {
 void Thread::dumpState(std::string& out) const {
     appendf(out, "Thread: \"%s\", did_join=%d", _name, _did_join.load());
     if (_ready_to_run.load()) out += ", ready_to_run";
-    if (main_thread_created.load() && pthread_equal(_handle, main_thread_handle) != 0) out += ", main_thread";
+    if (main_thread_created.load() && pthread_equal(_handle, main_thread_handle.load()) != 0)
+        out += ", main_thread";
     appendf(out, ", token=%llu", static_cast<unsigned long long>(_thread_id.load()));
-    const FatalThreadErrorRecord& fatal = fatalThreadErrorRecord();
-    if (std::string_view(fatal.call) != "none" && _name == fatal.threadName)
+    // Every thread's dump carries it: the crash log shows it whichever thread is read first.
+    const FatalThreadErrorRecord fatal = fatalThreadErrorRecord();
+    if (std::string_view(fatal.call) != "none")
         appendf(out, "; Dying on fatal thread error: %s, error %d, in %s", fatal.call, fatal.error,
                 fatal.threadName);
 }

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "basicutil/BaseException.h"
+#include "basicutil/Platform.h"
 #include "basicutil/PrintfFormat.h"
 
 namespace basicutil {
@@ -37,7 +38,7 @@ class ThreadException : public BaseException {
 // How a thread is created. The defaults create with the process's default attributes.
 struct ThreadAttributes {
     static constexpr std::size_t kDefaultStackBytes = 2097152;  // 2 MiB
-    int policy;                                                 // platform::kSchedOther, ...
+    int policy = platform::kSchedOther;  // the platform's own number: 0 on Linux, 2 on FreeBSD
     int priority = 0;
     std::size_t stackBytes = kDefaultStackBytes;
     static ThreadAttributes defaults() noexcept;
@@ -98,13 +99,16 @@ class Thread {
     virtual void main() = 0;
 
     void go();                           // once
-    void join();                         // at most once, after go()
+    void join();                         // at most once, and only after go()
     void joinEvenIfUnstarted();          // once, whether or not go() was called
     void excludeFromGlobalThreadList();  // before go()
 
-    // Makes this thread (never the caller) run `actor` inside its SIGUSR1 handler; returns when
-    // the actor has finished. Calls from several threads are served one at a time.
-    void runInUnixSignalContext(InSignalContextActor* actor);
+    // Makes this thread (never the caller) run `actor` inside its SIGUSR1 handler and waits for
+    // it. True when the actor ran; false, with the actor not run, when the thread is not inside
+    // its frame: its body has ended (joined or not), or it left its frame before it could serve
+    // the request. Requests from several threads are served one at a time. A SIGUSR1 that is not
+    // a request's own (sent by anyone else, or arriving late) runs nothing.
+    [[nodiscard]] bool runInUnixSignalContext(InSignalContextActor* actor);
 
     static void iterateEachRunning(iterate_running_threads_callback& callback);
     static void assertNotMultithreadedYet();
@@ -132,6 +136,7 @@ class Thread {
 
     static void* threadFrame(void* arg);
     bool waitForGo();
+    void leaveFrame(bool listed);
     void callMainAndDiscardTerminateException();
     void addToGlobalThreadList();
     void removeFromGlobalThreadList();
@@ -152,6 +157,9 @@ class Thread {
     int _priority = 0;
     int _policy;
     bool _has_posix_thread = false;
+    // From creation (or, for the main thread, construction) until the frame ends; changed and
+    // read by requests under the process-wide mutex.
+    std::atomic<bool> _in_frame{false};
 };
 
 // The thread that runs the program's main. Construct it first, in main, before any other Thread.

@@ -23,7 +23,21 @@ FatalThreadContext noThreadFramework() noexcept {
 
 std::atomic<FatalThreadContextProvider> g_contextProvider{&noThreadFramework};
 std::atomic<bool> g_failuresFatal{true};
+// Written once, by whoever claims it, before it is published; never written again.
 FatalThreadErrorRecord g_record;
+std::atomic<bool> g_recordClaimed{false};
+std::atomic<bool> g_recordPublished{false};
+
+// Copies at most `size - 1` bytes of `name`, backing off over a cut UTF-8 sequence.
+void copyName(char* out, std::size_t size, const char* name) noexcept {
+    std::size_t len = ::strnlen(name, size);
+    if (len == size) {
+        len = size - 1;
+        while (len > 0 && (static_cast<unsigned char>(name[len]) & 0xC0) == 0x80) --len;
+    }
+    std::memcpy(out, name, len);
+    out[len] = '\0';
+}
 
 iovec piece(const char* text, std::size_t len) {
     return {const_cast<char*>(text), len};
@@ -38,8 +52,8 @@ void installFatalThreadContextProvider(FatalThreadContextProvider provider) noex
     g_contextProvider.store(provider != nullptr ? provider : &noThreadFramework);
 }
 
-const FatalThreadErrorRecord& fatalThreadErrorRecord() noexcept {
-    return g_record;
+FatalThreadErrorRecord fatalThreadErrorRecord() noexcept {
+    return g_recordPublished.load(std::memory_order_acquire) ? g_record : FatalThreadErrorRecord{};
 }
 
 void setThreadCallFailuresFatal(bool fatal) noexcept {
@@ -51,11 +65,15 @@ bool threadCallFailuresFatal() noexcept {
 
 void fatalThreadError(const char* call, int errnum) noexcept {
     const FatalThreadContext context = g_contextProvider.load()();
-    g_record.call = call;
-    g_record.error = errnum;
-    g_record.threadsActive = context.threadsActive;
-    std::strncpy(g_record.threadName, context.callerName, sizeof g_record.threadName - 1);
-    g_record.threadName[sizeof g_record.threadName - 1] = '\0';
+    FatalThreadErrorRecord record;
+    record.call = call;
+    record.error = errnum;
+    record.threadsActive = context.threadsActive;
+    copyName(record.threadName, sizeof record.threadName, context.callerName);
+    if (!g_recordClaimed.exchange(true)) {
+        g_record = record;
+        g_recordPublished.store(true, std::memory_order_release);
+    }
 
     char errorText[256];
     platform::errorText(errnum, errorText, sizeof errorText);
@@ -70,7 +88,7 @@ void fatalThreadError(const char* call, int errnum) noexcept {
         piece("; "),
         piece(count, countLen),
         piece(" threads active, in "),
-        piece(g_record.threadName),
+        piece(record.threadName),
         piece("\n"),
     };
     // Nothing sensible is left to do if standard error is gone: the abort below still happens.

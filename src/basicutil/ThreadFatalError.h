@@ -10,8 +10,9 @@
 
 namespace basicutil {
 
+// What the first fatal error recorded, for the state dump of every thread.
 struct FatalThreadErrorRecord {
-    static constexpr std::size_t kThreadNameBytes = 64;  // longer names are cut
+    static constexpr std::size_t kThreadNameBytes = 64;  // longer names are cut, never inside a character
     const char* call = "none";
     int error = 999;
     unsigned threadsActive = 0;
@@ -29,8 +30,10 @@ void installFatalThreadContextProvider(FatalThreadContextProvider provider) noex
 
 [[noreturn]] void fatalThreadError(const char* call, int errnum) noexcept;
 
-// The record of the last fatal error: call "none" and error 999 until one happens.
-const FatalThreadErrorRecord& fatalThreadErrorRecord() noexcept;
+// A copy of the record: call "none" and error 999 until a fatal error happens. The first fatal
+// error fills it once and publishes it; threads failing at the same moment leave it as it is, so
+// any thread may read it while others die.
+FatalThreadErrorRecord fatalThreadErrorRecord() noexcept;
 
 // Failed POSIX thread calls are fatal unless switched off (tests of failure paths do that).
 void setThreadCallFailuresFatal(bool fatal) noexcept;

@@ -21,7 +21,7 @@ TEST(PlatformTest, ThreadNameIsCutToTheLimitWithoutSplittingUtf8) {
     for (const Case& c : cases) {
         ASSERT_EQ(setThreadName(pthread_self(), c.name.c_str()), 0) << c.name;
         char got[64] = {};
-        ASSERT_EQ(pthread_getname_np(pthread_self(), got, sizeof got), 0);
+        ASSERT_EQ(threadName(pthread_self(), got, sizeof got), 0);
         EXPECT_EQ(std::string(got), c.expected);
     }
 }

@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <string_view>
+#include <thread>
 
 #include "basicutil/LoggerSink.h"
 
@@ -42,6 +45,25 @@ TEST(ThreadFatalErrorDeathTest, RecordsAndLogsBeforeAborting) {
         },
         "\\[Thread/7\\] Fatal thread error: pthread_cond_wait: Operation not permitted; 0 threads active, in "
         "Unknown Thread \\| pthread_cond_wait 1");
+}
+
+// Not a *DeathTest by name, so that the ThreadSanitizer run takes it: another thread reads the
+// record while it is written. A data race there ends the child with the sanitizer's own status
+// instead of SIGABRT. Re-executed rather than forked, which the sanitizer needs.
+TEST(ThreadFatalErrorTest, RecordIsReadSafelyWhileAThreadDies) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            std::thread reader([] {
+                for (;;) {
+                    const FatalThreadErrorRecord r = fatalThreadErrorRecord();
+                    if (std::string_view(r.call) != "none" && r.error != EINVAL) std::abort();
+                }
+            });
+            reader.detach();
+            fatalThreadError("pthread_join", EINVAL);
+        },
+        ::testing::KilledBySignal(SIGABRT), "Fatal thread error: pthread_join: Invalid argument");
 }
 
 TEST(ThreadFatalErrorTest, NonFatalSwitchLetsFailuresThrough) {

@@ -3,10 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <new>
 #include <stdexcept>
 #include <thread>
 
+#include "basicutil/LoggerSink.h"
 #include "basicutil/Platform.h"
+#include "basicutil/ThreadFatalError.h"
 #include "support/LogCapture.h"
 
 namespace basicutil {
@@ -64,7 +72,7 @@ TEST_F(ThreadTest, NamesOfTheCallerAndOfTheThread) {
         [&] {
             seenName = Thread::currentThreadName();
             char buf[64] = {};
-            pthread_getname_np(pthread_self(), buf, sizeof buf);
+            EXPECT_EQ(platform::threadName(pthread_self(), buf, sizeof buf), 0);
             platformName = buf;
         },
         "Worker %d of %s", 3, "pool x");
@@ -196,7 +204,13 @@ TEST_F(ThreadDeathTest, MisuseIsCaughtByAssertions) {
             Thread::assertNotMultithreadedYet();
         },
         "!have_already_started_threads");
-    EXPECT_DEATH(_mainThread.runInUnixSignalContext(nullptr), "actor != nullptr");
+    EXPECT_DEATH(static_cast<void>(_mainThread.runInUnixSignalContext(nullptr)), "actor != nullptr");
+    EXPECT_DEATH(
+        {
+            ThreadFunction t([] {}, "unreleased");
+            t.join();  // would wait for ever
+        },
+        "[^!]_ready_to_run.load\\(\\)");
 }
 
 TEST(ThreadWithoutMainDeathTest, ThreadBeforeMainThreadIsRefused) {
@@ -221,12 +235,12 @@ TEST_F(ThreadTest, SignalContextRunsTheActorOnTheTargetThread) {
     RecordSelf actor;
     for (int i = 0; i < 3; ++i) {
         actor.ranOn.store(pthread_t{});
-        worker.runInUnixSignalContext(&actor);
+        EXPECT_TRUE(worker.runInUnixSignalContext(&actor));
         EXPECT_TRUE(pthread_equal(actor.ranOn.load(), workerHandle.load()));
     }
     // And the other way round: the worker makes the main thread run it.
     RecordSelf fromWorker;
-    ThreadFunction asker([&] { _mainThread.runInUnixSignalContext(&fromWorker); }, "asker");
+    ThreadFunction asker([&] { EXPECT_TRUE(_mainThread.runInUnixSignalContext(&fromWorker)); }, "asker");
     asker.go();
     asker.join();
     EXPECT_TRUE(pthread_equal(fromWorker.ranOn.load(), pthread_self()));
@@ -270,6 +284,180 @@ TEST_F(ThreadTest, StateDump) {
     std::string main;
     _mainThread.dumpState(main);
     EXPECT_EQ(main.rfind("Thread: \"MainThread\", did_join=0, main_thread, token=", 0), 0u) << main;
+}
+
+// --- The signal-context hand-over under stray signals, finished targets and rival requesters ---
+
+// Counts its runs and remembers the thread; optionally lingers, so that an early return of the
+// request would be seen.
+struct CountingActor : Thread::InSignalContextActor {
+    std::atomic<int> runs{0};
+    std::atomic<pthread_t> ranOn{};
+    int lingerMs = 0;
+    int straysToSelf = 0;  // SIGUSR1s sent to the running thread from inside the handler
+    void run() override {
+        ranOn.store(pthread_self());
+        for (int i = 0; i < straysToSelf; ++i) pthread_kill(pthread_self(), SIGUSR1);
+        if (lingerMs > 0) {
+            const timespec pause{0, lingerMs * 1000000L};
+            nanosleep(&pause, nullptr);
+        }
+        ++runs;
+    }
+};
+
+TEST_F(ThreadTest, StraySignalsRunNothing) {
+    Gate gate;
+    std::atomic<pthread_t> targetHandle{};
+    ThreadFunction target(
+        [&] {
+            targetHandle.store(pthread_self());
+            gate.waitOpen();
+        },
+        "target");
+    target.go();
+    while (targetHandle.load() == pthread_t{}) std::this_thread::yield();
+
+    // Strays raised during a request arrive once the handler returns: neither they nor the next
+    // request's early return may run anything or end a request before its actor has run.
+    CountingActor straying;
+    straying.straysToSelf = 3;
+    ASSERT_TRUE(target.runInUnixSignalContext(&straying));
+    CountingActor slow;
+    slow.lingerMs = 30;
+    ASSERT_TRUE(target.runInUnixSignalContext(&slow));
+    EXPECT_EQ(slow.runs.load(), 1);  // it had finished when the request returned
+    EXPECT_EQ(straying.runs.load(), 1);
+
+    // Strays from another thread, between and during requests.
+    std::atomic<bool> stop{false};
+    std::thread stray([&] {
+        while (!stop.load()) {
+            pthread_kill(targetHandle.load(), SIGUSR1);
+            std::this_thread::yield();
+        }
+    });
+    CountingActor counted;
+    for (int i = 1; i <= 300; ++i) {
+        ASSERT_TRUE(target.runInUnixSignalContext(&counted));
+        ASSERT_EQ(counted.runs.load(), i);
+    }
+    stop.store(true);
+    stray.join();
+    EXPECT_EQ(slow.runs.load(), 1);
+    gate.open();
+    target.join();
+}
+
+TEST_F(ThreadTest, RequestsToAThreadOutsideItsFrameFailAtOnce) {
+    CountingActor actor;
+    // Parked threads are inside their frame: they serve requests before go().
+    ThreadFunction parked([] {}, "parked");
+    EXPECT_TRUE(parked.runInUnixSignalContext(&actor));
+    EXPECT_EQ(actor.runs.load(), 1);
+
+    // A body that has ended, not yet joined: off the list means out of its frame.
+    struct Count : Thread::iterate_running_threads_callback {
+        int n = 0;
+        void visit(Thread&) override { ++n; }
+    };
+    ThreadFunction finished([] {}, "finished");
+    finished.go();
+    for (Count c; Thread::iterateEachRunning(c), c.n != 0; c.n = 0) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the frame's last steps
+    EXPECT_FALSE(finished.runInUnixSignalContext(&actor));
+    finished.join();
+    EXPECT_FALSE(finished.runInUnixSignalContext(&actor));  // joined
+    EXPECT_EQ(actor.runs.load(), 1);
+
+    // A thread that leaves its frame while a request is on its way: served or refused, never
+    // left waiting, and the actor runs on the target only when the answer is true.
+    for (int i = 0; i < 200; ++i) {
+        std::atomic<pthread_t> self{};
+        ThreadFunction brief([&] { self.store(pthread_self()); }, "brief%d", i);
+        brief.go();
+        CountingActor racing;
+        const bool ran = brief.runInUnixSignalContext(&racing);
+        EXPECT_EQ(racing.runs.load(), ran ? 1 : 0);
+        brief.join();
+        if (ran) {
+            EXPECT_TRUE(pthread_equal(racing.ranOn.load(), self.load()));  // self is set: go() ran the body
+        }
+    }
+    parked.joinEvenIfUnstarted();
+}
+
+TEST_F(ThreadTest, RequestsFromTwoThreadsAreServedOneAtATime) {
+    constexpr int kRequests = 300;
+    auto requester = [this] {
+        CountingActor mine;
+        for (int i = 1; i <= kRequests; ++i) {
+            ASSERT_TRUE(_mainThread.runInUnixSignalContext(&mine));
+            ASSERT_EQ(mine.runs.load(), i);  // its own actor, finished before the return
+            ASSERT_TRUE(pthread_equal(mine.ranOn.load(), pthread_self()) == 0);
+        }
+    };
+    ThreadFunction a(requester, "requesterA"), b(requester, "requesterB");
+    a.go();
+    b.go();
+    a.join();  // the main thread serves both while it waits here
+    b.join();
+}
+
+TEST(ThreadAttributesTest, DefaultsAreThePlatformsOwn) {
+    // Default-initialised over a garbage-filled store: every member has its own default.
+    alignas(ThreadAttributes) unsigned char storage[sizeof(ThreadAttributes)];
+    std::memset(storage, 0xA5, sizeof storage);
+    const ThreadAttributes* attributes = new (storage) ThreadAttributes;
+    EXPECT_EQ(attributes->policy, platform::kSchedOther);
+    EXPECT_EQ(attributes->priority, 0);
+    EXPECT_EQ(attributes->stackBytes, ThreadAttributes::kDefaultStackBytes);
+    EXPECT_EQ(ThreadAttributes::defaults().policy, platform::kSchedOther);
+    EXPECT_STREQ(platform::schedulingPolicyName(ThreadAttributes{}.policy), "other");
+}
+
+TEST_F(ThreadDeathTest, EveryStateDumpCarriesTheFatalErrorRecord) {
+    // The failing thread's name is longer than the record keeps: the record holds its first 63
+    // bytes, and every thread's dump still says what killed the process.
+    static const Thread* dumped[2];
+    EXPECT_DEATH(
+        {
+            installLogSink([](std::string_view, LogLevel, std::string_view) {
+                std::string dumps;
+                for (const Thread* t : dumped) {
+                    t->dumpState(dumps);
+                    dumps += '\n';
+                }
+                std::fputs(dumps.c_str(), stderr);
+            });
+            ThreadFunction failing([] { fatalThreadError("pthread_join", EINVAL); }, "%s",
+                                   std::string(80, 'n'));
+            dumped[0] = &_mainThread;
+            dumped[1] = &failing;
+            failing.go();
+            failing.join();
+        },
+        "Thread: \"MainThread\", did_join=0, main_thread, token=[0-9]+; Dying on fatal thread error: "
+        "pthread_join, error 22, in n{63}\n"
+        "Thread: \"n{80}\", did_join=1, ready_to_run, token=[0-9]+; Dying on fatal thread error: "
+        "pthread_join, "
+        "error 22, in n{63}\n");
+}
+
+// Other threads read the main thread's handle while it is recorded (ThreadSanitizer's view).
+TEST(ThreadWithoutMainTest, MainThreadHandleIsSharedSafely) {
+    std::atomic<bool> stop{false};
+    std::atomic<int> seenMain{0};
+    std::thread reader([&] {
+        while (!stop.load()) seenMain += Thread::currentIsMainThread() ? 1 : 0;
+    });
+    for (int i = 0; i < 50; ++i) {
+        EmptyMainThread mainThread;
+        EXPECT_TRUE(Thread::currentIsMainThread());
+    }
+    stop.store(true);
+    reader.join();
+    EXPECT_EQ(seenMain.load(), 0);
 }
 
 }  // namespace
