@@ -461,7 +461,10 @@ MainThread::~MainThread() {
     }
     checkThreadCall(pthread_setspecific(activeThreads, nullptr), "pthread_setspecific");
     main_thread_created.store(false);
-    IN_SIGNAL_RUNNING.store(nullptr);
+    // Back to "no main thread" only when no request is under way (one would be a misuse: every
+    // other Thread must be gone before the main thread's object).
+    Thread::InSignalContextActor* idle = IN_SIGNAL_COMPLETE;
+    IN_SIGNAL_RUNNING.compare_exchange_strong(idle, nullptr);
 }
 
 void EmptyMainThread::main() {

@@ -37,7 +37,7 @@ TEST(ThreadFatalErrorDeathTest, RecordsAndLogsBeforeAborting) {
         {
             // Print what the record and the log saw, then let the routine abort.
             installLogSink([](std::string_view channel, LogLevel level, std::string_view message) {
-                const FatalThreadErrorRecord& r = fatalThreadErrorRecord();
+                const FatalThreadErrorRecord r = fatalThreadErrorRecord();
                 fprintf(stderr, "[%.*s/%d] %.*s | %s %d\n", static_cast<int>(channel.size()), channel.data(),
                         level, static_cast<int>(message.size()), message.data(), r.call, r.error);
             });

@@ -29,6 +29,16 @@ class ThreadTest : public ::testing::Test {
 
 using ThreadDeathTest = ThreadTest;
 
+// Threads on the process-wide list.
+int runningThreads() {
+    struct Count : Thread::iterate_running_threads_callback {
+        int n = 0;
+        void visit(Thread&) override { ++n; }
+    } count;
+    Thread::iterateEachRunning(count);
+    return count.n;
+}
+
 struct Counter : Thread::CleanupObject {
     explicit Counter(std::atomic<int>& n) : _n(n) {}
     ~Counter() override { ++_n; }
@@ -115,10 +125,6 @@ TEST_F(ThreadTest, RunningThreadsAreListedUnlessExcluded) {
 }
 
 TEST_F(ThreadTest, ListSurvivesConcurrentCreationAndExit) {
-    struct Count : Thread::iterate_running_threads_callback {
-        int n = 0;
-        void visit(Thread&) override { ++n; }
-    };
     constexpr int kCreators = 4, kPerCreator = 40;
     std::atomic<int> finished{0};
     std::vector<std::unique_ptr<ThreadFunction>> creators;
@@ -134,16 +140,10 @@ TEST_F(ThreadTest, ListSurvivesConcurrentCreationAndExit) {
             "creator%d", c));
     }
     for (auto& c : creators) c->go();
-    for (int i = 0; i < 200; ++i) {  // walk the list while it changes underneath
-        Count count;
-        Thread::iterateEachRunning(count);
-        EXPECT_LE(count.n, 2 * kCreators);
-    }
+    for (int i = 0; i < 200; ++i) EXPECT_LE(runningThreads(), 2 * kCreators);  // walk it while it changes
     for (auto& c : creators) c->join();
     EXPECT_EQ(finished.load(), kCreators * kPerCreator);
-    Count none;
-    Thread::iterateEachRunning(none);
-    EXPECT_EQ(none.n, 0);
+    EXPECT_EQ(runningThreads(), 0);
 }
 
 TEST_F(ThreadTest, TerminateExceptionIsDiscardedAfterCleanup) {
@@ -215,37 +215,6 @@ TEST_F(ThreadDeathTest, MisuseIsCaughtByAssertions) {
 
 TEST(ThreadWithoutMainDeathTest, ThreadBeforeMainThreadIsRefused) {
     EXPECT_DEATH(ThreadFunction([] {}, "early"), "Thread created before main thread!");
-}
-
-TEST_F(ThreadTest, SignalContextRunsTheActorOnTheTargetThread) {
-    struct RecordSelf : Thread::InSignalContextActor {
-        std::atomic<pthread_t> ranOn{};
-        void run() override { ranOn.store(pthread_self()); }
-    };
-    Gate gate;
-    std::atomic<pthread_t> workerHandle{};
-    ThreadFunction worker(
-        [&] {
-            workerHandle.store(pthread_self());
-            gate.waitOpen();
-        },
-        "target");
-    worker.go();
-    while (workerHandle.load() == pthread_t{}) std::this_thread::yield();
-    RecordSelf actor;
-    for (int i = 0; i < 3; ++i) {
-        actor.ranOn.store(pthread_t{});
-        EXPECT_TRUE(worker.runInUnixSignalContext(&actor));
-        EXPECT_TRUE(pthread_equal(actor.ranOn.load(), workerHandle.load()));
-    }
-    // And the other way round: the worker makes the main thread run it.
-    RecordSelf fromWorker;
-    ThreadFunction asker([&] { EXPECT_TRUE(_mainThread.runInUnixSignalContext(&fromWorker)); }, "asker");
-    asker.go();
-    asker.join();
-    EXPECT_TRUE(pthread_equal(fromWorker.ranOn.load(), pthread_self()));
-    gate.open();
-    worker.join();
 }
 
 TEST_F(ThreadTest, ExplicitAttributesWarnAndCreationFailureThrows) {
@@ -341,6 +310,7 @@ TEST_F(ThreadTest, StraySignalsRunNothing) {
     for (int i = 1; i <= 300; ++i) {
         ASSERT_TRUE(target.runInUnixSignalContext(&counted));
         ASSERT_EQ(counted.runs.load(), i);
+        ASSERT_TRUE(pthread_equal(counted.ranOn.load(), targetHandle.load()));
     }
     stop.store(true);
     stray.join();
@@ -357,13 +327,9 @@ TEST_F(ThreadTest, RequestsToAThreadOutsideItsFrameFailAtOnce) {
     EXPECT_EQ(actor.runs.load(), 1);
 
     // A body that has ended, not yet joined: off the list means out of its frame.
-    struct Count : Thread::iterate_running_threads_callback {
-        int n = 0;
-        void visit(Thread&) override { ++n; }
-    };
     ThreadFunction finished([] {}, "finished");
     finished.go();
-    for (Count c; Thread::iterateEachRunning(c), c.n != 0; c.n = 0) std::this_thread::yield();
+    while (runningThreads() != 0) std::this_thread::yield();
     std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the frame's last steps
     EXPECT_FALSE(finished.runInUnixSignalContext(&actor));
     finished.join();
@@ -389,12 +355,13 @@ TEST_F(ThreadTest, RequestsToAThreadOutsideItsFrameFailAtOnce) {
 
 TEST_F(ThreadTest, RequestsFromTwoThreadsAreServedOneAtATime) {
     constexpr int kRequests = 300;
-    auto requester = [this] {
+    const pthread_t mainHandle = pthread_self();
+    auto requester = [this, mainHandle] {
         CountingActor mine;
         for (int i = 1; i <= kRequests; ++i) {
             ASSERT_TRUE(_mainThread.runInUnixSignalContext(&mine));
             ASSERT_EQ(mine.runs.load(), i);  // its own actor, finished before the return
-            ASSERT_TRUE(pthread_equal(mine.ranOn.load(), pthread_self()) == 0);
+            ASSERT_TRUE(pthread_equal(mine.ranOn.load(), mainHandle));
         }
     };
     ThreadFunction a(requester, "requesterA"), b(requester, "requesterB");
