@@ -531,8 +531,9 @@ namespace {
 // which decides what a mismatch prints. Inlined into both drivers: the call would cost as much
 // as a plain "%d".
 [[gnu::always_inline]] inline void renderRouted(const Atom& atom, PrintfFormat::Route route,
-                                                std::string_view written, std::span<const PrintfArg> args,
-                                                std::size_t& next, int savedErrno, const PrintfOutput& out) {
+                                                const std::string_view& written,
+                                                std::span<const PrintfArg> args, std::size_t& next,
+                                                int savedErrno, const PrintfOutput& out) {
     using Route = PrintfFormat::Route;
     const PrintfArg* const arg = next < args.size() ? &args[next] : nullptr;
     switch (route) {
