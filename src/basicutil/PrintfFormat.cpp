@@ -417,7 +417,7 @@ bool isIntegerArg(const PrintfArg& arg) {
 }
 
 // A missing or mismatched argument prints the conversion's own bytes from the format ("%i"
-// stays "%i"), not a specification rebuilt from the atom.
+// stays "%i"), not a conversion rebuilt from the atom.
 void renderAsWritten(std::string_view written, const PrintfOutput& out) {
     out.append(written.data(), written.size());
 }

@@ -187,9 +187,9 @@ TEST(PrintfFormatTest, ArgumentsOfTheWrongKindOrMissing) {
     EXPECT_EQ(strprintf("%d", 1, 2, 3), std::string_view("1"));
 }
 
-// A conversion without a usable argument prints its own bytes, not a rebuilt specification:
+// A conversion without a usable argument prints its own bytes, not a rebuilt conversion:
 // "%i" is not "%d", "%lld" is not "%ld", and flags keep their order and repeats.
-TEST(PrintfFormatTest, UnusableArgumentsPrintTheSpecificationByteForByte) {
+TEST(PrintfFormatTest, UnusableArgumentsPrintTheConversionByteForByte) {
     struct Case {
         const char* format;
         unsigned options;
