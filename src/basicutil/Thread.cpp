@@ -56,6 +56,7 @@ enum SignalRequestState : std::uint64_t {
     REQUEST_CANCELLED = 4,
 };
 constexpr unsigned kStateBits = 3;
+static_assert(REQUEST_CANCELLED < (1u << kStateBits));
 constexpr std::uint64_t requestWord(std::uint64_t sequence, SignalRequestState state) {
     return sequence << kStateBits | state;
 }
@@ -507,7 +508,6 @@ bool Thread::runInUnixSignalContext(InSignalContextActor* actor) {
         // ends either served or cancelled by the thread's way out.
         ProcessLock lock;
         if (_in_frame.load()) {
-            static_assert(REQUEST_CANCELLED < (1u << kStateBits));
             const std::uint64_t word =
                 requestWord((signal_request.load() >> kStateBits) + 1, REQUEST_PENDING);
             signal_target.store(_handle);
@@ -515,8 +515,11 @@ bool Thread::runInUnixSignalContext(InSignalContextActor* actor) {
             signal_request.store(word);
             const int rc = pthread_kill(_handle, SIGUSR1);
             checkThreadCall(rc, "pthread_kill");
-            sent = rc == 0;
-            if (!sent) signal_request.store(withState(word, REQUEST_CANCELLED));  // failures not fatal
+            // A failure that is not fatal withdraws the request, unless a stray SIGUSR1 has
+            // already begun to serve it: then its end is awaited like any other.
+            std::uint64_t pending = word;
+            sent = rc == 0 ||
+                   !signal_request.compare_exchange_strong(pending, withState(word, REQUEST_CANCELLED));
         }
     }
     bool ran = false;
