@@ -5,6 +5,11 @@
 // A failure reports the expression, the function and the source unit ("basicutil/Timeval")
 // through the platform's own assertion routine and then aborts. Assertions guard programming
 // errors only: input errors are reported by return values, never by asserting.
+//
+//   VESTRA_ASSERT_TEXT(width == NONE, "width == (size_t) -1");
+//
+// reports the given text (a string literal) instead of the expression, for invariants whose
+// report is fixed wording that the natural C++ spelling would not reproduce.
 #pragma once
 
 #include <string_view>
@@ -63,7 +68,9 @@ consteval const char* assertUnitOf(std::string_view path) {
 
 }  // namespace vestra::detail
 
-#define VESTRA_ASSERT(expr)                                       \
+#define VESTRA_ASSERT(expr) VESTRA_ASSERT_TEXT(expr, #expr)
+
+#define VESTRA_ASSERT_TEXT(expr, text)                            \
     (static_cast<bool>(expr) ? void(0)                            \
                              : ::vestra::detail::assertionFailed( \
-                                   #expr, __func__, ::vestra::detail::assertUnitOf(__FILE__), __LINE__))
+                                   "" text, __func__, ::vestra::detail::assertUnitOf(__FILE__), __LINE__))

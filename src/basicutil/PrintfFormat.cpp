@@ -537,11 +537,9 @@ namespace {
     using Route = PrintfFormat::Route;
     const PrintfArg* const arg = next < args.size() ? &args[next] : nullptr;
     switch (route) {
-        case Route::TEXT: {
-            const PrintfFormatAtom* cdtssp = &atom;
-            VESTRA_ASSERT(cdtssp->length >= 1);
+        case Route::TEXT:
+            VESTRA_ASSERT_TEXT(atom.length >= 1, "cdtssp->length >= 1");
             return out.append(atom.text, atom.length);
-        }
         case Route::SIMPLE_SIGNED: {
             if (arg == nullptr || !isIntegerArg(*arg)) break;
             ++next;

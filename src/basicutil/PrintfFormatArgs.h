@@ -17,7 +17,7 @@ class PrintfArg {
 
     template <typename T>
     requires std::is_integral_v<T>
-    constexpr PrintfArg(T v) noexcept {  // NOLINT: implicit on purpose, like a printf argument
+    constexpr PrintfArg(T v) noexcept {  // implicit on purpose, like a printf argument
         if constexpr (std::is_signed_v<T>) {
             _kind = ARG_SIGNED;
             _signed = v;

@@ -255,23 +255,15 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
 
 }  // namespace
 
-// The assertion texts keep the C-style casts of the original checks.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wold-style-cast"
 void PrintfFormatAtom::setVariableWidth(std::size_t w) {
-    // clang-format off
-    VESTRA_ASSERT(width == (size_t) -1);
-    // clang-format on
+    VESTRA_ASSERT_TEXT(width == NONE, "width == (size_t) -1");
     width = w;
 }
 
 void PrintfFormatAtom::setVariablePrecision(std::size_t p) {
-    // clang-format off
-    VESTRA_ASSERT(precision == (size_t) -1);
-    // clang-format on
+    VESTRA_ASSERT_TEXT(precision == NONE, "precision == (size_t) -1");
     precision = p;
 }
-#pragma GCC diagnostic pop
 
 // --- Back to text ------------------------------------------------------------------------------
 

@@ -13,27 +13,18 @@ namespace basicutil {
 
 // --- StrSegment ----------------------------------------------------------------------------------
 
-// The invariant's text keeps the C-style cast of the original check.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wold-style-cast"
-
 void StrSegment::setEnd(const char* p) noexcept {
     VESTRA_ASSERT(p >= _data);
-    // clang-format off
-    VESTRA_ASSERT(_len >= (size_type) (p - _data));
-    // clang-format on
+    VESTRA_ASSERT_TEXT(_len >= static_cast<size_type>(p - _data), "_len >= (size_type) (p - _data)");
     _len = static_cast<size_type>(p - _data);
 }
 
 void StrSegment::setBegin(const char* p) noexcept {
     VESTRA_ASSERT(p >= _data);
-    // clang-format off
-    VESTRA_ASSERT(_len >= (size_type) (p - _data));
-    // clang-format on
+    VESTRA_ASSERT_TEXT(_len >= static_cast<size_type>(p - _data), "_len >= (size_type) (p - _data)");
     _len -= static_cast<size_type>(p - _data);
     _data = p;
 }
-#pragma GCC diagnostic pop
 
 // --- Str -----------------------------------------------------------------------------------------
 

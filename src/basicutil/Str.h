@@ -34,9 +34,9 @@ struct StrSegment {
 
     constexpr StrSegment() noexcept = default;
     constexpr StrSegment(const char* data, size_type len) noexcept : _data(data), _len(len) {}
-    StrSegment(const char* text) noexcept : _data(text), _len(std::strlen(text)) {}  // NOLINT: implicit
-    constexpr StrSegment(std::string_view v) noexcept : _data(v.data()), _len(v.size()) {}  // NOLINT
-    StrSegment(const Str& s) noexcept;  // NOLINT: implicit, a view of the whole string
+    StrSegment(const char* text) noexcept : _data(text), _len(std::strlen(text)) {}         // implicit
+    constexpr StrSegment(std::string_view v) noexcept : _data(v.data()), _len(v.size()) {}  // implicit
+    StrSegment(const Str& s) noexcept;  // implicit: a view of the whole string
 
     constexpr const char* data() const noexcept { return _data; }
     constexpr size_type size() const noexcept { return _len; }
@@ -45,7 +45,7 @@ struct StrSegment {
     constexpr const char* end() const noexcept { return _data + _len; }
     constexpr char operator[](size_type i) const noexcept { return _data[i]; }
     constexpr std::string_view view() const noexcept { return {_data, static_cast<std::size_t>(_len)}; }
-    constexpr operator std::string_view() const noexcept { return view(); }  // NOLINT
+    constexpr operator std::string_view() const noexcept { return view(); }  // implicit
 
     // Ends the view at p, a position inside it.
     void setEnd(const char* p) noexcept;
@@ -59,7 +59,7 @@ class Str {
     static constexpr size_type kMaxLength = (size_type{1} << 62) - 1;
 
     Str() noexcept : _p(_local), _len(0) { _local[0] = '\0'; }
-    Str(const char* text) : Str(text, std::strlen(text)) {}  // NOLINT: implicit, like a literal
+    Str(const char* text) : Str(text, std::strlen(text)) {}  // implicit, like a literal
     Str(const char* data, size_type len);
     explicit Str(StrSegment s) : Str(s._data, s._len) {}
     explicit Str(std::string_view v) : Str(v.data(), v.size()) {}
@@ -83,7 +83,7 @@ class Str {
     const char* begin() const noexcept { return _p; }
     const char* end() const noexcept { return _p + _len; }
     std::string_view view() const noexcept { return {_p, static_cast<std::size_t>(_len)}; }
-    operator std::string_view() const noexcept { return view(); }  // NOLINT
+    operator std::string_view() const noexcept { return view(); }  // implicit
 
     // Appends throw std::length_error("basic_string::append") past kMaxLength. Nothing to
     // append may come with a null pointer (an empty std::string_view).

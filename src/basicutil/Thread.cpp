@@ -294,8 +294,7 @@ bool Thread::waitForGo() {
     while (!_ready_to_run.load()) {
         checkThreadCall(pthread_cond_wait(&_start_condition, &globals.mutex), "pthread_cond_wait");
     }
-    const Thread* thr = this;
-    VESTRA_ASSERT(thr->_ready_to_run.load());
+    VESTRA_ASSERT_TEXT(_ready_to_run.load(), "thr->_ready_to_run.load()");
     if (_did_join.load() == ALREADY_DESTRUCTING) return false;
     if (_listed) addToGlobalThreadList();
     return true;

@@ -263,17 +263,12 @@ struct SplitNanoseconds {
 };
 }  // namespace
 
-// The guard text keeps the C-style cast of the original check.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wold-style-cast"
 static void subtract_timespec(std::uint64_t ns, SplitNanoseconds* rvp) noexcept {
     rvp->sec = ns / static_cast<std::uint64_t>(ONE_BILLION_AS_TVNSECS_TYPE);
     rvp->nsec = ns % static_cast<std::uint64_t>(ONE_BILLION_AS_TVNSECS_TYPE);
-    // clang-format off
-    VESTRA_ASSERT(rvp->nsec < (unsigned) ONE_BILLION_AS_TVNSECS_TYPE);
-    // clang-format on
+    VESTRA_ASSERT_TEXT(rvp->nsec < static_cast<std::uint64_t>(ONE_BILLION_AS_TVNSECS_TYPE),
+                       "rvp->nsec < (unsigned) ONE_BILLION_AS_TVNSECS_TYPE");
 }
-#pragma GCC diagnostic pop
 
 struct timespec Timespec::toPlatform() const noexcept {
     struct timespec ts {};

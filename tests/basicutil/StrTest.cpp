@@ -46,9 +46,9 @@ TEST(StrTest, LengthLimitRaisesTheAppendError) {
 
 TEST(StrDeathTest, AssertionTexts) {
     Str s;
-    EXPECT_DEATH(s.pop_back(), "basicutil/Str.*Assertion `!empty\\(\\)' failed");
+    EXPECT_DEATH(s.pop_back(), "!empty\\(\\)");
     StrSegment view("abc");
-    EXPECT_DEATH(view.setEnd(view._data + 4), "Assertion `_len >= \\(size_type\\) \\(p - _data\\)' failed");
+    EXPECT_DEATH(view.setEnd(view._data + 4), "_len >= \\(size_type\\) \\(p - _data\\)");
 }
 
 TEST(StrSearchTest, SearchingAndCounting) {

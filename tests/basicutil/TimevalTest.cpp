@@ -175,7 +175,7 @@ TEST(TimevalTest, AddEncodedSubsecondsAtTheEdges) {
 
 TEST(TimevalDeathTest, AssertionTexts) {
     Timeval tv{1, 0};
-    EXPECT_DEATH(tv.addEncodedSubseconds(0), "Assertion `encoded > 1' failed");
+    EXPECT_DEATH(tv.addEncodedSubseconds(0), "encoded > 1");
 }
 
 TEST(TimespecTest, ArithmeticSaturatesAtItsOwnSentinels) {
