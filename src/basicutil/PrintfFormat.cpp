@@ -515,7 +515,7 @@ void renderConversion(const Atom& atom, std::string_view written, std::span<cons
 
 }  // namespace
 
-PrintfFormat::Route PrintfFormat::routeOf(const PrintfFormatAtom& atom) noexcept {
+Route printf_details::routeOf(const PrintfFormatAtom& atom) noexcept {
     if (atom.conversion == Atom::CONV_CONSTANT_STRING) return Route::TEXT;
     if (atom.has(Atom::FLAG_VARIABLE_WIDTH | Atom::FLAG_VARIABLE_PRECISION)) return Route::GENERAL;
     if (isSimpleInteger(atom))
@@ -530,11 +530,10 @@ namespace {
 // Renders one atom along its route; an argument of an unexpected kind takes the general way,
 // which decides what a mismatch prints. Inlined into both drivers: the call would cost as much
 // as a plain "%d".
-[[gnu::always_inline]] inline void renderRouted(const Atom& atom, PrintfFormat::Route route,
+[[gnu::always_inline]] inline void renderRouted(const Atom& atom, Route route,
                                                 const std::string_view& written,
                                                 std::span<const PrintfArg> args, std::size_t& next,
                                                 int savedErrno, const PrintfOutput& out) {
-    using Route = PrintfFormat::Route;
     const PrintfArg* const arg = next < args.size() ? &args[next] : nullptr;
     switch (route) {
         case Route::TEXT:
@@ -600,7 +599,7 @@ void appendPrintf(const PrintfOutput& out, StrSegment format, std::span<const Pr
     PrintfFormatAtom atom;
     for (const char* start = format._data; atom.getNext(format, options); start = format._data) {
         const std::string_view written(start, static_cast<std::size_t>(format._data - start));
-        renderRouted(atom, PrintfFormat::routeOf(atom), written, args, next, savedErrno, out);
+        renderRouted(atom, routeOf(atom), written, args, next, savedErrno, out);
     }
 }
 

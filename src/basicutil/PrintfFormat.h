@@ -36,6 +36,10 @@
 
 namespace basicutil {
 
+namespace printf_details {
+enum class Route : std::uint8_t;  // how an atom is rendered (PrintfFormat_details.h)
+}  // namespace printf_details
+
 struct PrintfFormatAtom {
     enum : std::uint8_t {
         FLAG_ALTERNATE = 1,           // #
@@ -136,43 +140,6 @@ class PrintfOutput {
     void (*_append)(void*, const char*, std::size_t);
 };
 
-// --- Renderers: each renders one value for an atom into a fixed buffer of its own when
-// constructed; appendTo() writes it, padded to the atom's width, in one append. ------------------
-
-// An integer conversion (u, x, X, o, or %p as hexadecimal) of a value cut to the atom's size.
-class PrintfRenderedUnsignedInteger {
-  public:
-    PrintfRenderedUnsignedInteger(const PrintfFormatAtom& atom, std::uint64_t value);
-    PrintfRenderedUnsignedInteger(const PrintfRenderedUnsignedInteger&) = delete;  // points into itself
-    PrintfRenderedUnsignedInteger& operator=(const PrintfRenderedUnsignedInteger&) = delete;
-    void appendTo(const PrintfOutput& out) const;
-
-  protected:
-    PrintfRenderedUnsignedInteger(const PrintfFormatAtom& atom, std::uint64_t magnitude, const char* sign);
-
-  private:
-    void prepend(const char* text, std::size_t n);
-
-    const PrintfFormatAtom& _atom;
-    const char* _sign;              // "-", "+", " " or nullptr; in _buf once placed there
-    const char* _prefix = nullptr;  // "0x" or "0X"; likewise
-    std::size_t _zeros = 0;         // from the precision, or octal's "#"
-    char _buf[26];                  // digits at the tail: 20 decimal digits and 6 separators, or 22 octal
-    char* _p;                       // the first byte of the text in _buf
-};
-
-// A signed decimal conversion (d, i) of a value sign-extended from the atom's size.
-class PrintfRenderedSignedInteger : public PrintfRenderedUnsignedInteger {
-  public:
-    PrintfRenderedSignedInteger(const PrintfFormatAtom& atom, std::int64_t value);
-};
-
-void printfPointerValue(const PrintfFormatAtom& atom, const void* pointer, const PrintfOutput& out);
-void renderDouble(const PrintfFormatAtom& atom, double value,
-                  const PrintfOutput& out);  // PrintFloatingPoint.cpp
-void renderString(const PrintfFormatAtom& atom, StrSegment s, const PrintfOutput& out);
-void renderChar(const PrintfFormatAtom& atom, char c, const PrintfOutput& out);
-
 // A parsed format, rendered as often as needed. The format text must outlive it.
 class PrintfFormat {
   public:
@@ -189,26 +156,22 @@ class PrintfFormat {
         return std::array<PrintfArg, sizeof...(Args)>{PrintfArg(args)...};
     }
 
-    // How an atom is rendered: the common shapes skip the general renderer.
-    enum class Route : std::uint8_t {
-        TEXT,
-        SIMPLE_SIGNED,    // "%d", "%5d", "%'d"
-        SIMPLE_UNSIGNED,  // "%u", "%08x", "%X"
-        PLAIN_STRING,     // "%s"
-        INTEGER,
-        FLOAT,
-        GENERAL
-    };
-    static Route routeOf(const PrintfFormatAtom& atom) noexcept;
-
   private:
     std::vector<PrintfFormatAtom> _atoms;
-    std::vector<Route> _routes;              // one per atom
-    std::vector<std::string_view> _written;  // each atom's bytes in the format, printed on a mismatch
-    bool _readsErrno = false;                // errno is read only for formats with %m
+    std::vector<printf_details::Route> _routes;  // one per atom
+    std::vector<std::string_view> _written;      // each atom's bytes in the format, printed on a mismatch
+    bool _readsErrno = false;                    // errno is read only for formats with %m
 };
 
-// Parses and renders in one pass, allocating nothing but the output's growth.
+// --- Front ends, one for each job -----------------------------------------------------------
+//   appendf(out, "%5d", n)       appends to a Str or a std::string: the everyday call;
+//   strprintf("%5d", n)          returns a new Str;
+//   appendPrintf(out, format, args, options)
+//                                the engine itself: any PrintfOutput, an argument list built
+//                                apart (PrintfFormat::argumentList), and the getNext options
+//                                (%m, %p as a pointer, %z);
+//   PrintfFormat                 a format parsed once and rendered many times (log patterns).
+// Each one-pass call parses and renders together, allocating nothing but the output's growth.
 void appendPrintf(const PrintfOutput& out, StrSegment format, std::span<const PrintfArg> args,
                   unsigned options = 0);
 
@@ -219,12 +182,6 @@ void appendf(Str& out, std::string_view format, const Args&... args) {
 template <typename... Args>
 void appendf(std::string& out, std::string_view format, const Args&... args) {
     appendPrintf(PrintfOutput(out), StrSegment(format), PrintfFormat::argumentList(args...));
-}
-template <typename... Args>
-std::string formatPrintf(std::string_view format, const Args&... args) {
-    std::string out;
-    appendf(out, format, args...);
-    return out;
 }
 template <typename... Args>
 Str strprintf(std::string_view format, const Args&... args) {

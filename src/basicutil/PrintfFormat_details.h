@@ -1,4 +1,5 @@
-// Constant tables and small helpers shared by the printf renderers.
+// The printf engine's machinery: routes, renderers, constant tables and the padded output of
+// pieces. Callers use PrintfFormat.h.
 #pragma once
 
 #include <array>
@@ -6,7 +7,58 @@
 
 #include "basicutil/PrintfFormat.h"
 
-namespace basicutil::printf_details {
+namespace basicutil {
+
+// --- Renderers: each renders one value for an atom into a fixed buffer of its own when
+// constructed; appendTo() writes it, padded to the atom's width, in one append. ------------------
+
+// An integer conversion (u, x, X, o, or %p as hexadecimal) of a value cut to the atom's size.
+class PrintfRenderedUnsignedInteger {
+  public:
+    PrintfRenderedUnsignedInteger(const PrintfFormatAtom& atom, std::uint64_t value);
+    PrintfRenderedUnsignedInteger(const PrintfRenderedUnsignedInteger&) = delete;  // points into itself
+    PrintfRenderedUnsignedInteger& operator=(const PrintfRenderedUnsignedInteger&) = delete;
+    void appendTo(const PrintfOutput& out) const;
+
+  protected:
+    PrintfRenderedUnsignedInteger(const PrintfFormatAtom& atom, std::uint64_t magnitude, const char* sign);
+
+  private:
+    void prepend(const char* text, std::size_t n);
+
+    const PrintfFormatAtom& _atom;
+    const char* _sign;              // "-", "+", " " or nullptr; in _buf once placed there
+    const char* _prefix = nullptr;  // "0x" or "0X"; likewise
+    std::size_t _zeros = 0;         // from the precision, or octal's "#"
+    char _buf[26];                  // digits at the tail: 20 decimal digits and 6 separators, or 22 octal
+    char* _p;                       // the first byte of the text in _buf
+};
+
+// A signed decimal conversion (d, i) of a value sign-extended from the atom's size.
+class PrintfRenderedSignedInteger : public PrintfRenderedUnsignedInteger {
+  public:
+    PrintfRenderedSignedInteger(const PrintfFormatAtom& atom, std::int64_t value);
+};
+
+void printfPointerValue(const PrintfFormatAtom& atom, const void* pointer, const PrintfOutput& out);
+void renderDouble(const PrintfFormatAtom& atom, double value,
+                  const PrintfOutput& out);  // PrintFloatingPoint.cpp
+void renderString(const PrintfFormatAtom& atom, StrSegment s, const PrintfOutput& out);
+void renderChar(const PrintfFormatAtom& atom, char c, const PrintfOutput& out);
+
+namespace printf_details {
+
+// How an atom is rendered: the common shapes skip the general renderer.
+enum class Route : std::uint8_t {
+    TEXT,
+    SIMPLE_SIGNED,    // "%d", "%5d", "%'d"
+    SIMPLE_UNSIGNED,  // "%u", "%08x", "%X"
+    PLAIN_STRING,     // "%s"
+    INTEGER,
+    FLOAT,
+    GENERAL
+};
+Route routeOf(const PrintfFormatAtom& atom) noexcept;
 
 // Lower/upper letter pairs of the conversions, read from the right: conversion c's pair starts at
 // index 28 - 2c ("dd" is 1, "pp" is 12); "0x0X" in front supplies the hexadecimal prefixes.
@@ -67,4 +119,5 @@ struct Pieces {
 void emitPadded(const PrintfFormatAtom& atom, const Pieces& pieces, const PrintfOutput& out,
                 bool zeroPadAllowed);
 
-}  // namespace basicutil::printf_details
+}  // namespace printf_details
+}  // namespace basicutil

@@ -84,10 +84,10 @@ class Thread {
     // The name is printf-style (blanks are removed after formatting).
     template <typename... Args>
     explicit Thread(std::string_view nameFormat, const Args&... args)
-        : Thread(CreateTag{}, ThreadAttributes::defaults(), formatPrintf(nameFormat, args...)) {}
+        : Thread(CreateTag{}, ThreadAttributes::defaults(), formatName(nameFormat, args...)) {}
     template <typename... Args>
     Thread(const ThreadAttributes& attributes, std::string_view nameFormat, const Args&... args)
-        : Thread(CreateTag{}, attributes, formatPrintf(nameFormat, args...)) {}
+        : Thread(CreateTag{}, attributes, formatName(nameFormat, args...)) {}
 
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
@@ -133,6 +133,12 @@ class Thread {
     Thread(MainThreadTag);
     struct CreateTag {};
     Thread(CreateTag, const ThreadAttributes& attributes, std::string name);
+    template <typename... Args>
+    static std::string formatName(std::string_view format, const Args&... args) {
+        std::string name;
+        appendf(name, format, args...);
+        return name;
+    }
 
     static void* threadFrame(void* arg);
     bool waitForGo();

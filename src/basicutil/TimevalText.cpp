@@ -307,22 +307,26 @@ std::string Timeval::debugText() const {
     if (isZero()) return "ZERO_TIME";
     const auto seconds = static_cast<time_t>(tv_sec);
     struct tm local {};
-    if (localtime_r(&seconds, &local) == nullptr)
-        return formatPrintf("INVALID_TIME (%lld)", static_cast<long long>(tv_sec));
-    char text[26];  // asctime_r's documented minimum, newline and NUL included
-    if (asctime_r(&local, text) != nullptr) {
+    std::string text;
+    if (localtime_r(&seconds, &local) == nullptr) {
+        appendf(text, "INVALID_TIME (%lld)", static_cast<long long>(tv_sec));
+        return text;
+    }
+    char asctimeText[26];  // asctime_r's documented minimum, newline and NUL included
+    if (asctime_r(&local, asctimeText) != nullptr) {
         // Shorter than 25 bytes for years below 1000; the newline ends it whatever the length.
-        std::size_t len = ::strnlen(text, sizeof text);
-        if (len > 0 && text[len - 1] == '\n') --len;
-        return std::string(text, len);
+        std::size_t len = ::strnlen(asctimeText, sizeof asctimeText);
+        if (len > 0 && asctimeText[len - 1] == '\n') --len;
+        return text.assign(asctimeText, len);
     }
     // asctime_r refuses years of five digits and more: the same layout, written here.
     static constexpr char kDays[] = "SunMonTueWedThuFriSat";
     static constexpr char kMonths[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
     VESTRA_ASSERT(local.tm_wday >= 0 && local.tm_wday < 7 && local.tm_mon >= 0 && local.tm_mon < 12);
-    return formatPrintf("%.3s %.3s%3d %.2d:%.2d:%.2d %lld", std::string_view(kDays + 3 * local.tm_wday, 3),
-                        std::string_view(kMonths + 3 * local.tm_mon, 3), local.tm_mday, local.tm_hour,
-                        local.tm_min, local.tm_sec, static_cast<long long>(local.tm_year) + 1900);
+    appendf(text, "%.3s %.3s%3d %.2d:%.2d:%.2d %lld", std::string_view(kDays + 3 * local.tm_wday, 3),
+            std::string_view(kMonths + 3 * local.tm_mon, 3), local.tm_mday, local.tm_hour, local.tm_min,
+            local.tm_sec, static_cast<long long>(local.tm_year) + 1900);
+    return text;
 }
 
 void Timeval::appendStreamForm(std::string& out) const {
