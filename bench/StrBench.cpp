@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "basicutil/StrCase.h"
 #include "basicutil/StrEscape.h"
 #include "basicutil/StrParse.h"
 #include "basicutil/StrSearch.h"

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "basicutil/StrVector.h"
-
 namespace basicutil {
 namespace {
 
@@ -81,14 +79,6 @@ TEST(StrEscapeTest, UrlDecodingKeepsMalformedEscapes) {
         EXPECT_EQ(urlDecodeInPlace(s), c.valid) << c.text;
         EXPECT_EQ(s, std::string_view(c.decoded)) << c.text;
     }
-}
-
-TEST(StrVectorTest, PrintingAndSorting) {
-    StrVector items{"b", "a b", "", "ab"};
-    EXPECT_EQ(printList(items), std::string_view("[b 'a b'  ab]"));
-    EXPECT_EQ(printIndexed(items), std::string_view("{[0]='b' [1]='a b' [2]='' [3]='ab'}"));
-    sortStrVector(items);
-    EXPECT_EQ(items, (StrVector{"", "a b", "ab", "b"}));
 }
 
 }  // namespace
