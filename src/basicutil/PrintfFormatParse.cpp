@@ -60,18 +60,171 @@ bool PrintfFormatAtom::getNext(StrSegment& format, unsigned options) {
 
 namespace {
 
+// Flags, in any order and repeated: blank, #, ', +, - and 0.
+void readFlags(Atom& atom, const char*& p, const char* end) {
+    for (; p < end; ++p) {
+        switch (*p) {
+            case ' ':
+                if (atom.sign_nonnegative != Atom::SIGN_NONNEGATIVE_PLUS)
+                    atom.sign_nonnegative = Atom::SIGN_NONNEGATIVE_SPACE;
+                break;
+            case '+':
+                atom.sign_nonnegative = Atom::SIGN_NONNEGATIVE_PLUS;
+                break;
+            case '#':
+                atom.flags |= Atom::FLAG_ALTERNATE;
+                break;
+            case '\'':
+                atom.flags |= Atom::FLAG_SEPARATORS;
+                break;
+            case '-':
+                atom.padding = Atom::PAD_RIGHT_SPACES;
+                break;
+            case '0':
+                if (atom.padding != Atom::PAD_RIGHT_SPACES) atom.padding = Atom::PAD_LEFT_ZEROS;
+                break;
+            default:
+                return;
+        }
+    }
+}
+
+// A width ("*" or a number from 1-9) and a precision ("." then "*", digits or nothing). False
+// when a number passes INT_MAX: the conversion is then printed as written.
+bool readWidthAndPrecision(Atom& atom, const char*& p, const char* end) {
+    bool fits = true;
+    if (p < end && *p == '*') {
+        atom.flags |= Atom::FLAG_VARIABLE_WIDTH;
+        ++p;
+    } else if (p < end && *p >= '1' && *p <= '9') {
+        fits = readNumber(p, end, atom.width);
+    }
+    if (p < end && *p == '.') {
+        ++p;
+        if (p < end && *p == '*') {
+            atom.flags |= Atom::FLAG_VARIABLE_PRECISION;
+            ++p;
+        } else {
+            fits = readNumber(p, end, atom.precision) && fits;
+        }
+    }
+    return fits;
+}
+
+// The argument size that a size modifier gives (4 without one), moving past the modifier.
+std::size_t readSizeModifier(const char*& p, const char* end, unsigned options) {
+    const auto at = [&](std::size_t i, char c) {
+        return end - p > static_cast<std::ptrdiff_t>(i) && p[i] == c;
+    };
+    switch (p < end ? *p : '\0') {
+        case 'h':  // hh or h
+            if (at(1, 'h')) return p += 2, 1;
+            return p += 1, 2;
+        case 'l':  // ll or l
+            p += at(1, 'l') ? 2 : 1;
+            return 8;
+        case 'q':
+        case 'j':
+        case 't':
+            return p += 1, 8;
+        case 'z':  // unless it is the conversion itself
+            if ((options & Atom::OPTION_Z_STRING) == 0) return p += 1, 8;
+            return 4;
+        case 'I':  // I32 or I64
+            if (at(1, '3') && at(2, '2')) return p += 3, 4;
+            if (at(1, '6') && at(2, '4')) return p += 3, 8;
+            return 4;
+        case 'w':  // only before S, c or s
+            if (at(1, 'S') || at(1, 'c') || at(1, 's')) return p += 1, 8;
+            return 4;
+        default:
+            return 4;
+    }
+}
+
+enum class Letter { CONVERSION, PERCENT, UNKNOWN };
+
+// The conversion letter, with the case, size and form it implies.
+Letter readConversion(Atom& atom, char letter, unsigned options) {
+    // X, E, F, G and A are their lower-case conversions, in upper case.
+    if (letter == 'X' || letter == 'E' || letter == 'F' || letter == 'G' || letter == 'A') {
+        atom.flags |= Atom::FLAG_UPPER_CASE;
+        letter = static_cast<char>(letter - 'A' + 'a');
+    }
+    switch (letter) {
+        case 'd':
+        case 'i':
+            atom.conversion = Atom::CONV_SIGNED_DECIMAL;
+            return Letter::CONVERSION;
+        case 'u':
+            atom.conversion = Atom::CONV_UNSIGNED_DECIMAL;
+            return Letter::CONVERSION;
+        case 'x':
+            atom.conversion = Atom::CONV_UNSIGNED_HEX;
+            return Letter::CONVERSION;
+        case 'o':
+            atom.conversion = Atom::CONV_UNSIGNED_OCTAL;
+            return Letter::CONVERSION;
+        case 'e':
+            atom.conversion = Atom::CONV_FLOAT_EXPONENT;
+            return Letter::CONVERSION;
+        case 'f':
+            atom.conversion = Atom::CONV_FLOAT_FIXED;
+            return Letter::CONVERSION;
+        case 'g':
+            atom.conversion = Atom::CONV_FLOAT_CHOOSE;
+            return Letter::CONVERSION;
+        case 'a':
+            atom.conversion = Atom::CONV_FLOAT_HEX;
+            return Letter::CONVERSION;
+        case 'c':
+            atom.conversion = Atom::CONV_CHAR;
+            atom.size = 4;
+            return Letter::CONVERSION;
+        case 'z':
+            if ((options & Atom::OPTION_Z_STRING) == 0) return Letter::UNKNOWN;
+            [[fallthrough]];
+        case 's':
+        case 'S':
+            atom.conversion = Atom::CONV_STRING;
+            atom.size = 8;
+            return Letter::CONVERSION;
+        case 'm':
+            if ((options & Atom::OPTION_ERRNO) == 0) return Letter::UNKNOWN;
+            atom.conversion = Atom::CONV_ERRNO_STRING;
+            return Letter::CONVERSION;
+        case 'p':
+            if (options & Atom::OPTION_POINTERS) {
+                atom.conversion = Atom::CONV_POINTER;
+                atom.size = 8;
+                atom.flags |= Atom::FLAG_ALTERNATE;
+            } else {
+                atom.conversion = Atom::CONV_UNSIGNED_HEX;
+                atom.flags |= Atom::FLAG_UPPER_CASE;
+            }
+            return Letter::CONVERSION;
+        case '%':
+            return Letter::PERCENT;
+        default:
+            return Letter::UNKNOWN;
+    }
+}
+
+// Rules that hold between the fields once the letter is known.
+void settleConversion(Atom& atom) {
+    if (atom.isFloat()) atom.size = 8;
+    if (atom.conversion == Atom::CONV_UNSIGNED_DECIMAL || atom.conversion == Atom::CONV_UNSIGNED_HEX ||
+        atom.conversion == Atom::CONV_UNSIGNED_OCTAL)
+        atom.sign_nonnegative = Atom::SIGN_NONNEGATIVE_NONE;
+    if (atom.padsLikeInteger() && (atom.precision != Atom::NONE || atom.has(Atom::FLAG_VARIABLE_PRECISION)) &&
+        atom.padding == Atom::PAD_LEFT_ZEROS)
+        atom.padding = Atom::PAD_LEFT_SPACES;
+}
+
 // One atom from a format that is not empty.
 bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
     VESTRA_ASSERT(!formatp->empty());
     StrSegment& format = *formatp;
-    // The fields are the atom's own; keep the member-like names of the parsing rules.
-    std::uint8_t& flags = atom.flags;
-    Atom::Padding& padding = atom.padding;
-    Atom::SignNonnegative& sign_nonnegative = atom.sign_nonnegative;
-    Atom::Conversion& conversion = atom.conversion;
-    std::size_t& width = atom.width;
-    std::size_t& precision = atom.precision;
-    std::size_t& size = atom.size;
     const char* const begin = format.begin();
     const char* const end = format.end();
     const char* p = begin;
@@ -87,168 +240,20 @@ bool parseAtom(PrintfFormatAtom& atom, StrSegment* formatp, unsigned options) {
         return literal(begin, p, p);
     }
     ++p;
-    for (bool more = true; more && p < end;) {
-        switch (*p) {
-            case ' ':
-                if (sign_nonnegative != Atom::SIGN_NONNEGATIVE_PLUS)
-                    sign_nonnegative = Atom::SIGN_NONNEGATIVE_SPACE;
-                break;
-            case '+':
-                sign_nonnegative = Atom::SIGN_NONNEGATIVE_PLUS;
-                break;
-            case '#':
-                flags |= Atom::FLAG_ALTERNATE;
-                break;
-            case '\'':
-                flags |= Atom::FLAG_SEPARATORS;
-                break;
-            case '-':
-                padding = Atom::PAD_RIGHT_SPACES;
-                break;
-            case '0':
-                if (padding != Atom::PAD_RIGHT_SPACES) padding = Atom::PAD_LEFT_ZEROS;
-                break;
-            default:
-                more = false;
-                continue;
-        }
-        ++p;
-    }
-    bool tooLarge = false;
-    if (p < end && *p == '*') {
-        flags |= Atom::FLAG_VARIABLE_WIDTH;
-        ++p;
-    } else if (p < end && *p >= '1' && *p <= '9') {
-        tooLarge = !readNumber(p, end, width);
-    }
-    if (p < end && *p == '.') {
-        ++p;
-        if (p < end && *p == '*') {
-            flags |= Atom::FLAG_VARIABLE_PRECISION;
-            ++p;
-        } else {
-            tooLarge = !readNumber(p, end, precision) || tooLarge;
-        }
-    }
-    size = 4;
-    const auto at = [&](std::size_t i, char c) {
-        return end - p > static_cast<std::ptrdiff_t>(i) && p[i] == c;
-    };
-    switch (p < end ? *p : '\0') {
-        case 'h':  // hh or h
-            size = at(1, 'h') ? 1 : 2;
-            p += at(1, 'h') ? 2 : 1;
-            break;
-        case 'l':  // ll or l
-            size = 8;
-            p += at(1, 'l') ? 2 : 1;
-            break;
-        case 'q':
-        case 'j':
-        case 't':
-            size = 8, p += 1;
-            break;
-        case 'z':  // unless it is the conversion itself
-            if ((options & Atom::OPTION_Z_STRING) == 0) size = 8, p += 1;
-            break;
-        case 'I':  // I32 or I64
-            if (at(1, '3') && at(2, '2'))
-                size = 4, p += 3;
-            else if (at(1, '6') && at(2, '4'))
-                size = 8, p += 3;
-            break;
-        case 'w':  // only before S, c or s
-            if (at(1, 'S') || at(1, 'c') || at(1, 's')) size = 8, p += 1;
-            break;
-        default:
-            break;
-    }
+    readFlags(atom, p, end);
+    const bool fits = readWidthAndPrecision(atom, p, end);
+    atom.size = readSizeModifier(p, end, options);
     if (p >= end) return literal(begin, begin + 1, end);  // the format stops inside a conversion
-
-    const char letter = *p++;
-    const std::string_view asWritten(begin, static_cast<std::size_t>(p - begin));
-    switch (letter) {
-        case 'd':
-        case 'i':
-            conversion = Atom::CONV_SIGNED_DECIMAL;
-            break;
-        case 'u':
-            conversion = Atom::CONV_UNSIGNED_DECIMAL;
-            break;
-        case 'X':
-            flags |= Atom::FLAG_UPPER_CASE;
-            [[fallthrough]];
-        case 'x':
-            conversion = Atom::CONV_UNSIGNED_HEX;
-            break;
-        case 'o':
-            conversion = Atom::CONV_UNSIGNED_OCTAL;
-            break;
-        case 'E':
-            flags |= Atom::FLAG_UPPER_CASE;
-            [[fallthrough]];
-        case 'e':
-            conversion = Atom::CONV_FLOAT_EXPONENT;
-            break;
-        case 'F':
-            flags |= Atom::FLAG_UPPER_CASE;
-            [[fallthrough]];
-        case 'f':
-            conversion = Atom::CONV_FLOAT_FIXED;
-            break;
-        case 'G':
-            flags |= Atom::FLAG_UPPER_CASE;
-            [[fallthrough]];
-        case 'g':
-            conversion = Atom::CONV_FLOAT_CHOOSE;
-            break;
-        case 'A':
-            flags |= Atom::FLAG_UPPER_CASE;
-            [[fallthrough]];
-        case 'a':
-            conversion = Atom::CONV_FLOAT_HEX;
-            break;
-        case 'c':
-            conversion = Atom::CONV_CHAR;
-            size = 4;
-            break;
-        case 's':
-        case 'S':
-            conversion = Atom::CONV_STRING;
-            size = 8;
-            break;
-        case 'z':
-            if ((options & Atom::OPTION_Z_STRING) == 0) return literal(begin, p, p);
-            conversion = Atom::CONV_STRING;
-            size = 8;
-            break;
-        case 'm':
-            if ((options & Atom::OPTION_ERRNO) == 0) return literal(begin, p, p);
-            conversion = Atom::CONV_ERRNO_STRING;
-            break;
-        case 'p':
-            if (options & Atom::OPTION_POINTERS) {
-                conversion = Atom::CONV_POINTER;
-                size = 8;
-                flags |= Atom::FLAG_ALTERNATE;
-            } else {
-                conversion = Atom::CONV_UNSIGNED_HEX;
-                flags |= Atom::FLAG_UPPER_CASE;
-            }
-            break;
-        case '%':
+    switch (readConversion(atom, *p++, options)) {
+        case Letter::PERCENT:
             return literal(p - 1, p, p);
-        default:
+        case Letter::UNKNOWN:
             return literal(begin, p, p);  // printed as written
+        case Letter::CONVERSION:
+            break;
     }
-    if (tooLarge) return literal(asWritten.data(), asWritten.data() + asWritten.size(), p);
-    if (atom.isFloat()) size = 8;
-    if (conversion == Atom::CONV_UNSIGNED_DECIMAL || conversion == Atom::CONV_UNSIGNED_HEX ||
-        conversion == Atom::CONV_UNSIGNED_OCTAL)
-        sign_nonnegative = Atom::SIGN_NONNEGATIVE_NONE;
-    if (atom.padsLikeInteger() && (precision != Atom::NONE || atom.has(Atom::FLAG_VARIABLE_PRECISION)) &&
-        padding == Atom::PAD_LEFT_ZEROS)
-        padding = Atom::PAD_LEFT_SPACES;
+    if (!fits) return literal(begin, p, p);
+    settleConversion(atom);
     format = StrSegment(p, static_cast<size_type>(end - p));  // p never passes end
     return true;
 }
