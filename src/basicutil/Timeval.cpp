@@ -9,53 +9,90 @@
 namespace basicutil {
 
 namespace {
+
 constexpr std::int64_t kUsecPerSec = 1000000;
 constexpr std::int64_t kNsecPerSec = ONE_BILLION_AS_TVNSECS_TYPE;
+
+// --- Saturating arithmetic, once for both types --------------------------------------------
+
+constexpr std::int64_t unitsPerSecond(const Timeval&) {
+    return kUsecPerSec;
+}
+constexpr std::int64_t unitsPerSecond(const Timespec&) {
+    return kNsecPerSec;
+}
+std::int64_t& fractionOf(Timeval& t) {
+    return t.tv_usec;
+}
+std::int64_t& fractionOf(Timespec& t) {
+    return t.tv_nsec;
+}
+
+// Adds whole seconds and a fraction below one second (in T's own unit), saturating at MAX_TIME.
+template <typename T>
+void addSplit(T& t, std::int64_t seconds, std::int64_t fraction) noexcept {
+    const std::int64_t perSecond = unitsPerSecond(t);
+    if (t.tv_sec > INT64_MAX - seconds) {
+        t = T::MAX_TIME;
+        return;
+    }
+    t.tv_sec += seconds;
+    std::int64_t& f = fractionOf(t);
+    f += fraction;
+    if (f < perSecond) return;
+    VESTRA_ASSERT(f < 2 * perSecond);
+    if (t.tv_sec == INT64_MAX) {
+        t = T::MAX_TIME;
+        return;
+    }
+    t.tv_sec += 1;
+    f -= perSecond;
+}
+
+template <typename T>
+void subtractSplit(T& t, std::int64_t seconds, std::int64_t fraction) noexcept {
+    const std::int64_t perSecond = unitsPerSecond(t);
+    if (t.tv_sec < INT64_MIN + seconds) {
+        t = T::MIN_TIME;
+        return;
+    }
+    t.tv_sec -= seconds;
+    std::int64_t& f = fractionOf(t);
+    f -= fraction;
+    if (f >= 0) return;
+    VESTRA_ASSERT(f >= -perSecond);
+    if (t.tv_sec == INT64_MIN) {
+        t = T::MIN_TIME;
+        return;
+    }
+    t.tv_sec -= 1;
+    f += perSecond;
+}
+
+// A count of 1/countPerSecond seconds, split into seconds and T's fraction unit.
+template <typename T>
+void addCount(T& t, std::uint64_t count, std::uint64_t countPerSecond) noexcept {
+    const auto scale = static_cast<std::uint64_t>(unitsPerSecond(t)) / countPerSecond;
+    addSplit(t, static_cast<std::int64_t>(count / countPerSecond),
+             static_cast<std::int64_t>(count % countPerSecond * scale));
+}
+template <typename T>
+void subtractCount(T& t, std::uint64_t count, std::uint64_t countPerSecond) noexcept {
+    const auto scale = static_cast<std::uint64_t>(unitsPerSecond(t)) / countPerSecond;
+    subtractSplit(t, static_cast<std::int64_t>(count / countPerSecond),
+                  static_cast<std::int64_t>(count % countPerSecond * scale));
+}
+
 }  // namespace
 
 // --- Timeval arithmetic -------------------------------------------------------------------
 
-// Adds whole seconds and a sub-second part below one second, saturating at MAX_TIME.
-static void addSplit(Timeval& _tv, std::int64_t seconds, std::int64_t usec) noexcept {
-    if (_tv.tv_sec > INT64_MAX - seconds) {
-        _tv = Timeval::MAX_TIME;
-        return;
-    }
-    _tv.tv_sec += seconds;
-    _tv.tv_usec += usec;
-    if (_tv.tv_usec <= 999999) return;
-    VESTRA_ASSERT(_tv.tv_usec < 2000000);
-    if (_tv.tv_sec == INT64_MAX) {
-        _tv = Timeval::MAX_TIME;
-        return;
-    }
-    _tv.tv_sec += 1;
-    _tv.tv_usec -= kUsecPerSec;
-}
-
-static void subtractSplit(Timeval& _tv, std::int64_t seconds, std::int64_t usec) noexcept {
-    if (_tv.tv_sec < INT64_MIN + seconds) {
-        _tv = Timeval::MIN_TIME;
-        return;
-    }
-    _tv.tv_sec -= seconds;
-    _tv.tv_usec -= usec;
-    if (_tv.tv_usec >= 0) return;
-    VESTRA_ASSERT(_tv.tv_usec >= -1000000);
-    if (_tv.tv_sec == INT64_MIN) {
-        _tv = Timeval::MIN_TIME;
-        return;
-    }
-    _tv.tv_sec -= 1;
-    _tv.tv_usec += kUsecPerSec;
-}
-
 void Timeval::addUsec(std::uint64_t usec) noexcept {
-    addSplit(*this, static_cast<std::int64_t>(usec / 1000000), static_cast<std::int64_t>(usec % 1000000));
+    addCount(*this, usec, 1000000);
 }
 
 void Timeval::_add(std::uint64_t ms) noexcept {
-    addSplit(*this, static_cast<std::int64_t>(ms / 1000), static_cast<std::int64_t>(ms % 1000) * 1000);
+    addCount(*this, ms, 1000);
 }
 
 void Timeval::addSeconds(std::uint32_t seconds) noexcept {
@@ -67,12 +104,11 @@ void Timeval::addSeconds(std::uint32_t seconds) noexcept {
 }
 
 void Timeval::subtractUsec(std::uint64_t usec) noexcept {
-    subtractSplit(*this, static_cast<std::int64_t>(usec / 1000000),
-                  static_cast<std::int64_t>(usec % 1000000));
+    subtractCount(*this, usec, 1000000);
 }
 
 void Timeval::_subtract(std::uint64_t ms) noexcept {
-    subtractSplit(*this, static_cast<std::int64_t>(ms / 1000), static_cast<std::int64_t>(ms % 1000) * 1000);
+    subtractCount(*this, ms, 1000);
 }
 
 void Timeval::subtractSeconds(std::uint32_t seconds) noexcept {
@@ -222,40 +258,6 @@ std::uint64_t doubleSecondsToUsec(double seconds) noexcept {
 
 // --- Timespec -----------------------------------------------------------------------------
 
-static void addSplit(Timespec& _ts, std::int64_t seconds, std::int64_t nsec) noexcept {
-    if (_ts.tv_sec > INT64_MAX - seconds) {
-        _ts = Timespec::MAX_TIME;
-        return;
-    }
-    _ts.tv_sec += seconds;
-    _ts.tv_nsec += nsec;
-    if (_ts.tv_nsec <= 999999999) return;
-    VESTRA_ASSERT(_ts.tv_nsec < 2 * ONE_BILLION_AS_TVNSECS_TYPE);
-    if (_ts.tv_sec == INT64_MAX) {
-        _ts = Timespec::MAX_TIME;
-        return;
-    }
-    _ts.tv_sec += 1;
-    _ts.tv_nsec -= kNsecPerSec;
-}
-
-static void subtractSplit(Timespec& _ts, std::int64_t seconds, std::int64_t nsec) noexcept {
-    if (_ts.tv_sec < INT64_MIN + seconds) {
-        _ts = Timespec::MIN_TIME;
-        return;
-    }
-    _ts.tv_sec -= seconds;
-    _ts.tv_nsec -= nsec;
-    if (_ts.tv_nsec >= 0) return;
-    VESTRA_ASSERT(_ts.tv_nsec >= -ONE_BILLION_AS_TVNSECS_TYPE);
-    if (_ts.tv_sec == INT64_MIN) {
-        _ts = Timespec::MIN_TIME;
-        return;
-    }
-    _ts.tv_sec -= 1;
-    _ts.tv_nsec += kNsecPerSec;
-}
-
 namespace {
 struct SplitNanoseconds {
     std::uint64_t sec;
@@ -278,16 +280,15 @@ struct timespec Timespec::toPlatform() const noexcept {
 }
 
 void Timespec::addMs(std::uint64_t ms) noexcept {
-    addSplit(*this, static_cast<std::int64_t>(ms / 1000), static_cast<std::int64_t>(ms % 1000) * 1000000);
+    addCount(*this, ms, 1000);
 }
 
 void Timespec::addNs(std::uint64_t ns) noexcept {
-    addSplit(*this, static_cast<std::int64_t>(ns / 1000000000), static_cast<std::int64_t>(ns % 1000000000));
+    addCount(*this, ns, 1000000000);
 }
 
 void Timespec::subtractMs(std::uint64_t ms) noexcept {
-    subtractSplit(*this, static_cast<std::int64_t>(ms / 1000),
-                  static_cast<std::int64_t>(ms % 1000) * 1000000);
+    subtractCount(*this, ms, 1000);
 }
 
 void Timespec::subtractNs(std::uint64_t ns) noexcept {
