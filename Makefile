@@ -1,5 +1,5 @@
 # Everything starts here: `make run` and `make test` work on a fresh machine.
-.PHONY: all deps build run test asan tsan fuzz unicode-tables clean
+.PHONY: all deps build run test asan tsan fuzz format-check unicode-tables clean
 
 JOBS ?= 2
 FUZZ_SECONDS ?= 30
@@ -42,6 +42,11 @@ fuzz: deps
 	cmake --preset fuzz
 	cmake --build --preset fuzz -j $(JOBS)
 	sh scripts/run-fuzzers.sh build/fuzz/bin $(FUZZ_SECONDS)
+
+# Every tracked source as clang-format would write it (.clang-format); nothing is changed.
+format-check: deps
+	git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format --dry-run -Werror
+	@echo "format-check: every tracked source is formatted"
 
 # Regenerates the Unicode tables from the character database and fails if they differ from
 # what is committed (the changed files stay in the tree for a look).

@@ -67,7 +67,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FUZZ_CHECK(urlDecodeInPlace(encoded) == referenceValid(text));
     FUZZ_CHECK(encoded.view() == text);
     Str decoded(segment);
-    urlDecodeInPlace(decoded);
+    const bool decodedValid = urlDecodeInPlace(decoded);
+    FUZZ_CHECK(decodedValid == referenceValid(decoded.view()));
     FUZZ_CHECK(decoded.size() <= text.size());
 
     // UTF-8 measures.

@@ -5,8 +5,9 @@
 set -eu
 
 # python3 runs the table generator (and the test that checks its output against the tree);
-# ICU and fmt are the benchmarks' peers (case conversion, formatting).
-DEBIAN_PACKAGES="cmake ninja-build g++ clang libclang-rt-dev pkg-config python3
+# clang-format checks the formatting; ICU and fmt are the benchmarks' peers (case conversion,
+# formatting).
+DEBIAN_PACKAGES="cmake ninja-build g++ clang clang-format libclang-rt-dev pkg-config python3 git
 libgtest-dev libgmock-dev libbenchmark-dev libdouble-conversion-dev libpcre2-dev libicu-dev libfmt-dev"
 FREEBSD_PACKAGES="cmake ninja pkgconf python3 googletest benchmark double-conversion pcre2 icu libfmt"
 

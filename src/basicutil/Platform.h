@@ -34,11 +34,11 @@ inline constexpr std::size_t kThreadNameMaxBytes = 15;  // TASK_COMM_LEN - 1
 
 // Names the thread, cutting the name to kThreadNameMaxBytes (never inside a UTF-8 sequence).
 // Returns the pthread_setname_np result (0 or an error number).
-int setThreadName(pthread_t thread, const char* name) noexcept;
+[[nodiscard]] int setThreadName(pthread_t thread, const char* name) noexcept;
 
 // Reads a thread's name into buf (NUL-terminated); returns the pthread_getname_np result. On
 // FreeBSD it is declared in <pthread_np.h>, on glibc in <pthread.h>.
-int threadName(pthread_t thread, char* buf, std::size_t len) noexcept;
+[[nodiscard]] int threadName(pthread_t thread, char* buf, std::size_t len) noexcept;
 
 // The kernel's numeric id of the calling thread (gettid on Linux, pthread_getthreadid_np on FreeBSD).
 std::uint64_t currentThreadId() noexcept;
@@ -48,8 +48,8 @@ std::uint64_t currentThreadId() noexcept;
 const char* errorText(int errnum, char* buf, std::size_t len) noexcept;
 
 // Clock reads: each returns true on success and leaves errno set on failure.
-bool readWallClock(struct timeval& out) noexcept;        // gettimeofday
-bool readMonotonicClock(struct timespec& out) noexcept;  // clock_gettime(CLOCK_MONOTONIC)
-bool readUtcClock(struct timespec& out) noexcept;        // timespec_get(TIME_UTC)
+[[nodiscard]] bool readWallClock(struct timeval& out) noexcept;        // gettimeofday
+[[nodiscard]] bool readMonotonicClock(struct timespec& out) noexcept;  // clock_gettime(CLOCK_MONOTONIC)
+[[nodiscard]] bool readUtcClock(struct timespec& out) noexcept;        // timespec_get(TIME_UTC)
 
 }  // namespace basicutil::platform

@@ -51,11 +51,12 @@ bool shouldRoundAwayFromZero(const DoubleWithSignificantFigures& dsf, std::int32
 // half an ulp of the value, must round to the same result. Fills `dsf` as the shortest digits
 // rounded to `decimals` places would be, or returns false (near a tie, huge, tiny, zero), when
 // only that general path can decide.
-bool roundFixedExactly(double value, std::size_t decimals, DoubleWithSignificantFigures& dsf);
+[[nodiscard]] bool roundFixedExactly(double value, std::size_t decimals, DoubleWithSignificantFigures& dsf);
 
 // The same for `sigfigs` significant figures (%e, %g), up to 15 of them: the rounding position
 // follows from the value's decimal exponent.
-bool roundSignificantExactly(double value, std::size_t sigfigs, DoubleWithSignificantFigures& dsf);
+[[nodiscard]] bool roundSignificantExactly(double value, std::size_t sigfigs,
+                                           DoubleWithSignificantFigures& dsf);
 
 // --- The floating renderers: each renders a value for an atom when constructed, into buffers
 // of its own (the pieces point into them), and appendTo() writes it padded to the atom's width.

@@ -89,7 +89,7 @@ struct PrintfFormatAtom {
 
     // Parses the next atom at the front of `format` and advances past it. False only when the
     // format is empty (the atom is then an empty constant). The format must outlive the atom.
-    bool getNext(StrSegment& format, unsigned options = 0);
+    [[nodiscard]] bool getNext(StrSegment& format, unsigned options = 0);
     // Fill a * width or precision from an argument; the field must still be NONE.
     void setVariableWidth(std::size_t w);
     void setVariablePrecision(std::size_t p);

@@ -33,6 +33,6 @@ Str urlEncode(StrSegment s);
 void urlEncodeInPlace(Str& s);
 // %XX (either case) becomes its byte, + a blank; a % without two hex digits stays. Returns
 // whether the result is valid UTF-8.
-bool urlDecodeInPlace(Str& s);
+[[nodiscard]] bool urlDecodeInPlace(Str& s);
 
 }  // namespace basicutil

@@ -28,9 +28,8 @@ bool parseBool(StrSegment s, bool& value) noexcept {
 
 bool parseBoolOr(StrSegment s, bool ifEmpty, bool ifUnrecognised) noexcept {
     if (s.empty()) return ifEmpty;
-    bool value = ifUnrecognised;
-    parseBool(s, value);
-    return value;
+    bool value = false;
+    return parseBool(s, value) ? value : ifUnrecognised;
 }
 
 bool parseUnsigned64(StrSegment s, std::uint64_t& value) noexcept {

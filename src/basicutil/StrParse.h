@@ -9,15 +9,15 @@ namespace basicutil {
 
 // "f", "false", "no" (any case) and "0" are false; "t", "true", "yes" (any case) and "1" are
 // true. Anything else returns false and leaves `value` alone.
-bool parseBool(StrSegment s, bool& value) noexcept;
+[[nodiscard]] bool parseBool(StrSegment s, bool& value) noexcept;
 // ifEmpty for empty text, the parsed value when recognised, ifUnrecognised otherwise.
 bool parseBoolOr(StrSegment s, bool ifEmpty, bool ifUnrecognised) noexcept;
 
 // Decimal fields as parse_unsigned_val reads them (blanks around allowed). The signed form takes
 // one leading '-'; each fails outside its type's range.
-bool parseUnsigned64(StrSegment s, std::uint64_t& value) noexcept;
-bool parseUnsigned32(StrSegment s, std::uint32_t& value) noexcept;
-bool parseInt32(StrSegment s, std::int32_t& value) noexcept;
+[[nodiscard]] bool parseUnsigned64(StrSegment s, std::uint64_t& value) noexcept;
+[[nodiscard]] bool parseUnsigned32(StrSegment s, std::uint32_t& value) noexcept;
+[[nodiscard]] bool parseInt32(StrSegment s, std::int32_t& value) noexcept;
 std::uint32_t parseUnsigned32Or(StrSegment s, std::uint32_t fallback) noexcept;
 std::int32_t parseInt32Or(StrSegment s, std::int32_t fallback) noexcept;
 

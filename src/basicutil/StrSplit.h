@@ -65,7 +65,7 @@ void splitLines(StrSegment input, std::vector<StrSegment>& out);
 // Moves bytes from `input` into `line` up to the next line feed. True when a whole line is in
 // `line` (without its line feed and one carriage return, also one that ended the previous
 // chunk); false when `input` ran out first (it is then empty).
-bool accumulateLine(StrSegment& input, Str& line);
+[[nodiscard]] bool accumulateLine(StrSegment& input, Str& line);
 
 // The items separated by one byte.
 Str join(const std::vector<StrSegment>& items, char separator);

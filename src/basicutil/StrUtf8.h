@@ -23,7 +23,8 @@ void utf8_character_count_truncate(StrSegment& view, size_type n) noexcept;
 size_type utf8DisplayWidth(StrSegment s) noexcept;
 // Byte offsets [start, end) of `count` characters from character `first`. False when the text
 // ends before `first`. count 0 gives an empty range at the start.
-bool utf8Substring(StrSegment s, size_type first, size_type count, size_type& start, size_type& end) noexcept;
+[[nodiscard]] bool utf8Substring(StrSegment s, size_type first, size_type count, size_type& start,
+                                 size_type& end) noexcept;
 // Validity: leads 0xC2-0xF4 with their continuation bytes, the second byte at least 0x90 after
 // 0xF0 and at most 0x8F after 0xF4. Three-byte forms are not checked further, so E0 80 80 and
 // the surrogates pass.

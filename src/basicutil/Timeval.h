@@ -83,8 +83,8 @@ struct Timeval {
     // --- Text (TimevalText.cpp) ---
     // Decimal seconds: optional "-", at least one digit, optionally "." and digits. Fraction
     // digits past the sixth are dropped. Returns false (target unchanged) on anything else.
-    bool mem_parse_into(const char* data, std::size_t len) noexcept;
-    bool parse_into(const char* text) noexcept;
+    [[nodiscard]] bool mem_parse_into(const char* data, std::size_t len) noexcept;
+    [[nodiscard]] bool parse_into(const char* text) noexcept;
     // Decimal seconds with `fractionDigits` digits after the point (none: no point); digits
     // past the sixth are "0", nothing is rounded.
     void appendDecimal(std::string& out, unsigned fractionDigits) const;
@@ -95,7 +95,7 @@ struct Timeval {
     void encodeSortable(char (&out)[kSortableCodeLength]) const noexcept;
     std::string sortableCode() const;
     // Exactly 14 bytes. A code before 1970 decodes to MAX_TIME.
-    bool decodeSortable(const char* data, std::size_t len) noexcept;
+    [[nodiscard]] bool decodeSortable(const char* data, std::size_t len) noexcept;
 
     // "MAX_TIME", "MIN_TIME", "ZERO_TIME", or the local time as asctime writes it, without its
     // newline, for any year ("Mon Jan  1 00:00:00 12345"); "INVALID_TIME (<seconds>)" when the
@@ -152,10 +152,11 @@ inline constexpr Timespec Timespec::MAX_TIME{INT64_MAX, 999999999};
 // Seconds with an optional fraction ("2.5", ".5") as milliseconds, rounded half up. A duration
 // that is not zero never parses as 0 ms; from 18446744073709552 s on the result is the infinite
 // duration 2^64-1.
-bool mem_parse_seconds_as_ms(const char* data, std::size_t len, std::uint64_t& ms) noexcept;
+[[nodiscard]] bool mem_parse_seconds_as_ms(const char* data, std::size_t len, std::uint64_t& ms) noexcept;
 
 // Signed whole seconds with an optional "-"; saturates on overflow (the rest must be digits).
-bool mem_parse_signed_seconds(const char* data, std::size_t len, std::int64_t& seconds) noexcept;
+[[nodiscard]] bool mem_parse_signed_seconds(const char* data, std::size_t len,
+                                            std::int64_t& seconds) noexcept;
 
 void appendMsAsSeconds(std::string& out, std::uint64_t ms);  // "%llu.%03u"
 void appendNsAsSeconds(std::string& out, std::uint64_t ns);  // "%llu.%09lu"

@@ -19,20 +19,20 @@ namespace basicutil {
 
 struct LocalStructTm : std::tm {
     LocalStructTm() : std::tm{} {}
-    bool fromUnixTime(std::int64_t seconds) noexcept;  // localtime_r
-    Timeval toUnixTime() const noexcept;               // mktime; microseconds 0
+    [[nodiscard]] bool fromUnixTime(std::int64_t seconds) noexcept;  // localtime_r
+    Timeval toUnixTime() const noexcept;                             // mktime; microseconds 0
 };
 
 struct LocalStructTmHires : LocalStructTm {
     std::int64_t tm_usec = 0;
-    bool fromUnixTime(const Timeval& tv) noexcept;
+    [[nodiscard]] bool fromUnixTime(const Timeval& tv) noexcept;
     Timeval toUnixTime() const noexcept;  // carries tm_usec over
 };
 
 struct GmtStructTm : std::tm {
     GmtStructTm() : std::tm{} {}
-    bool fromUnixTime(std::int64_t seconds) noexcept;  // gmtime_r
-    Timeval toUnixTime() const noexcept;               // timegm; microseconds 0
+    [[nodiscard]] bool fromUnixTime(std::int64_t seconds) noexcept;  // gmtime_r
+    Timeval toUnixTime() const noexcept;                             // timegm; microseconds 0
 };
 
 }  // namespace basicutil

@@ -52,7 +52,7 @@ std::uint32_t codepoint_to_upper(std::uint32_t cp) noexcept;
 // Strict: decodes the codepoint at the front of `view` and advances past it. Fails, leaving the
 // view alone, on an empty view, a missing or wrong continuation byte, an overlong form or a value
 // above U+10FFFF. Surrogates (ED A0 80 ...) are accepted.
-bool decode_next_codepoint(std::string_view& view, std::uint32_t& cp) noexcept;
+[[nodiscard]] bool decode_next_codepoint(std::string_view& view, std::uint32_t& cp) noexcept;
 
 // Incremental: feed the bytes of a text one at a time, starting with state 0; the caller handles
 // ASCII itself, so the first byte of a character is >= 0x80. Returns true when a character is
@@ -60,7 +60,7 @@ bool decode_next_codepoint(std::string_view& view, std::uint32_t& cp) noexcept;
 // Invalid leads are ignored, overlongs, surrogates and values above U+10FFFF are dropped (false,
 // state 0). A byte that is not a continuation abandons the open sequence and starts anew (an
 // ASCII byte completes at once).
-bool _accumulateUtf8Byte(std::uint32_t& state, std::uint8_t by) noexcept;
+[[nodiscard]] bool _accumulateUtf8Byte(std::uint32_t& state, std::uint8_t by) noexcept;
 
 // --- Text ----------------------------------------------------------------------------------------
 // Upper or lower case of UTF-8 text into dst (replacing its contents). Each well-formed
