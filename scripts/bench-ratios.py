@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
-"""Runs a benchmark program and prints, per family, how many times faster ours is than each peer.
+"""Runs a benchmark program and prints, per family and arguments, how many times faster ours is than each peer.
 
-Benchmarks are named BM_<Family>_<Contender>; contenders whose name starts with "Ours" are ours.
+Benchmarks are named BM_<Family>_<Contender>[/<arguments>]; contenders whose name starts with
+"Ours" are ours. One line per family, arguments and contender of ours: its time, then each peer's
+time with the same arguments and the ratio (peer / ours: above 1 means ours is faster).
 Repetitions are interleaved at random, so a burst of load on a shared machine spreads over every
 contender instead of landing on one, and the ratios are taken between medians.
 
@@ -11,6 +13,7 @@ contender instead of landing on one, and the ratios are taken between medians.
 import argparse
 import json
 import os
+import re
 import statistics
 import subprocess
 import sys
@@ -35,21 +38,33 @@ def main() -> int:
         with open(report, encoding="utf-8") as f:
             runs = json.load(f)["benchmarks"]
 
-    times = defaultdict(lambda: defaultdict(list))  # family -> contender -> ns per repetition
+    # (family, arguments) -> contender -> ns per repetition. "BM_Count_Ours/bytes:64/mixed:0" is
+    # family Count, contender Ours, arguments "bytes:64/mixed:0": only runs with the same
+    # arguments are compared.
+    times = defaultdict(lambda: defaultdict(list))
     for run in runs:
         if run.get("run_type") != "iteration" or run.get("error_occurred"):
             continue
-        family, _, contender = run["run_name"].removeprefix("BM_").partition("_")
-        times[family][contender].append(run["real_time"])
+        name, _, arguments = run["run_name"].partition("/")
+        family, _, contender = name.removeprefix("BM_").partition("_")
+        times[(family, arguments)][contender or family].append(run["real_time"])
 
-    for family, contenders in sorted(times.items()):
+    def in_order(item):  # family, then the arguments by their numbers: 64 before 4096
+        (family, arguments), _ = item
+        return family, [int(part) if part.isdigit() else part for part in re.split(r"[/:]", arguments)]
+
+    for (family, arguments), contenders in sorted(times.items(), key=in_order):
         medians = {name: statistics.median(samples) for name, samples in sorted(contenders.items())}
         ours = {name: t for name, t in medians.items() if name.startswith("Ours")}
         peers = {name: t for name, t in medians.items() if not name.startswith("Ours")}
-        print(f"{family}: " + ", ".join(f"{name} {t:.1f} ns" for name, t in medians.items()))
+        title = f"{family} {arguments}".strip()
+        if not ours or not peers:  # nothing to compare with
+            print(f"{title}: " + ", ".join(f"{name} {t:.1f} ns" for name, t in medians.items()))
+            continue
         for mine, mine_time in ours.items():
-            ratios = ", ".join(f"{peer_time / mine_time:.2f}x {peer}" for peer, peer_time in peers.items())
-            print(f"    {mine}: {ratios}")
+            columns = [f"{mine} {mine_time:.1f} ns"]
+            columns += [f"{peer} {t:.1f} ns = {t / mine_time:.2f}x" for peer, t in peers.items()]
+            print(f"{title}: " + " | ".join(columns))
     return 0
 
 
