@@ -25,12 +25,6 @@ TEST(CodepointWidthTest, TableShape) {
     EXPECT_EQ(byWidth[1], 317);
     EXPECT_EQ(byWidth[2], 36);
     EXPECT_EQ(codepoint_width_table[CODEPOINT_WIDTH_TABLE_ENTRIES], 0x1FFFFFu);
-    const uint32_t head[] = {0x7F, 1u << 21 | 0xA0, 0xAD, 1u << 21 | 0xAE, 0x300, 1u << 21 | 0x370};
-    for (unsigned i = 0; i < std::size(head); ++i) EXPECT_EQ(codepoint_width_table[i], head[i]) << i;
-    const uint32_t tail[] = {1u << 21 | 0xFFFFE, 0x100000, 1u << 21 | 0x100001, 0x10FFFD,
-                             1u << 21 | 0x10FFFE};
-    for (unsigned i = 0; i < std::size(tail); ++i)
-        EXPECT_EQ(codepoint_width_table[CODEPOINT_WIDTH_TABLE_ENTRIES - std::size(tail) + i], tail[i]) << i;
 }
 
 // Rows that tell the generation rule from its near misses: zero wins over wide, reserved
