@@ -137,23 +137,17 @@ TEST(UnicodeCodepointTest, CaseMappingOfEachClass) {
     struct Case {
         uint32_t cp, lower, upper;
         bool isLower, isUpper;
-    } cases[] = {{'A', 'a', 'A', false, true},
-                 {'z', 'z', 'Z', true, false},
-                 {'5', '5', '5', false, false},
-                 {0xC9, 0xE9, 0xC9, false, true},
-                 {0xE9, 0xE9, 0xC9, true, false},  // É é: upper / lower class
-                 {0x100, 0x101, 0x100, false, true},
-                 {0x101, 0x101, 0x100, true, false},  // alternating pair
-                 {0x130, 'i', 0x130, false, true},
-                 {0x131, 0x131, 'I', true, false},  // ASCII targets
-                 {0x17F, 0x17F, 'S', true, false},
-                 {0x212A, 'k', 0x212A, false, true},
-                 {0xDF, 0xDF, 0xDF, true, false},
-                 {0x1E9E, 0xDF, 0x1E9E, false, true},  // ß has no simple upper
-                 {0x1C5, 0x1C6, 0x1C5, false, true},   // titlecase: upper class, mapped down only  {0x250,
-                                                       // 0x250, 0x2C6F, true, false},
-                 {0x2160, 0x2160, 0x2160, false, false},
-                 {0x4E00, 0x4E00, 0x4E00, false, false}};
+    } cases[] = {
+        {'A', 'a', 'A', false, true},          {'z', 'z', 'Z', true, false},
+        {'5', '5', '5', false, false},         {0xC9, 0xE9, 0xC9, false, true},
+        {0xE9, 0xE9, 0xC9, true, false},  // É é: upper / lower class
+        {0x100, 0x101, 0x100, false, true},    {0x101, 0x101, 0x100, true, false},  // alternating pair
+        {0x130, 'i', 0x130, false, true},      {0x131, 0x131, 'I', true, false},    // ASCII targets
+        {0x17F, 0x17F, 'S', true, false},      {0x212A, 'k', 0x212A, false, true},
+        {0xDF, 0xDF, 0xDF, true, false},       {0x1E9E, 0xDF, 0x1E9E, false, true},  // ß has no simple upper
+        {0x1C5, 0x1C6, 0x1C5, false, true},  // titlecase: upper class, mapped down only
+        {0x250, 0x250, 0x2C6F, true, false},   {0x2160, 0x2160, 0x2160, false, false},
+        {0x4E00, 0x4E00, 0x4E00, false, false}};
     for (const Case& c : cases) {
         EXPECT_EQ(codepoint_to_lower(c.cp), c.lower) << std::hex << c.cp;
         EXPECT_EQ(codepoint_to_upper(c.cp), c.upper) << std::hex << c.cp;
