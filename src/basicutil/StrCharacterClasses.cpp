@@ -1,4 +1,5 @@
 // The character classes, brought up as their own start-up step.
+#include "basicutil/Assert.h"
 #include "basicutil/StartupOrder.h"
 #include "basicutil/Str.h"
 
@@ -18,13 +19,16 @@ struct CharacterClasses {
         classes[CHARS_SIGNED_DIGITS] = ByteSet("-0123456789");
         classes[CHARS_NUMBER] = ByteSet("-+xX0123456789abcdefABCDEF");
         classes[CHARS_LETTERS] = ByteSet(kLetters);
-        const char* const identifierExtras[] = {"_", "_.", "_-", "_-."};
-        for (unsigned i = 0; i < 4; ++i) {
-            ByteSet& set = classes[CHARS_IDENTIFIER + i];
+        // In the order of the CHARS_IDENTIFIER... enumerators.
+        constexpr std::string_view kIdentifierExtras[] = {"_", "_.", "_-", "_-."};
+        unsigned which = CHARS_IDENTIFIER;
+        for (std::string_view extras : kIdentifierExtras) {
+            ByteSet& set = classes[which++];
             set = ByteSet(kLetters);
             for (char c : kDigits) set.add(c);
-            for (const char* c = identifierExtras[i]; *c != '\0'; ++c) set.add(*c);
+            for (char c : extras) set.add(c);
         }
+        VESTRA_ASSERT(which == CHARS_CLASS_COUNT);
     }
     ~CharacterClasses() { recordStartupEvent("-basicutil/StrCharacterClasses"); }
 };

@@ -454,11 +454,7 @@ MainThread::MainThread() : Thread(MainThreadTag{}) {
 
 MainThread::~MainThread() {
     VESTRA_ASSERT(THREAD_SPECIFIC_POINTER_GET(activeThreads) == this);
-    {
-        ProcessLock lock;
-        _in_frame.store(false);
-        cancelSignalRequestTo(_handle);
-    }
+    leaveFrame(false);  // the calling thread is the one it stands for
     checkThreadCall(pthread_setspecific(activeThreads, nullptr), "pthread_setspecific");
     main_thread_created.store(false);
     // Back to "no main thread" only when no request is under way (one would be a misuse: every

@@ -27,6 +27,12 @@ std::int64_t& fractionOf(Timeval& t) {
 std::int64_t& fractionOf(Timespec& t) {
     return t.tv_nsec;
 }
+std::int64_t fractionOf(const Timeval& t) {
+    return t.tv_usec;
+}
+std::int64_t fractionOf(const Timespec& t) {
+    return t.tv_nsec;
+}
 
 // Adds whole seconds and a fraction below one second (in T's own unit), saturating at MAX_TIME.
 template <typename T>
@@ -67,6 +73,16 @@ void subtractSplit(T& t, std::int64_t seconds, std::int64_t fraction) noexcept {
     }
     t.tv_sec -= 1;
     f += perSecond;
+}
+
+// a - b in seconds: exact in 128 bits first, one rounding to double last. Near the sentinels the
+// seconds as doubles would swallow the fraction, and its sign.
+template <typename T>
+double diffInSeconds(const T& a, const T& b) noexcept {
+    const std::int64_t perSecond = unitsPerSecond(a);
+    const Int128 units =
+        (static_cast<Int128>(a.tv_sec) - b.tv_sec) * perSecond + (fractionOf(a) - fractionOf(b));
+    return static_cast<double>(units) / static_cast<double>(perSecond);
 }
 
 // A count of 1/countPerSecond seconds, split into seconds and T's fraction unit.
@@ -137,12 +153,8 @@ std::int64_t Timeval::diffMsRoundedUp(const Timeval& other) const noexcept {
     return static_cast<std::int64_t>(dsec * 1000 + static_cast<std::uint64_t>((dusec + 999) / 1000));
 }
 
-// Exact in 128 bits first, one rounding to double last: near the sentinels the seconds would
-// swallow the microseconds, and their sign, as doubles.
 double Timeval::diffSeconds(const Timeval& other) const noexcept {
-    const Int128 usec =
-        (static_cast<Int128>(tv_sec) - other.tv_sec) * kUsecPerSec + (tv_usec - other.tv_usec);
-    return static_cast<double>(usec) / 1e6;
+    return diffInSeconds(*this, other);
 }
 
 void Timeval::truncateToSeconds(std::uint32_t n) noexcept {
@@ -298,9 +310,7 @@ void Timespec::subtractNs(std::uint64_t ns) noexcept {
 }
 
 double Timespec::diffSeconds(const Timespec& other) const noexcept {
-    const Int128 nsec = (static_cast<Int128>(tv_sec) - other.tv_sec) * ONE_BILLION_AS_TVNSECS_TYPE +
-                        (tv_nsec - other.tv_nsec);
-    return static_cast<double>(nsec) / 1e9;
+    return diffInSeconds(*this, other);
 }
 
 }  // namespace basicutil
