@@ -1,5 +1,5 @@
 # Everything starts here: `make run` and `make test` work on a fresh machine.
-.PHONY: all deps build run test asan tsan fuzz format-check unicode-tables clean
+.PHONY: all deps build run test asan tsan fuzz format-check unicode-tables windows-zones clean
 
 JOBS ?= 2
 FUZZ_SECONDS ?= 30
@@ -55,6 +55,13 @@ unicode-tables: deps
 	python3 tools/gen-unicode-tables.py $(UCD)
 	git diff --exit-code --stat -- src/basicutil/UnicodeCodepointTables.cpp src/libzero/codepoint-width-tables.cpp
 	@echo "unicode tables: identical to the committed ones"
+
+# Regenerates the Windows zone-name table from the CLDR data in tools/cldr and fails if it differs
+# from what is committed.
+windows-zones: deps
+	python3 tools/gen-windows-zones.py
+	git diff --exit-code --stat -- src/basicutil/TimeZoneWindowsTables.cpp
+	@echo "windows zones: identical to the committed table"
 
 clean:
 	rm -rf build

@@ -25,6 +25,7 @@ inline constexpr std::string_view kAssertUnits[] = {
     "basicutil/DutyCycle",
     "basicutil/Timeval",
     "basicutil/DateTime",
+    "basicutil/TimeZone",
     "basicutil/Logger",
     "basicutil/Str",
     "basicutil/StrVector",
@@ -42,6 +43,7 @@ inline constexpr std::string_view kAssertUnits[] = {
     "libzero/bounded-path",
     "main/vestra-helper",
     "main/ParentMonitoringThread",
+    "main/vestra-tzpack",
 };
 
 // Maps a source path ("src/basicutil/TimevalText.cpp") to its unit ("basicutil/Timeval").

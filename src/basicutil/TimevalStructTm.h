@@ -7,8 +7,8 @@
 // toUnixTime logs "<Type>::toUnixTime(Y-M-D h:mm:ss) failed!" and yields MAX_TIME (years after
 // 1969) or MIN_TIME when the platform reports -1, which includes one second before 1970 itself.
 //
-// Records bound to a zone object (StructTmInTimezone, StructTmInTimezoneHires) belong to the
-// time-zone component and live beside it.
+// Records bound to a zone object (StructTmInTimezone, StructTmInTimezoneHires) are in
+// TimeZone.h.
 #pragma once
 
 #include <ctime>

@@ -1,0 +1,9 @@
+// Zone files: any bytes are refused or give a zone that behaves.
+#include "TimeZoneFuzzChecks.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const basicutil::TimeZonePtr zone = basicutil::TimeZone::fromTzif(
+        "fuzz", basicutil::StrSegment(reinterpret_cast<const char*>(data), size));
+    if (zone != nullptr) fuzzref::checkZone(*zone, data, size);
+    return 0;
+}

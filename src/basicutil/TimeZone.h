@@ -1,0 +1,208 @@
+// Time zones: for a zone and a time, the offset from UTC, the abbreviation and whether daylight
+// time is in force; and the inverse, local fields to a time.
+//
+// Zones come from TZif files (versions 1 to 4) in the zone directory ($TZDIR, else
+// /usr/share/zoneinfo), from a packed archive of such files (TimeZoneArchive.h), from a POSIX
+// TZ rule ("CET-1CEST,M3.5.0,M10.5.0/3"), from the serialized text form, or are fixed (UTC, or
+// an offset with an abbreviation). Times past a file's last transition follow the rule in its
+// footer. Zones with leap-second records ("right/...") count leap seconds in their times, and a
+// leap second breaks down as second 60.
+//
+// A zone is immutable once built and safe to share between threads; zones loaded by name are
+// cached for the life of the process. Bad input never crashes or asserts: loaders return null
+// and say why in *error.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <vector>
+
+#include "basicutil/DateTimeCalendar.h"
+#include "basicutil/Str.h"
+#include "basicutil/Timeval.h"
+
+namespace basicutil {
+
+class TimeZone;
+using TimeZonePtr = std::shared_ptr<const TimeZone>;
+
+// Start-up constants of the unit.
+extern const char* const kTimeZoneDirectoryName;     // "zoneinfo", under /usr/share unless $TZDIR
+extern const char* const kLocalTimeZoneFile;         // "/etc/localtime"
+extern const char* const kSerializedTimeZoneHeader;  // "### SERIALIZED TIMEZONE FORMAT 1.0"
+
+// The local time in force at one instant.
+struct TimeZoneLookup {
+    std::int32_t utcOffset = 0;  // seconds east of UTC
+    bool isDst = false;
+    const char* abbreviation = "";  // NUL-terminated, lives as long as the zone
+};
+
+// Local fields, normalised: month 1..12, day 1..31, hour 0..23, minute 0..59, second 0..60
+// (60 only for a leap second of a zone that counts them).
+struct CivilTime {
+    std::int64_t year = 1970;
+    unsigned month = 1, day = 1, hour = 0, minute = 0, second = 0;
+    unsigned weekday = 4;  // 0 = Sunday
+    unsigned yearDay = 0;  // 0-based
+};
+
+// Which instant local fields stand for when a transition makes them skipped or repeated.
+enum class LocalTimeChoice : std::uint8_t {
+    // The offset in force before the transition: a repeated time is its earlier instant, a
+    // skipped time reads as if the clock had not moved (02:30 in a spring-forward gap is
+    // 03:30 daylight time). What C's mktime does with tm_isdst -1.
+    PRE_TRANSITION,
+    // The offset in force after it: the later instant of a repeated time; a skipped time reads
+    // with the new offset (02:30 becomes 01:30 standard time).
+    POST_TRANSITION,
+};
+
+struct LocalTimeResolution {
+    enum Kind : std::uint8_t { UNIQUE, SKIPPED, REPEATED };
+    std::int64_t seconds = 0;
+    Kind kind = UNIQUE;
+    TimeZoneLookup lookup;  // at the chosen instant
+};
+
+// One offset an abbreviation may stand for (see offsetsForAbbreviation).
+struct AbbreviationOffset {
+    std::int32_t utcOffset;
+    bool isDst;
+    friend bool operator==(const AbbreviationOffset&, const AbbreviationOffset&) = default;
+};
+
+class TimeZone {
+  public:
+    struct Type {
+        std::int32_t utcOffset;
+        bool isDst;
+        std::uint32_t abbreviation;  // index into the zone's abbreviation bytes
+        friend bool operator==(const Type&, const Type&) = default;
+    };
+    struct LeapSecond {
+        std::int64_t occurrence;  // in the zone's own count of seconds
+        std::int64_t correction;  // seconds to subtract from then on
+        friend bool operator==(const LeapSecond&, const LeapSecond&) = default;
+    };
+
+    // --- Getting a zone ---
+    static TimeZonePtr utc();
+    // Offset -25 h .. +25 h exclusive; an empty abbreviation gives "+hh", "+hhmm" or "+hhmmss".
+    static TimeZonePtr fixed(std::int32_t utcOffset, StrSegment abbreviation, Str* error = nullptr);
+    // "America/New_York": the installed archive (useArchive) first, then the zone directory.
+    // Cached. A name that could leave the directory (absolute, "..") is refused.
+    static TimeZonePtr load(StrSegment name, Str* error = nullptr);
+    // $TZ (":name", a name, an absolute file, or a POSIX rule), else /etc/localtime, else UTC.
+    // Read once; reloadLocal() reads them again.
+    static TimeZonePtr local();
+    static TimeZonePtr reloadLocal();
+    static TimeZonePtr fromFile(const char* path, Str* error = nullptr);
+    static TimeZonePtr fromTzif(StrSegment name, StrSegment bytes, Str* error = nullptr);
+    static TimeZonePtr fromPosixRule(StrSegment rule, Str* error = nullptr);
+    static TimeZonePtr fromSerialized(StrSegment text, Str* error = nullptr);
+    // The zone directory: $TZDIR, else /usr/share/zoneinfo.
+    static Str directory();
+
+    // --- Converting ---
+    TimeZoneLookup lookup(std::int64_t seconds) const noexcept;
+    // False only when the year does not fit in 64 bits (never for a 64-bit time).
+    bool breakDown(std::int64_t seconds, CivilTime& civil, TimeZoneLookup* at = nullptr) const noexcept;
+    // Fields may be out of range (month 14, day 0, second -1) and are normalised as mktime does.
+    // False when the fields, as seconds, or the result do not fit in a 64-bit time.
+    bool resolveLocal(std::int64_t year, std::int64_t month, std::int64_t day, std::int64_t hour,
+                      std::int64_t minute, std::int64_t second, LocalTimeResolution& out,
+                      LocalTimeChoice choice = LocalTimeChoice::PRE_TRANSITION) const noexcept;
+
+    // --- Describing ---
+    const Str& name() const noexcept { return _name; }
+    // The transitions read from the source, ascending, and the local time each one starts.
+    const std::vector<std::int64_t>& transitions() const noexcept { return _transitions; }
+    const std::vector<LeapSecond>& leapSeconds() const noexcept { return _leaps; }
+    // The footer or source rule ("EST5EDT,M3.2.0,M11.1.0"), empty when there is none.
+    const Str& posixRule() const noexcept { return _ruleText; }
+    Str serialize() const;
+    // Same name, types, transitions, leap seconds and rule.
+    bool sameAs(const TimeZone& other) const noexcept;
+
+    // The offsets an abbreviation ("CST", "ist", "UTC") may stand for near the reference time,
+    // most likely first: the types of this zone in use within a year of the reference time
+    // (nearest first), then the library's table of common abbreviations in its order of
+    // preference (CST: US Central, China, Cuba; IST: India, Ireland, Israel; BST: British
+    // Summer Time, Bangladesh). Case-insensitive; empty when nothing matches. Numeric forms are
+    // the caller's business.
+    std::vector<AbbreviationOffset> offsetsForAbbreviation(StrSegment abbreviation,
+                                                           std::int64_t reference) const;
+
+    // Built by the loaders; public for make_shared.
+    struct Data;
+    explicit TimeZone(Data&& data);
+    ~TimeZone();
+    TimeZone(const TimeZone&) = delete;
+    TimeZone& operator=(const TimeZone&) = delete;
+
+  private:
+    struct Piece;
+    Piece pieceAt(std::int64_t seconds) const noexcept;
+    TimeZoneLookup lookupType(std::size_t type) const noexcept {
+        const Type& t = _types[type];
+        return {t.utcOffset, t.isDst, _abbreviations.c_str() + t.abbreviation};
+    }
+    std::int64_t leapCorrection(std::int64_t seconds, unsigned* hit) const noexcept;
+    void buildTable();
+
+    Str _name;
+    Str _abbreviations;  // NUL-separated
+    std::vector<Type> _types;
+    std::size_t _fileTypes = 0;  // the rule's types, when not among these, come after them
+    std::vector<std::int64_t> _transitions;
+    std::vector<std::uint8_t> _transitionTypes;
+    std::size_t _initialType = 0;  // before the first transition
+    std::vector<LeapSecond> _leaps;
+    Str _ruleText;
+    std::unique_ptr<struct PosixTimeZoneRule> _rule;  // null without a rule
+    std::size_t _ruleStdType = 0, _ruleDstType = 0;
+    std::int64_t _ruleFrom = 0;  // the rule governs from here on (the last transition)
+    // What lookups search: the transitions, then the rule's changes worked out to 2200, each with
+    // the type in force from it; and for each span of 2^22 s (48 days) from the first entry, the
+    // last entry at or before the span's start, so that a lookup is a load and a step or two.
+    std::vector<std::int64_t> _table;
+    std::vector<std::uint8_t> _tableTypes;
+    std::vector<std::uint32_t> _buckets;
+    std::int32_t _minOffset = 0, _maxOffset = 0;
+};
+
+// Broken-down time bound to a zone: what LocalStructTm is for the process's zone. tm_gmtoff and
+// tm_zone are filled; tm_zone points into the zone, which must outlive the record.
+struct StructTmInTimezone : std::tm {
+    explicit StructTmInTimezone(TimeZonePtr zone) : std::tm{}, _zone(std::move(zone)) {}
+    // On failure logs "StructTmInTimezone::fromUnixTime(<seconds>) failed!" and clamps as
+    // LocalStructTm does, after a retry with time 0 for the zone fields.
+    [[nodiscard]] bool fromUnixTime(std::int64_t seconds) noexcept;
+    // tm_isdst 0 or 1 picks that instant of a repeated time; -1 the earlier. On failure logs
+    // "StructTmInTimezone::toUnixTime(Y-M-D h:mm:ss) failed!" and yields MAX_TIME or MIN_TIME.
+    Timeval toUnixTime() const noexcept;
+    const TimeZonePtr& zone() const noexcept { return _zone; }
+
+  protected:
+    bool convert(std::int64_t seconds, const char* function) noexcept;
+    Timeval inverse(const char* function) const noexcept;
+    TimeZonePtr _zone;
+};
+
+struct StructTmInTimezoneHires : StructTmInTimezone {
+    using StructTmInTimezone::StructTmInTimezone;
+    std::int64_t tm_usec = 0;
+    [[nodiscard]] bool fromUnixTime(const Timeval& tv) noexcept;
+    Timeval toUnixTime() const noexcept;  // carries tm_usec over
+};
+
+// Windows zone names, from the Unicode CLDR's windowsZones table. "Pacific Standard Time" with
+// territory "001" (the default) gives its representative zone "America/Los_Angeles"; another
+// territory ("CA") gives that territory's first zone. Null when unknown.
+const char* windowsZoneToIana(StrSegment windowsName, StrSegment territory = "001") noexcept;
+// Any zone the table lists ("America/Vancouver") gives its Windows name; null when unlisted.
+const char* ianaZoneToWindows(StrSegment ianaName) noexcept;
+
+}  // namespace basicutil

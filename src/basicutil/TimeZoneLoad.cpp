@@ -1,0 +1,250 @@
+// Getting zones: fixed ones, files, the zone directory with its cache, the local zone.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "basicutil/Platform.h"
+#include "basicutil/PrintfFormat.h"
+#include "basicutil/TimeZone.h"
+#include "basicutil/TimeZoneArchive.h"
+#include "basicutil/TimeZone_details.h"
+
+namespace basicutil {
+
+namespace {
+
+// Zone files are a few KiB; anything near this is not one.
+constexpr std::uint64_t kMaxZoneFileBytes = 1 << 20;
+
+TimeZonePtr build(TimeZone::Data&& data) {
+    return std::make_shared<const TimeZone>(std::move(data));
+}
+
+// Names stay inside the zone directory: letters, digits, "_+-." and "/" between components
+// that are neither "." nor "..".
+bool safeZoneName(StrSegment name) noexcept {
+    if (name.empty() || name.size() > 255 || name[0] == '/') return false;
+    std::size_t componentStart = 0;
+    for (std::size_t i = 0; i <= name.size(); ++i) {
+        if (i == name.size() || name[i] == '/') {
+            const std::string_view component = name.view().substr(componentStart, i - componentStart);
+            if (component.empty() || component == "." || component == "..") return false;
+            componentStart = i + 1;
+            continue;
+        }
+        const char c = name[i];
+        const bool allowed = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                             c == '_' || c == '+' || c == '-' || c == '.';
+        if (!allowed) return false;
+    }
+    return true;
+}
+
+struct ZoneCache {
+    std::mutex mutex;
+    std::map<std::string, TimeZonePtr, std::less<>> zones;
+    std::shared_ptr<const TimeZoneArchive> archive;
+    TimeZonePtr local;
+};
+
+ZoneCache& cache() {
+    static ZoneCache instance;
+    return instance;
+}
+
+// "+05", "+0530", "-000521": the numeric abbreviation of a fixed offset.
+Str numericAbbreviation(std::int32_t offset) {
+    const char sign = offset < 0 ? '-' : '+';
+    const std::uint32_t magnitude =
+        offset < 0 ? 0u - static_cast<std::uint32_t>(offset) : static_cast<std::uint32_t>(offset);
+    const std::uint32_t h = magnitude / 3600, m = magnitude / 60 % 60, s = magnitude % 60;
+    if (s != 0) return strprintf("%c%02u%02u%02u", sign, h, m, s);
+    if (m != 0) return strprintf("%c%02u%02u", sign, h, m);
+    return strprintf("%c%02u", sign, h);
+}
+
+TimeZonePtr loadLocal() {
+    const char* tz = std::getenv("TZ");
+    TimeZonePtr zone;
+    if (tz == nullptr) {
+        zone = TimeZone::fromFile(kLocalTimeZoneFile);
+    } else {
+        const char* name = tz[0] == ':' ? tz + 1 : tz;
+        if (name[0] == '/') {
+            zone = TimeZone::fromFile(name);
+        } else if (name[0] != '\0') {
+            zone = TimeZone::load(name);
+            if (zone == nullptr) zone = TimeZone::fromPosixRule(name);
+        }
+    }
+    return zone != nullptr ? zone : TimeZone::utc();
+}
+
+}  // namespace
+
+bool readTimeZoneFile(const char* path, std::uint64_t maxBytes, Str& out, Str* error) {
+    auto failure = [&](const char* operation) {
+        const int saved = errno;
+        char text[128];
+        return timeZoneFailure(
+            error, strprintf("%s(%s): %s", operation, path, platform::errorText(saved, text, sizeof text)));
+    };
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return failure("open");
+    struct stat st {};
+    bool ok = ::fstat(fd, &st) == 0;
+    if (!ok) {
+        failure("fstat");
+    } else if (!S_ISREG(st.st_mode) || static_cast<std::uint64_t>(st.st_size) > maxBytes) {
+        ok = timeZoneFailure(error, strprintf("%s: not a regular file of at most %llu bytes", path,
+                                              static_cast<unsigned long long>(maxBytes)));
+    } else {
+        out.clear();
+        out.resize(static_cast<size_type>(st.st_size));
+        size_type done = 0;
+        while (ok && done < out.size()) {
+            const ssize_t n = ::read(fd, out.data() + done, static_cast<std::size_t>(out.size() - done));
+            if (n < 0 && errno == EINTR) continue;
+            if (n < 0) {
+                ok = failure("read");
+            } else if (n == 0) {
+                ok = timeZoneFailure(error, strprintf("%s: shorter than its size", path));
+            } else {
+                done += static_cast<size_type>(n);
+            }
+        }
+    }
+    if (::close(fd) != 0 && ok) ok = failure("close");
+    return ok;
+}
+
+TimeZonePtr TimeZone::utc() {
+    static const TimeZonePtr zone = fixed(0, "UTC");
+    return zone;
+}
+
+TimeZonePtr TimeZone::fixed(std::int32_t utcOffset, StrSegment abbreviation, Str* error) {
+    if (utcOffset <= -25 * 3600 || utcOffset >= 25 * 3600) {
+        timeZoneFailure(error, "a fixed offset of 25 hours or more");
+        return nullptr;
+    }
+    Data data;
+    data.abbreviations = abbreviation.empty() ? numericAbbreviation(utcOffset) : Str(abbreviation);
+    data.name = data.abbreviations;
+    data.abbreviations.push_back('\0');
+    data.types.push_back({utcOffset, false, 0});
+    if (std::memchr(abbreviation.data(), '\0', abbreviation.size()) != nullptr ||
+        !checkTimeZoneData(data, error)) {
+        timeZoneFailure(error, "a fixed zone's abbreviation with a blank, control or NUL byte");
+        return nullptr;
+    }
+    return build(std::move(data));
+}
+
+TimeZonePtr TimeZone::fromTzif(StrSegment name, StrSegment bytes, Str* error) {
+    Data data;
+    data.name = Str(name);
+    if (!parseTzif(bytes, data, error)) return nullptr;
+    return build(std::move(data));
+}
+
+TimeZonePtr TimeZone::fromFile(const char* path, Str* error) {
+    Str bytes;
+    if (!readTimeZoneFile(path, kMaxZoneFileBytes, bytes, error)) return nullptr;
+    // A link into the zone directory names the zone ("/etc/localtime" -> ".../zoneinfo/Europe/Paris").
+    Str name(path);
+    char target[4096];
+    const ssize_t n = ::readlink(path, target, sizeof target - 1);
+    if (n > 0) {
+        const std::string_view link(target, static_cast<std::size_t>(n));
+        const std::size_t at = link.rfind("/zoneinfo/");
+        if (at != std::string_view::npos) name = Str(link.substr(at + 10));
+    }
+    return fromTzif(name, bytes, error);
+}
+
+TimeZonePtr TimeZone::fromPosixRule(StrSegment rule, Str* error) {
+    PosixTimeZoneRule parsed;
+    if (!PosixTimeZoneRule::parse(rule, parsed, error)) return nullptr;
+    Data data;
+    data.name = Str(rule);
+    data.rule = Str(rule);
+    data.abbreviations = parsed.stdAbbreviation;
+    data.abbreviations.push_back('\0');
+    data.types.push_back({parsed.stdOffset, false, 0});
+    if (!checkTimeZoneData(data, error)) return nullptr;
+    return build(std::move(data));
+}
+
+TimeZonePtr TimeZone::fromSerialized(StrSegment text, Str* error) {
+    Data data;
+    if (!parseSerializedTimeZone(text, data, error)) return nullptr;
+    return build(std::move(data));
+}
+
+Str TimeZone::directory() {
+    const char* tzdir = std::getenv("TZDIR");
+    if (tzdir != nullptr && tzdir[0] != '\0') return Str(tzdir);
+    return strprintf("/usr/share/%s", kTimeZoneDirectoryName);
+}
+
+TimeZonePtr TimeZone::load(StrSegment name, Str* error) {
+    if (!safeZoneName(name)) {
+        timeZoneFailure(error, strprintf("not a zone name: \"%s\"", name.view()));
+        return nullptr;
+    }
+    ZoneCache& zones = cache();
+    std::shared_ptr<const TimeZoneArchive> archive;
+    {
+        std::lock_guard<std::mutex> lock(zones.mutex);
+        const auto found = zones.zones.find(name.view());
+        if (found != zones.zones.end()) return found->second;
+        archive = zones.archive;
+    }
+    // Read outside the lock; a zone loaded twice by racing threads is the same zone.
+    TimeZonePtr zone;
+    StrSegment bytes;
+    if (archive != nullptr && archive->find(name, bytes)) {
+        zone = fromTzif(name, bytes, error);
+    } else {
+        const Str path = strprintf("%s/%s", directory().view(), name.view());
+        Str fileBytes;
+        if (readTimeZoneFile(path.c_str(), kMaxZoneFileBytes, fileBytes, error))
+            zone = fromTzif(name, fileBytes, error);
+    }
+    if (zone == nullptr) return nullptr;
+    std::lock_guard<std::mutex> lock(zones.mutex);
+    return zones.zones.try_emplace(std::string(name.view()), zone).first->second;
+}
+
+void useTimeZoneArchive(std::shared_ptr<const TimeZoneArchive> archive) {
+    ZoneCache& zones = cache();
+    std::lock_guard<std::mutex> lock(zones.mutex);
+    zones.archive = std::move(archive);
+    zones.zones.clear();
+}
+
+TimeZonePtr TimeZone::local() {
+    ZoneCache& zones = cache();
+    {
+        std::lock_guard<std::mutex> lock(zones.mutex);
+        if (zones.local != nullptr) return zones.local;
+    }
+    return reloadLocal();
+}
+
+TimeZonePtr TimeZone::reloadLocal() {
+    TimeZonePtr zone = loadLocal();
+    ZoneCache& zones = cache();
+    std::lock_guard<std::mutex> lock(zones.mutex);
+    zones.local = zone;
+    return zone;
+}
+
+}  // namespace basicutil
