@@ -4,6 +4,7 @@
 
 #include "basicutil/TimeZone.h"
 #include "basicutil/TimeZone_details.h"
+#include "basicutil/UnicodeCodepoint.h"
 
 namespace basicutil {
 
@@ -78,14 +79,8 @@ constexpr KnownAbbreviation kKnownAbbreviations[] = {
     {"SST", -11 * H, false},
 };
 
-bool equalIgnoringAsciiCase(std::string_view a, std::string_view b) noexcept {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        const char x = a[i] >= 'a' && a[i] <= 'z' ? static_cast<char>(a[i] - 32) : a[i];
-        const char y = b[i] >= 'a' && b[i] <= 'z' ? static_cast<char>(b[i] - 32) : b[i];
-        if (x != y) return false;
-    }
-    return true;
+bool sameIgnoringCase(std::string_view a, std::string_view b) noexcept {
+    return mem_compare_caseless(a.data(), a.data() + a.size(), b.data(), b.data() + b.size()) == 0;
 }
 
 void addOnce(std::vector<AbbreviationOffset>& out, AbbreviationOffset candidate) {
@@ -107,7 +102,7 @@ std::vector<AbbreviationOffset> TimeZone::offsetsForAbbreviation(StrSegment abbr
     Piece piece = pieceAt(from);
     for (int steps = 0; steps < 64; ++steps) {
         const TimeZoneLookup found = lookupType(piece.type);
-        if (equalIgnoringAsciiCase(found.abbreviation, abbreviation.view())) {
+        if (sameIgnoringCase(found.abbreviation, abbreviation.view())) {
             const std::int64_t distance = reference < piece.start  ? piece.start - reference
                                           : reference >= piece.end ? reference - (piece.end - 1)
                                                                    : 0;
@@ -121,7 +116,7 @@ std::vector<AbbreviationOffset> TimeZone::offsetsForAbbreviation(StrSegment abbr
     std::vector<AbbreviationOffset> out;
     for (const Near& n : near) addOnce(out, n.offset);
     for (const KnownAbbreviation& k : kKnownAbbreviations) {
-        if (equalIgnoringAsciiCase(k.abbreviation, abbreviation.view())) addOnce(out, {k.utcOffset, k.isDst});
+        if (sameIgnoringCase(k.abbreviation, abbreviation.view())) addOnce(out, {k.utcOffset, k.isDst});
     }
     return out;
 }
