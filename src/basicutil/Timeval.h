@@ -17,6 +17,9 @@
 
 namespace basicutil {
 
+struct TimeFormatRawParseResult;
+class TimeZone;
+
 struct Timeval {
     std::int64_t tv_sec = 0;
     // 0..999999 in every stored value, also before 1970: -1.25 s is {-2, 750000}.
@@ -104,6 +107,15 @@ struct Timeval {
 
     // "<min>", "<max>", "<zero>" or seconds "." six-digit microseconds.
     void appendStreamForm(std::string& out) const;
+
+    // --- From parsed text (DateTimeParse.cpp) ---
+    // The time a parse's fields stand for: its epoch when it found one; otherwise its date and
+    // clock (missing: the reference's year as the zone sees it, January, the 1st, 00:00:00) read
+    // with the parsed offset or abbreviation, else in `zone`. The subseconds count up from the
+    // whole second. False for a date that does not exist or an unknown abbreviation; the value
+    // is then left alone.
+    [[nodiscard]] bool _set(const TimeFormatRawParseResult& parsed, const TimeZone& zone,
+                            const Timeval& reference) noexcept;
 };
 
 inline constexpr Timeval Timeval::MIN_TIME{INT64_MIN, 0};

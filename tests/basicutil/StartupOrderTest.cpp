@@ -21,7 +21,7 @@ std::vector<std::string> events() {
 TEST(StartupOrderTest, GlobalsComeUpInTheDeclaredOrder) {
     EXPECT_EQ(events(),
               (std::vector<std::string>{"+basicutil/Str", "+basicutil/Thread", "+basicutil/BaseException",
-                                        "+basicutil/StrCharacterClasses"}));
+                                        "+basicutil/StrCharacterClasses", "+basicutil/DateTime"}));
 }
 
 // Constructed before every unit's globals and so destroyed after them all: checks the teardown
@@ -33,6 +33,8 @@ struct TeardownCheck {
                                                    "+basicutil/Thread",
                                                    "+basicutil/BaseException",
                                                    "+basicutil/StrCharacterClasses",
+                                                   "+basicutil/DateTime",
+                                                   "-basicutil/DateTime",
                                                    "-basicutil/StrCharacterClasses",
                                                    "-basicutil/BaseException",
                                                    "-basicutil/Thread",
