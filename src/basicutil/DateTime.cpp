@@ -275,6 +275,9 @@ bool TimeFormat::_setFtime(StrSegment format) {
     _n = 0;
     _atoms.reset();
     _literals.clear();
+    _layout.clear();
+    _slots.clear();
+    _hasLayout = false;
     _text = Str(format);
     const char* ftime = _text.data();
     const char* ftime_end = ftime + _text.size();
@@ -286,17 +289,62 @@ bool TimeFormat::_setFtime(StrSegment format) {
     VESTRA_ASSERT(ok && writer.count == counter.count);
     _n = counter.count;
     _valid = true;
+    buildLayout();
     return true;
 }
 
 // --- Rendering ---
 
+// Rendered pieces gather in a stack buffer and reach the string in a few appends.
+struct TimeFormat::Sink {
+    explicit Sink(Str& out) noexcept : _out(out) {}
+    void flush() {
+        _out.append(_buf, _n);
+        _n = 0;
+    }
+    void append(const char* data, std::size_t k) {
+        if (k > sizeof _buf - _n) {
+            flush();
+            if (k > sizeof _buf) {
+                _out.append(data, k);
+                return;
+            }
+        }
+        std::memcpy(_buf + _n, data, k);
+        _n += k;
+    }
+    void append(std::size_t k, char c) {
+        char* p = appendUninitialized(k);
+        std::memset(p, c, k);
+    }
+    void push_back(char c) {
+        if (_n == sizeof _buf) flush();
+        _buf[_n++] = c;
+    }
+    char* appendUninitialized(std::size_t k) {
+        if (k > sizeof _buf - _n) {
+            flush();
+            if (k > sizeof _buf) return _out.appendUninitialized(k);
+        }
+        char* p = _buf + _n;
+        _n += k;
+        return p;
+    }
+
+    Str& _out;
+    std::size_t _n = 0;
+    char _buf[256];
+};
+
 namespace {
 
-constexpr const char* kWeekdays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
-                                     "Thursday", "Friday", "Saturday"};
-constexpr const char* kMonths[] = {"January", "February", "March",     "April",   "May",      "June",
-                                   "July",    "August",   "September", "October", "November", "December"};
+using Sink = TimeFormat::Sink;
+
+constexpr std::string_view kWeekdays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                                          "Thursday", "Friday", "Saturday"};
+constexpr std::string_view kMonths[] = {"January",   "February", "March",    "April",
+                                        "May",       "June",     "July",     "August",
+                                        "September", "October",  "November", "December"};
 
 char fillOf(TimeFormat::Padding padding) noexcept {
     return padding == TimeFormat::PAD_ZERO ? '0' : ' ';
@@ -305,8 +353,25 @@ char fillOf(TimeFormat::Padding padding) noexcept {
 // A number as the C library's strftime writes it: at least `digits` wide, or the width when
 // that is more; with "-" only as wide as an explicit width. Zeros go after the sign, blanks
 // before it.
-void appendNumber(Str& out, std::int64_t value, unsigned digits, TimeFormat::Padding defaultPadding,
+void appendNumber(Sink& out, std::int64_t value, unsigned digits, TimeFormat::Padding defaultPadding,
                   const TimeFormat::Atom& atom) {
+    if (atom.x.conv.padding == TimeFormat::PAD_DEFAULT && atom.x.conv.width == 0 && digits == 2 &&
+        defaultPadding == TimeFormat::PAD_ZERO && value >= 0 && value < 100) {  // most fields
+        char* p = out.appendUninitialized(2);
+        p[0] = static_cast<char>('0' + value / 10);
+        p[1] = static_cast<char>('0' + value % 10);
+        return;
+    }
+    if (atom.x.conv.padding == TimeFormat::PAD_DEFAULT && atom.x.conv.width == 0 && digits == 1 &&
+        value >= 1000 && value < 10000) {  // years
+        const auto v = static_cast<unsigned>(value);
+        char* p = out.appendUninitialized(4);
+        p[0] = static_cast<char>('0' + v / 1000);
+        p[1] = static_cast<char>('0' + v / 100 % 10);
+        p[2] = static_cast<char>('0' + v / 10 % 10);
+        p[3] = static_cast<char>('0' + v % 10);
+        return;
+    }
     const TimeFormat::Padding padding =
         atom.x.conv.padding == TimeFormat::PAD_DEFAULT ? defaultPadding : atom.x.conv.padding;
     const unsigned width =
@@ -330,7 +395,11 @@ void appendNumber(Str& out, std::int64_t value, unsigned digits, TimeFormat::Pad
 }
 
 // Text, padded to an explicit width (blanks, zeros with "0"), in the case the flags ask.
-void appendText(Str& out, std::string_view text, const TimeFormat::Atom& atom, bool swapToUpper) {
+void appendText(Sink& out, std::string_view text, const TimeFormat::Atom& atom, bool swapToUpper) {
+    if (atom.x.conv.casing == TimeFormat::CASE_DEFAULT && atom.x.conv.width == 0) {
+        out.append(text.data(), text.size());
+        return;
+    }
     const bool upper = atom.x.conv.casing == TimeFormat::CASE_UPPER ||
                        (atom.x.conv.casing == TimeFormat::CASE_SWAP && swapToUpper);
     const bool lower = atom.x.conv.casing == TimeFormat::CASE_SWAP && !swapToUpper;
@@ -364,7 +433,7 @@ void isoWeek(const CivilTime& civil, std::int64_t& isoYear, unsigned& week) noex
 }  // namespace
 
 void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at,
-                       Str& out) const {
+                       Sink& out) const {
     const char letter = static_cast<char>(a.x.conv.letter);
     switch (a.what) {
         case LITERAL:
@@ -516,6 +585,199 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
     }
 }
 
+namespace {
+
+// The width an atom always renders with (years from 1000 to 9999), or 0 when it varies.
+unsigned fixedWidth(const TimeFormat::Atom& a) noexcept {
+    using TF = TimeFormat;
+    if (a.what == TF::PUNCT) return 1;
+    if (a.what == TF::LITERAL) return a.x.text.length;
+    const char letter = static_cast<char>(a.x.conv.letter);
+    const bool spacePadded = letter == 'e' || letter == 'k' || letter == 'l';
+    const bool plain = a.x.conv.width == 0 && (a.x.conv.padding == TF::PAD_DEFAULT ||
+                                               (spacePadded && a.x.conv.padding == TF::PAD_SPACE));
+    if (a.what == TF::SUBSECONDS)
+        return a.x.conv.width != 0 ? a.x.conv.width : letter == 'N' ? 9 : letter == 'Q' ? 3 : 6;
+    if (a.what == TF::TZ_AS_SECOFFSET) return a.x.conv.colon != 0 ? 6 : 5;
+    if (!plain) return 0;
+    switch (a.what) {
+        case TF::CENTURY:
+        case TF::MONTHDAY_NUM:
+        case TF::HOUR24_NUM:
+        case TF::HOUR12_NUM:
+        case TF::MINUTE_NUM:
+        case TF::SECOND_NUM:
+        case TF::MONTH_NUM:
+        case TF::MONTHWEEK_NUM:
+        case TF::YEAR2_NUM:
+        case TF::MERIDIAN:
+            return 2;
+        case TF::YDAY_NUM:
+            return 3;
+        case TF::YEAR_NUM:
+            return 4;
+        case TF::WEEKDAY_NUM:
+            return 1;
+        case TF::WEEKDAY_NAME:
+        case TF::MONTH_NAME:
+            return letter == 'A' || letter == 'B' ? 0 : 3;
+        default:
+            return 0;
+    }
+}
+
+// Most fields are two digits: renderLayout works them out together, in this order.
+enum TwoDigitField : std::uint8_t {
+    TWO_DAY,
+    TWO_HOUR,
+    TWO_HOUR12,
+    TWO_MINUTE,
+    TWO_SECOND,
+    TWO_MONTH,
+    TWO_YY,
+    TWO_CENTURY,
+    NOT_TWO = 0xff
+};
+
+std::uint8_t twoDigitFieldOf(TimeFormat::What what) noexcept {
+    switch (what) {
+        case TimeFormat::MONTHDAY_NUM:
+            return TWO_DAY;
+        case TimeFormat::HOUR24_NUM:
+            return TWO_HOUR;
+        case TimeFormat::HOUR12_NUM:
+            return TWO_HOUR12;
+        case TimeFormat::MINUTE_NUM:
+            return TWO_MINUTE;
+        case TimeFormat::SECOND_NUM:
+            return TWO_SECOND;
+        case TimeFormat::MONTH_NUM:
+            return TWO_MONTH;
+        case TimeFormat::YEAR2_NUM:
+            return TWO_YY;
+        case TimeFormat::CENTURY:
+            return TWO_CENTURY;
+        default:
+            return NOT_TWO;
+    }
+}
+
+}  // namespace
+
+void TimeFormat::buildLayout() {
+    std::vector<Slot> slots;
+    Str layout;
+    for (std::size_t i = 0; i < _n; ++i) {
+        const Atom& a = _atoms[i];
+        const unsigned width = fixedWidth(a);
+        if (width == 0 || width > UINT16_MAX || layout.size() + width > UINT32_MAX) return;
+        if (a.what == LITERAL) {
+            layout.append(literalText(a), a.x.text.length);
+        } else if (a.what == PUNCT) {
+            layout.push_back(kPunctuation[a.x.tmp]);
+        } else {
+            const char letter = static_cast<char>(a.x.conv.letter);
+            slots.push_back({static_cast<std::uint32_t>(layout.size()), static_cast<std::uint32_t>(i),
+                             twoDigitFieldOf(a.what),
+                             letter == 'e' || letter == 'k' || letter == 'l' ? ' ' : '0',
+                             static_cast<std::uint16_t>(width)});
+            layout.append(width, '?');
+        }
+    }
+    _layout = std::move(layout);
+    _slots = std::move(slots);
+    _hasLayout = true;
+}
+
+namespace {
+
+void put2(char* p, unsigned v, char lead = '0') noexcept {
+    p[0] = v < 10 ? lead : static_cast<char>('0' + v / 10);
+    p[1] = static_cast<char>('0' + v % 10);
+}
+
+}  // namespace
+
+void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at,
+                              Sink& out) const {
+    char* const text = out.appendUninitialized(_layout.size());
+    std::memcpy(text, _layout.data(), _layout.size());
+    const auto year = static_cast<unsigned>(civil.year);  // 1000..9999 here
+    const unsigned two[] = {civil.day,    civil.hour,   civil.hour % 12 == 0 ? 12 : civil.hour % 12,
+                            civil.minute, civil.second, civil.month,
+                            year % 100,   year / 100};
+    for (const Slot& slot : _slots) {
+        char* const p = text + slot.position;
+        if (slot.twoDigitField != NOT_TWO) {
+            put2(p, two[slot.twoDigitField], slot.lead);
+            continue;
+        }
+        const Atom& a = _atoms[slot.atom];
+        const char letter = static_cast<char>(a.x.conv.letter);
+        switch (a.what) {
+            case YEAR_NUM:
+                put2(p, static_cast<unsigned>(civil.year / 100));
+                put2(p + 2, static_cast<unsigned>(civil.year % 100));
+                break;
+            case YDAY_NUM:
+                p[0] = static_cast<char>('0' + (civil.yearDay + 1) / 100);
+                put2(p + 1, (civil.yearDay + 1) % 100);
+                break;
+            case WEEKDAY_NUM:
+                p[0] = static_cast<char>('0' + (letter == 'u' && civil.weekday == 0 ? 7 : civil.weekday));
+                break;
+            case WEEKDAY_NAME:
+            case MONTH_NAME: {
+                const std::string_view name =
+                    a.what == WEEKDAY_NAME ? kWeekdays[civil.weekday] : kMonths[civil.month - 1];
+                const bool upper = a.x.conv.casing != CASE_DEFAULT;  // "#" and "^" both upper-case names
+                for (int k = 0; k < 3; ++k) {
+                    const char c = name[static_cast<std::size_t>(k)];
+                    p[k] = upper && c >= 'a' ? static_cast<char>(c - 32) : c;
+                }
+                break;
+            }
+            case MERIDIAN: {
+                const bool lower = letter == 'P' || a.x.conv.casing == CASE_SWAP;
+                p[0] = civil.hour >= 12 ? (lower ? 'p' : 'P') : (lower ? 'a' : 'A');
+                p[1] = lower ? 'm' : 'M';
+                break;
+            }
+            case MONTHWEEK_NUM: {
+                unsigned week = 0;
+                if (letter == 'V') {
+                    std::int64_t isoYear = 0;
+                    isoWeek(civil, isoYear, week);
+                } else {
+                    week =
+                        (civil.yearDay + 7 - (letter == 'U' ? civil.weekday : (civil.weekday + 6) % 7)) / 7;
+                }
+                put2(p, week);
+                break;
+            }
+            case SUBSECONDS: {
+                std::uint64_t ns = static_cast<std::uint64_t>(tv.tv_usec) * 1000;
+                char digits[9];
+                for (int i = 8; i >= 0; --i, ns /= 10) digits[i] = static_cast<char>('0' + ns % 10);
+                std::memcpy(p, digits, fixedWidth(a));
+                break;
+            }
+            case TZ_AS_SECOFFSET: {
+                const std::int32_t offset = at.utcOffset;
+                const std::uint32_t magnitude =
+                    offset < 0 ? 0u - static_cast<std::uint32_t>(offset) : static_cast<std::uint32_t>(offset);
+                p[0] = offset < 0 ? '-' : '+';
+                put2(p + 1, magnitude / 3600);
+                if (a.x.conv.colon != 0) p[3] = ':';
+                put2(p + (a.x.conv.colon != 0 ? 4 : 3), magnitude / 60 % 60);
+                break;
+            }
+            default:
+                VESTRA_ASSERT(false);
+        }
+    }
+}
+
 void TimeFormat::render(const Timeval& tv, const TimeZone& zone, Str& output) const {
     if (!_valid) return;
     if (tv.isMin() || tv.isMax() || tv.isZero()) {
@@ -525,7 +787,13 @@ void TimeFormat::render(const Timeval& tv, const TimeZone& zone, Str& output) co
     CivilTime civil;
     TimeZoneLookup at;
     if (!zone.breakDown(tv.tv_sec, civil, &at)) return;
-    for (std::size_t i = 0; i < _n; ++i) _fill(_atoms[i], tv, civil, at, output);
+    Sink sink(output);
+    if (_hasLayout && civil.year >= 1000 && civil.year <= 9999) {
+        renderLayout(tv, civil, at, sink);
+    } else {
+        for (std::size_t i = 0; i < _n; ++i) _fill(_atoms[i], tv, civil, at, sink);
+    }
+    sink.flush();
 }
 
 // --- Named epoch formats ---

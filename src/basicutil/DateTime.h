@@ -40,6 +40,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "basicutil/DateTimeCalendar.h"
 #include "basicutil/Str.h"
@@ -175,16 +176,36 @@ class TimeFormat {
 
     static constexpr char kPunctuation[] = {',', ' ', ':', '/', '-', '\t', '\n'};
 
+    struct Sink;  // where _fill writes: a buffer in front of the output string
+
+  private:
+    friend class TimeFormatParser;
+
   private:
     void _fill(const Atom& a, const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at,
-               Str& out) const;
+               Sink& out) const;
     struct Compiler;
+
+    void buildLayout();
+    void renderLayout(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at, Sink& out) const;
 
     Str _text;
     Str _literals;
     std::unique_ptr<Atom[]> _atoms;
     std::size_t _n = 0;
     bool _valid = false;
+    // For a format whose every atom has one width (most machine formats): the rendered text
+    // with the fixed characters in place, and where each field goes. Rendering a year from 1000
+    // to 9999 then copies it and writes the fields into the copy.
+    struct Slot {
+        std::uint32_t position, atom;
+        std::uint8_t twoDigitField;  // an index of renderLayout's two-digit values, or 0xff
+        char lead;                   // '0', or ' ' for %e %k %l
+        std::uint16_t width;
+    };
+    Str _layout;
+    std::vector<Slot> _slots;
+    bool _hasLayout = false;
 };
 
 // --- Calendar helpers over parsed fields ---

@@ -1,5 +1,6 @@
 // Parsing text with a compiled format, the calendar helpers, and Timeval::_set, which turns the
 // parsed fields into a time.
+#include <array>
 #include <cstring>
 
 #include "basicutil/Assert.h"
@@ -33,52 +34,59 @@ struct Limits {
 };
 
 // The letter's digits and largest value; years take more digits when a width asks.
+constexpr auto kLimits = [] {
+    std::array<Limits, TimeFormat::TZ_AS_SECOFFSET + 1> t{};
+    t.fill({19, INT64_MAX});
+    t[TimeFormat::CENTURY] = {2, 99};
+    t[TimeFormat::MONTHDAY_NUM] = {2, 31};
+    t[TimeFormat::ISO_YEAR] = {4, 9999};
+    t[TimeFormat::ISO_YEAR2] = {2, 99};
+    t[TimeFormat::HOUR24_NUM] = {2, 23};
+    t[TimeFormat::HOUR12_NUM] = {2, 12};
+    t[TimeFormat::YDAY_NUM] = {3, 366};
+    t[TimeFormat::MINUTE_NUM] = {2, 59};
+    t[TimeFormat::SECOND_NUM] = {2, 60};
+    t[TimeFormat::MONTH_NUM] = {2, 12};
+    t[TimeFormat::MONTHWEEK_NUM] = {2, 53};
+    t[TimeFormat::WEEKDAY_NUM] = {1, 6};
+    t[TimeFormat::YEAR_NUM] = {4, 99999999999};
+    t[TimeFormat::YEAR2_NUM] = {2, 99};
+    return t;
+}();
+
 Limits limitsOf(TimeFormat::What what, char letter) noexcept {
-    switch (what) {
-        case TimeFormat::CENTURY:
-            return {2, 99};
-        case TimeFormat::MONTHDAY_NUM:
-            return {2, 31};
-        case TimeFormat::ISO_YEAR:
-            return {4, 9999};
-        case TimeFormat::ISO_YEAR2:
-            return {2, 99};
-        case TimeFormat::HOUR24_NUM:
-            return {2, 23};
-        case TimeFormat::HOUR12_NUM:
-            return {2, 12};
-        case TimeFormat::YDAY_NUM:
-            return {3, 366};
-        case TimeFormat::MINUTE_NUM:
-            return {2, 59};
-        case TimeFormat::SECOND_NUM:
-            return {2, 60};
-        case TimeFormat::MONTH_NUM:
-            return {2, 12};
-        case TimeFormat::MONTHWEEK_NUM:
-            return {2, 53};
-        case TimeFormat::WEEKDAY_NUM:
-            return {1, letter == 'u' ? 7 : 6};
-        case TimeFormat::YEAR_NUM:
-            return {4, 99999999999};
-        case TimeFormat::YEAR2_NUM:
-            return {2, 99};
-        default:
-            return {19, INT64_MAX};
+    return what == TimeFormat::WEEKDAY_NUM && letter == 'u' ? Limits{1, 7} : kLimits[what];
+}
+
+// The separators between fields are a byte or two: a loop beats a call to memcmp.
+bool sameBytes(const char* a, const char* b, std::size_t n) noexcept {
+    for (std::size_t i = 0; i < n; ++i) {
+        if (a[i] != b[i]) return false;
     }
+    return true;
 }
 
 std::int64_t widenTwoDigitYear(std::int64_t yy) noexcept {
     return yy < 69 ? 2000 + yy : 1900 + yy;
 }
 
+}  // namespace
+
 // Walks the text atom by atom.
-class Parser {
+class TimeFormatParser {
   public:
-    Parser(const TimeFormat& format, const char* text, const char* end, TimeFormatRawParseResult& pr)
-        : _format(format), _p(text), _end(end), _pr(pr) {}
+    TimeFormatParser(const TimeFormat& format, const char* text, const char* end,
+                     TimeFormatRawParseResult& pr)
+        : _format(format), _begin(text), _p(text), _end(end), _pr(pr) {}
 
     bool run() {
+        if (_format._hasLayout && fixedRun()) {
+            finish();
+            return true;
+        }
+        _pr = TimeFormatRawParseResult{};
+        _p = _begin;
+        _twoDigitYear = _twelveHour = false;
         const TimeFormat::Atom* atoms = _format.atoms();
         const std::size_t n = _format.atomCount();
         for (std::size_t i = 0; i < n; ++i) {
@@ -95,6 +103,42 @@ class Parser {
     }
 
   private:
+    // Text laid out exactly as the format renders it (the common case for machine formats):
+    // the fixed characters compared in runs, two-digit fields read in place. Anything else, a
+    // trailing "Z" for an offset included, goes to the general walk.
+    bool fixedRun() noexcept {
+        const Str& layout = _format._layout;
+        const auto& slots = _format._slots;
+        const std::size_t length = layout.size();
+        if (static_cast<std::size_t>(_end - _begin) != length) return false;
+        std::size_t fixedFrom = 0;
+        for (const TimeFormat::Slot& slot : slots) {
+            if (!sameBytes(_begin + fixedFrom, layout.data() + fixedFrom, slot.position - fixedFrom))
+                return false;
+            const TimeFormat::Atom& a = _format._atoms[slot.atom];
+            const char* p = _begin + slot.position;
+            const std::size_t width =
+                slot.twoDigitField != 0xff || a.what == TimeFormat::YEAR_NUM ? slot.width : 0;
+            if (width != 0) {
+                std::int64_t v = 0;
+                for (std::size_t k = 0; k < width; ++k) {
+                    const bool blank = k == 0 && width == 2 && slot.lead == ' ' && p[0] == ' ';
+                    if (!blank && !isDigit(p[k])) return false;
+                    v = v * 10 + (blank ? 0 : p[k] - '0');
+                }
+                if (v > limitsOf(a.what, static_cast<char>(a.x.conv.letter)).max || !store(a, v))
+                    return false;
+                fixedFrom = slot.position + width;
+                continue;
+            }
+            _p = p;
+            if (!atom(a, nullptr) || _p != p + slot.width) return false;
+            fixedFrom = slot.position + slot.width;
+        }
+        return sameBytes(_begin + fixedFrom, layout.data() + fixedFrom, length - fixedFrom) &&
+               (_p = _end, true);
+    }
+
     void skipSpace() noexcept {
         while (_p < _end && isSpace(*_p)) ++_p;
     }
@@ -322,7 +366,14 @@ class Parser {
         const Limits limits = limitsOf(a.what, letter);
         const unsigned digits = a.x.conv.width != 0 ? a.x.conv.width : limits.digits;
         const bool signAllowed = a.what == TF::YEAR_NUM || a.what == TF::ISO_YEAR;
-        if (!number(digits, limits.max, signAllowed, v)) return false;
+        return number(digits, limits.max, signAllowed, v) && store(a, v);
+    }
+
+    // A numeric field's value into the result; false for a value its field cannot hold.
+    bool store(const TimeFormat::Atom& a, std::int64_t v) noexcept {
+        using TF = TimeFormat;
+        using R = TimeFormatRawParseResult;
+        const char letter = static_cast<char>(a.x.conv.letter);
         const auto u = static_cast<unsigned>(v < 0 ? 0 : v);
         switch (a.what) {
             case TF::CENTURY:
@@ -411,6 +462,7 @@ class Parser {
     }
 
     const TimeFormat& _format;
+    const char* _begin;
     const char* _p;
     const char* _end;
     TimeFormatRawParseResult& _pr;
@@ -420,8 +472,6 @@ class Parser {
         const char* _extra = nullptr;  // where the text stopped matching
     } _annotator;
 };
-
-}  // namespace
 
 void TimeFormatRawParseResult::setFracsec(std::uint64_t encoded) noexcept {
     fracsec = encoded;
@@ -447,7 +497,7 @@ bool TimeFormat::rawParse(StrSegment text, TimeFormatRawParseResult& result) con
     *pr = TimeFormatRawParseResult{};
     VESTRA_ASSERT((pr->have & TimeFormatRawParseResult::HAVE_MINUTE) == 0);
     if (!_valid) return false;
-    return Parser(*this, text.begin(), text.end(), result).run();
+    return TimeFormatParser(*this, text.begin(), text.end(), result).run();
 }
 
 // --- Calendar helpers ---
