@@ -141,7 +141,7 @@ struct TimeFormat::Compiler {
     void literalChar(char c) {
         if (inLiteral) {
             if (atoms == nullptr) return;
-            VESTRA_ASSERT(a > atoms);
+            VESTRA_ASSERT_TEXT(a > atoms, "a > _atoms");
             Atom& run = a[-1];
             if (run.what == PUNCT) {  // a second character: the run needs text of its own
                 const char first = kPunctuation[run.x.tmp];
@@ -255,7 +255,8 @@ struct TimeFormat::Compiler {
     }
 
     bool run(const char* ftime, const char* ftime_end) {
-        while (ftime < ftime_end) {
+        while (ftime != ftime_end) {
+            VESTRA_ASSERT(ftime < ftime_end);
             if (*ftime != '%') {
                 literalChar(*ftime++);
                 continue;
@@ -263,7 +264,6 @@ struct TimeFormat::Compiler {
             const char* end = ftime_end;
             if (!conversion(ftime, end)) return false;
             ftime = end;
-            VESTRA_ASSERT(ftime <= ftime_end);
         }
         VESTRA_ASSERT(ftime == ftime_end);
         return true;
@@ -440,7 +440,7 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
             out.append(_literals.data() + a.x.text.offset, a.x.text.length);
             return;
         case PUNCT:
-            VESTRA_ASSERT(a.x.tmp < sizeof(kPunctuation));
+            VESTRA_ASSERT_TEXT(a.x.tmp < sizeof(kPunctuation), "a->x.tmp < sizeof(punct)");
             out.push_back(kPunctuation[a.x.tmp]);
             return;
         case WEEKDAY_NAME:
@@ -473,7 +473,7 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
             return;
         case HOUR12_NUM:
             if (letter == 'l' && a.x.conv.padding != PAD_ZERO && a.x.conv.padding != PAD_NONE) {
-                VESTRA_ASSERT(a.x.conv.padding == PAD_SPACE);
+                VESTRA_ASSERT_TEXT(a.x.conv.padding == PAD_SPACE, "a->x.conv.padding == PAD_SPACE");
             }
             appendNumber(out, civil.hour % 12 == 0 ? 12 : civil.hour % 12, 2, PAD_ZERO, a);
             return;
@@ -541,6 +541,7 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
             return;
         }
         case MONTHWEEK_NUM: {
+            VESTRA_ASSERT_TEXT(a.what == MONTHWEEK_NUM, "a->what == MONTHWEEK_NUM");
             unsigned week = 0;
             if (letter == 'V') {
                 std::int64_t isoYear = 0;

@@ -93,6 +93,7 @@ class TimeFormatParser {
             const TimeFormat::Atom* following = i + 1 < n ? &atoms[i + 1] : nullptr;
             if (!atom(atoms[i], following)) {
                 _annotator._extra = _p;
+                VESTRA_ASSERT(_annotator._extra != nullptr);
                 break;
             }
         }
@@ -152,7 +153,7 @@ class TimeFormatParser {
         const char* post_ws = _p;
         if (_p == _end || *_p != c) return false;
         ++_p;
-        VESTRA_ASSERT(_p > post_ws);
+        VESTRA_ASSERT_TEXT(_p > post_ws, "p > post_ws");
         return true;
     }
 
@@ -224,10 +225,10 @@ class TimeFormatParser {
 
     // The two digits of minutes after the ":" of a numeric offset.
     bool tzoff_fetch_postcolon(std::int32_t& seconds) noexcept {
-        VESTRA_ASSERT(*_p == ':');
+        VESTRA_ASSERT_TEXT(*_p == ':', "*p == ':'");
         const char* a = _p + 1;
         if (_end - a < 2 || !isDigit(a[0]) || !isDigit(a[1])) return false;
-        VESTRA_ASSERT(_end > a);
+        VESTRA_ASSERT_TEXT(_end > a, "end > a");
         const int minutes = (a[0] - '0') * 10 + (a[1] - '0');
         if (minutes > 59) return false;
         seconds += minutes * 60;
@@ -243,7 +244,7 @@ class TimeFormatParser {
     }
 
     bool zoneName(const TimeFormat::Atom& a) noexcept {
-        VESTRA_ASSERT(a.what == TimeFormat::TZ_AS_NEEDEDOFFSET);
+        VESTRA_ASSERT_TEXT(a.what == TimeFormat::TZ_AS_NEEDEDOFFSET, "a->what == TZ_AS_NEEDEDOFFSET");
         if (_p < _end && (*_p == '+' || *_p == '-')) return offset();
         const char* start = _p;
         while (_p < _end && (isDigit(*_p) || (lowered(*_p) >= 'a' && lowered(*_p) <= 'z'))) ++_p;
@@ -271,7 +272,7 @@ class TimeFormatParser {
             d = d * 10 + static_cast<std::uint64_t>(*p - '0');
             _p = p + 1;
         }
-        VESTRA_ASSERT(_p == pend);
+        VESTRA_ASSERT_TEXT(_p == pend, "p == pend");
         _pr.setFracsec(d == 0 ? std::uint64_t{1} << digits : ((d * 2) + 1) << zeros);
         return true;
     }
