@@ -692,6 +692,13 @@ void TimeFormat::buildLayout() {
 
 namespace {
 
+// The abbreviated names as written and upper-cased.
+constexpr char kWeekdays3[2][7][4] = {{"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"},
+                                      {"SUN", "MON", "TUE", "WED", "THU", "FRI", "SAT"}};
+constexpr char kMonths3[2][12][4] = {
+    {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"},
+    {"JAN", "FEB", "MAR", "APR", "MAY", "JUN", "JUL", "AUG", "SEP", "OCT", "NOV", "DEC"}};
+
 void put2(char* p, unsigned v, char lead = '0') noexcept {
     p[0] = v < 10 ? lead : static_cast<char>('0' + v / 10);
     p[1] = static_cast<char>('0' + v % 10);
@@ -729,13 +736,12 @@ void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const T
                 break;
             case WEEKDAY_NAME:
             case MONTH_NAME: {
-                const std::string_view name =
-                    a.what == WEEKDAY_NAME ? kWeekdays[civil.weekday] : kMonths[civil.month - 1];
-                const bool upper = a.x.conv.casing != CASE_DEFAULT;  // "#" and "^" both upper-case names
-                for (int k = 0; k < 3; ++k) {
-                    const char c = name[static_cast<std::size_t>(k)];
-                    p[k] = upper && c >= 'a' ? static_cast<char>(c - 32) : c;
-                }
+                // "#" and "^" both upper-case names.
+                const int upper = a.x.conv.casing != CASE_DEFAULT ? 1 : 0;
+                std::memcpy(p,
+                            a.what == WEEKDAY_NAME ? kWeekdays3[upper][civil.weekday]
+                                                   : kMonths3[upper][civil.month - 1],
+                            3);
                 break;
             }
             case MERIDIAN: {

@@ -121,12 +121,18 @@ class TimeFormatParser {
             const std::size_t width =
                 slot.twoDigitField != 0xff || a.what == TimeFormat::YEAR_NUM ? slot.width : 0;
             if (width != 0) {
-                std::int64_t v = 0;
-                for (std::size_t k = 0; k < width; ++k) {
-                    const bool blank = k == 0 && width == 2 && slot.lead == ' ' && p[0] == ' ';
-                    if (!blank && !isDigit(p[k])) return false;
-                    v = v * 10 + (blank ? 0 : p[k] - '0');
+                // Digits in place; a two-digit field of %e %k %l may lead with a blank.
+                const unsigned d0 = p[0] == ' ' && slot.lead == ' ' && width == 2
+                                        ? 0u
+                                        : static_cast<unsigned char>(p[0]) - 48u;
+                unsigned v = d0;
+                bool digits = d0 <= 9;
+                for (std::size_t k = 1; k < width; ++k) {
+                    const unsigned d = static_cast<unsigned char>(p[k]) - 48u;
+                    digits = digits && d <= 9;
+                    v = v * 10 + d;
                 }
+                if (!digits) return false;
                 if (v > limitsOf(a.what, static_cast<char>(a.x.conv.letter)).max || !store(a, v))
                     return false;
                 fixedFrom = slot.position + width;
