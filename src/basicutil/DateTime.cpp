@@ -707,8 +707,7 @@ void put2(char* p, unsigned v, char lead = '0') noexcept {
 }  // namespace
 
 void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at,
-                              Sink& out) const {
-    char* const text = out.appendUninitialized(_layout.size());
+                              char* text) const {
     std::memcpy(text, _layout.data(), _layout.size());
     const auto year = static_cast<unsigned>(civil.year);  // 1000..9999 here
     const unsigned two[] = {civil.day,    civil.hour,   civil.hour % 12 == 0 ? 12 : civil.hour % 12,
@@ -794,12 +793,12 @@ void TimeFormat::render(const Timeval& tv, const TimeZone& zone, Str& output) co
     CivilTime civil;
     TimeZoneLookup at;
     if (!zone.breakDown(tv.tv_sec, civil, &at)) return;
-    Sink sink(output);
     if (_hasLayout && civil.year >= 1000 && civil.year <= 9999) {
-        renderLayout(tv, civil, at, sink);
-    } else {
-        for (std::size_t i = 0; i < _n; ++i) _fill(_atoms[i], tv, civil, at, sink);
+        renderLayout(tv, civil, at, output.appendUninitialized(_layout.size()));
+        return;
     }
+    Sink sink(output);
+    for (std::size_t i = 0; i < _n; ++i) _fill(_atoms[i], tv, civil, at, sink);
     sink.flush();
 }
 

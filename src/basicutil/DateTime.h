@@ -187,7 +187,8 @@ class TimeFormat {
     struct Compiler;
 
     void buildLayout();
-    void renderLayout(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at, Sink& out) const;
+    // Writes exactly _layout.size() bytes at text.
+    void renderLayout(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at, char* text) const;
 
     Str _text;
     Str _literals;

@@ -11,11 +11,6 @@ constexpr unsigned kDaysBeforeMonth[2][13] = {
 
 }  // namespace
 
-unsigned daysInMonth(std::int64_t year, unsigned month) noexcept {
-    const auto& before = kDaysBeforeMonth[is_leap_year(year) ? 1 : 0];
-    return before[month] - before[month - 1];
-}
-
 unsigned dayOfYear(std::int64_t year, unsigned month, unsigned day) noexcept {
     return kDaysBeforeMonth[is_leap_year(year) ? 1 : 0][month - 1] + day - 1;
 }

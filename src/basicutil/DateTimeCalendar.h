@@ -29,7 +29,10 @@ constexpr std::int64_t floorMod(std::int64_t a, std::int64_t b) noexcept {
     return r < 0 ? r + b : r;
 }
 
-unsigned daysInMonth(std::int64_t year, unsigned month) noexcept;
+constexpr unsigned daysInMonth(std::int64_t year, unsigned month) noexcept {
+    constexpr unsigned char kDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return kDays[month - 1] + (month == 2 && is_leap_year(year) ? 1u : 0u);
+}
 
 // |year| below 2^50. Counted in eras of 400 years that start on March 1, so that the leap day
 // ends each year.

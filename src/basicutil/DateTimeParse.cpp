@@ -125,9 +125,10 @@ class TimeFormatParser {
                 const unsigned d0 = p[0] == ' ' && slot.lead == ' ' && width == 2
                                         ? 0u
                                         : static_cast<unsigned char>(p[0]) - 48u;
-                unsigned v = d0;
-                bool digits = d0 <= 9;
-                for (std::size_t k = 1; k < width; ++k) {
+                const unsigned d1 = static_cast<unsigned char>(p[1]) - 48u;
+                unsigned v = d0 * 10 + d1;
+                bool digits = d0 <= 9 && d1 <= 9;
+                for (std::size_t k = 2; k < width; ++k) {  // the year's other two
                     const unsigned d = static_cast<unsigned char>(p[k]) - 48u;
                     digits = digits && d <= 9;
                     v = v * 10 + d;
@@ -137,6 +138,21 @@ class TimeFormatParser {
                     return false;
                 fixedFrom = slot.position + width;
                 continue;
+            }
+            if (a.what == TimeFormat::TZ_AS_SECOFFSET && (p[0] == '+' || p[0] == '-')) {  // "+hh:mm", "+hhmm"
+                const char* m = p + (a.x.conv.colon != 0 ? 4 : 3);
+                const unsigned h1 = static_cast<unsigned char>(p[1]) - 48u,
+                               h0 = static_cast<unsigned char>(p[2]) - 48u;
+                const unsigned m1 = static_cast<unsigned char>(m[0]) - 48u,
+                               m0 = static_cast<unsigned char>(m[1]) - 48u;
+                if ((a.x.conv.colon == 0 || p[3] == ':') && h1 <= 9 && h0 <= 9 && m1 <= 5 && m0 <= 9 &&
+                    h1 * 10 + h0 <= 24) {
+                    const auto seconds =
+                        static_cast<std::int32_t>((h1 * 10 + h0) * 3600 + (m1 * 10 + m0) * 60);
+                    storeOffset(p[0] == '-' ? -seconds : seconds);
+                    fixedFrom = slot.position + slot.width;
+                    continue;
+                }
             }
             _p = p;
             if (!atom(a, nullptr) || _p != p + slot.width) return false;

@@ -207,7 +207,8 @@ std::int64_t TimeZone::leapCorrection(std::int64_t t, unsigned* hit) const noexc
 }
 
 bool TimeZone::breakDown(std::int64_t seconds, CivilTime& civil, TimeZoneLookup* at) const noexcept {
-    const TimeZoneLookup found = lookup(seconds);
+    const TimeZoneLookup found =
+        _table.empty() && _rule == nullptr ? lookupType(_initialType) : lookup(seconds);
     unsigned hit = 0;
     const std::int64_t correction = _leaps.empty() ? 0 : leapCorrection(seconds, &hit);
     // Days and the second of the day apart, so that no sum can overflow.

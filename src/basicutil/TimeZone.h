@@ -115,6 +115,13 @@ class TimeZone {
                       std::int64_t minute, std::int64_t second, LocalTimeResolution& out,
                       LocalTimeChoice choice = LocalTimeChoice::PRE_TRANSITION) const noexcept;
 
+    // True, with the offset, for a zone whose offset never changes (UTC, fixed zones).
+    bool fixedOffset(std::int32_t& utcOffset) const noexcept {
+        if (!_table.empty() || _rule != nullptr || !_leaps.empty()) return false;
+        utcOffset = _types[_initialType].utcOffset;
+        return true;
+    }
+
     // --- Describing ---
     const Str& name() const noexcept { return _name; }
     // The transitions read from the source, ascending, and the local time each one starts.
