@@ -7,11 +7,12 @@ set -eu
 # python3 runs the table generator (and the test that checks its output against the tree);
 # clang-format checks the formatting; ICU and fmt are the benchmarks' peers (case conversion,
 # formatting); tzdata is the zone directory the time-zone tests read, and cctz their second
-# oracle and the zone benchmark's peer; abseil is the time-format benchmark's peer.
+# oracle and the zone benchmark's peer; abseil is the time-format benchmark's peer; the JSON
+# parser checks every JSON log line.
 DEBIAN_PACKAGES="cmake ninja-build g++ clang clang-format libclang-rt-dev pkg-config python3 git
 libgtest-dev libgmock-dev libbenchmark-dev libdouble-conversion-dev libpcre2-dev libicu-dev libfmt-dev
-tzdata libcctz-dev libabsl-dev"
-FREEBSD_PACKAGES="cmake ninja pkgconf python3 googletest benchmark double-conversion pcre2 icu libfmt cctz abseil"
+tzdata libcctz-dev libabsl-dev nlohmann-json3-dev"
+FREEBSD_PACKAGES="cmake ninja pkgconf python3 googletest benchmark double-conversion pcre2 icu libfmt cctz abseil nlohmann-json"
 
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"

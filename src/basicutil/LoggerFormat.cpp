@@ -1,0 +1,505 @@
+// Compiling line patterns and rendering lines: fields, JSON members, message trimming.
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <ctime>
+#include <limits>
+
+#include "basicutil/Assert.h"
+#include "basicutil/Logger.h"
+#include "basicutil/Platform.h"
+#include "basicutil/Thread.h"
+
+namespace basicutil {
+
+namespace {
+
+constexpr const char* kLevelNames[] = {"DEBUG", "INFO",  "NOTICE", "WARN", "ERROR",
+                                       "CRIT",  "ALERT", "FATAL",  "EMERG"};
+constexpr const char* kDefaultDateFormat = "%Y-%m-%d %H:%M:%S,%l";
+constexpr std::uint64_t kThreadNameLimit = 100;
+
+// The logger's %l is milliseconds; the time-format engine's own %l is the 12-hour clock.
+Str mapMilliseconds(std::string_view format) {
+    Str out;
+    for (std::size_t i = 0; i < format.size(); ++i) {
+        if (format[i] == '%' && i + 1 < format.size()) {
+            if (format[i + 1] == 'l') {
+                out.append("%3Q");
+                ++i;
+                continue;
+            }
+            out.push_back('%');
+            out.push_back(format[++i]);  // "%%" and every other conversion letter stay as they are
+            continue;
+        }
+        out.push_back(format[i]);
+    }
+    return out;
+}
+
+std::shared_ptr<const TimeFormat> dateFormat(std::string_view argument) {
+    std::string_view text = argument;
+    if (argument.empty() || argument == "ISO8601") {
+        text = kDefaultDateFormat;
+    } else if (argument == "ABSOLUTE") {
+        text = "%H:%M:%S,%l";
+    } else if (argument == "DATE") {
+        text = "%d %b %Y %H:%M:%S,%l";
+    }
+    auto format = std::make_shared<TimeFormat>(mapMilliseconds(text));
+    if (!format->valid()) format = std::make_shared<TimeFormat>(mapMilliseconds(kDefaultDateFormat));
+    return format;
+}
+
+// Decimal digits, at most 19 (the marker's numbers are byte counts of strings).
+unsigned decimalDigits(std::uint64_t v) noexcept {
+    unsigned n = 1;
+    while (v >= 10) {
+        v /= 10;
+        ++n;
+    }
+    return n;
+}
+
+// The base of the elapsed-time atoms: the first event time that renders one, set once.
+std::atomic<std::int64_t> g_elapsedBaseUsec{std::numeric_limits<std::int64_t>::min()};
+
+std::int64_t elapsedMs(const Timeval& time) noexcept {
+    const std::int64_t now = time.tv_sec * 1000000 + time.tv_usec;
+    std::int64_t base = g_elapsedBaseUsec.load(std::memory_order_relaxed);
+    if (base == std::numeric_limits<std::int64_t>::min()) {
+        g_elapsedBaseUsec.compare_exchange_strong(base, now, std::memory_order_relaxed);
+        base = g_elapsedBaseUsec.load(std::memory_order_relaxed);
+    }
+    return (now - base) / 1000;
+}
+
+void appendDecimal(Str& out, std::int64_t value) {
+    char digits[24];
+    std::uint64_t rest =
+        value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
+    char* p = digits + sizeof digits;
+    do {
+        *--p = static_cast<char>('0' + rest % 10);
+        rest /= 10;
+    } while (rest != 0);
+    if (value < 0) *--p = '-';
+    out.append(p, static_cast<size_type>(digits + sizeof digits - p));
+}
+
+// A field: cut to the maximum width, or padded to the minimum.
+void appendField(Str& out, StrSegment text, const LogFormat::Atom& atom) {
+    if (text.size() > atom.max_width) {
+        out.append(text.data(), atom.max_width);
+        return;
+    }
+    const size_type fill = text.size() < atom.min_width ? atom.min_width - text.size() : 0;
+    if (atom.pad == 0) {
+        out.append(text);
+        out.append(fill, ' ');
+    } else {
+        out.append(fill, atom.pad);
+        out.append(text);
+    }
+}
+
+// The length of the valid UTF-8 sequence at p (2 to 4), or 0 (RFC 3629: no overlong forms, no
+// surrogates, nothing above U+10FFFF).
+unsigned validSequence(const unsigned char* p, const unsigned char* end) noexcept {
+    const unsigned char lead = p[0];
+    unsigned n = 0;
+    unsigned char low = 0x80, high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        n = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        n = 3;
+        if (lead == 0xE0) low = 0xA0;
+        if (lead == 0xED) high = 0x9F;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        n = 4;
+        if (lead == 0xF0) low = 0x90;
+        if (lead == 0xF4) high = 0x8F;
+    } else {
+        return 0;
+    }
+    if (end - p < static_cast<std::ptrdiff_t>(n) || p[1] < low || p[1] > high) return 0;
+    for (unsigned k = 2; k < n; ++k) {
+        if ((p[k] & 0xC0) != 0x80) return 0;
+    }
+    return n;
+}
+
+}  // namespace
+
+bool parseLogLevel(StrSegment name, LogLevel& level) noexcept {
+    for (std::size_t i = 0; i < std::size(kLevelNames); ++i) {
+        const std::string_view candidate = kLevelNames[i];
+        if (candidate.size() != name.size()) continue;
+        std::size_t k = 0;
+        while (k < candidate.size() && (name[k] == candidate[k] || name[k] == candidate[k] + 32)) ++k;
+        if (k == candidate.size()) {
+            level = static_cast<LogLevel>(i);
+            return true;
+        }
+    }
+    return false;
+}
+
+LogFormatCallback::~LogFormatCallback() = default;
+void LogFormatCallback::beforeOversizedLine(const LogEvent&) {}
+
+void appendJsonEscaped(Str& out, StrSegment text) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+    const auto* const end = p + text.size();
+    while (p < end) {
+        const unsigned char* run = p;  // bytes written as they are
+        while (p < end && *p >= 0x20 && *p < 0x80 && *p != '"' && *p != '\\') ++p;
+        out.append(reinterpret_cast<const char*>(run), static_cast<size_type>(p - run));
+        if (p == end) break;
+        const unsigned char c = *p;
+        if (c >= 0x80) {
+            const unsigned n = validSequence(p, end);
+            if (n != 0) {
+                out.append(reinterpret_cast<const char*>(p), n);
+                p += n;
+                continue;
+            }
+        }
+        ++p;
+        switch (c) {
+            case '"':
+                out.append("\\\"", 2);
+                break;
+            case '\\':
+                out.append("\\\\", 2);
+                break;
+            case '\n':
+                out.append("\\n", 2);
+                break;
+            case '\r':
+                out.append("\\r", 2);
+                break;
+            case '\t':
+                out.append("\\t", 2);
+                break;
+            default: {
+                const char escaped[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
+                out.append(escaped, 6);
+            }
+        }
+    }
+}
+
+void renderTrimmedTo(Str& out, const char* text, std::uint64_t length, std::uint64_t trimTo) {
+    const std::uint64_t msgsize = length;
+    VESTRA_ASSERT(trimTo >= 45);
+    VESTRA_ASSERT(msgsize > trimTo);
+    // The marker names the bytes it stands for, which depend on its own length: take the
+    // shortest length that agrees with itself (one always does, from 26 to 44 bytes).
+    std::uint64_t markerLength = 26;
+    while (25 + decimalDigits(length - trimTo + markerLength) != markerLength) ++markerLength;
+    const std::uint64_t skipped = length - (trimTo - markerLength);
+    char buf[46];
+    static constexpr char kBefore[] = " ...{skipping ";
+    static constexpr char kAfter[] = " bytes}... ";
+    char* p = buf;
+    std::memcpy(p, kBefore, sizeof kBefore - 1);
+    p += sizeof kBefore - 1;
+    const unsigned digits = decimalDigits(skipped);
+    std::uint64_t rest = skipped;
+    for (unsigned i = digits; i > 0; --i, rest /= 10) p[i - 1] = static_cast<char>('0' + rest % 10);
+    p += digits;
+    std::memcpy(p, kAfter, sizeof kAfter - 1);
+    p += sizeof kAfter - 1;
+    std::uint64_t buflen = static_cast<std::uint64_t>(p - buf);
+    VESTRA_ASSERT(buflen == markerLength && buflen < sizeof buf);
+
+    const std::uint64_t budget = trimTo - markerLength;
+    std::uint64_t emit_left = 0, emit_right = 0;
+    if (budget < 64) {  // too little for a tail: the head takes it, the marker loses its end
+        emit_left = budget + 4;
+        buflen -= 4;
+    } else {
+        emit_right = budget / 4;
+        emit_left = budget - emit_right;
+    }
+    VESTRA_ASSERT(emit_left + buflen + emit_right == trimTo);
+    const size_type headStart = out.size();
+    out.append(text, emit_left);
+    while (out.size() > headStart && out.back() == '\\') out.pop_back();
+    out.append(buf, buflen);
+    out.append(text + length - emit_right, emit_right);
+}
+
+// --- Compiling ---
+
+LogFormat::LogFormat(const char* pattern) : _pattern(pattern != nullptr ? pattern : "") {
+    const char* p = _pattern.data();
+    const char* const end = p + _pattern.size();
+    // Runs that touch in the pattern ("a%" of "a%%b") are one atom.
+    auto literal = [this](const char* text, std::uint32_t length) {
+        if (!_atoms.empty()) {
+            Atom& last = _atoms.back();
+            const bool inPattern =
+                last.text >= _pattern.data() && last.text < _pattern.data() + _pattern.size();
+            if (last.kind == KIND_LITERAL && inPattern && last.text + last.length == text) {
+                last.length += length;
+                return;
+            }
+        }
+        Atom atom;
+        atom.text = text;
+        atom.length = length;
+        _atoms.push_back(std::move(atom));
+    };
+    while (p < end) {
+        if (*p != '%') {
+            const char* start = p;
+            while (p < end && *p != '%') ++p;
+            literal(start, static_cast<std::uint32_t>(p - start));
+            continue;
+        }
+        VESTRA_ASSERT(*p == '%');
+        if (p + 1 < end && p[1] == '%') {  // the first "%" of the two is the run's
+            literal(p, 1);
+            p += 2;
+            continue;
+        }
+        ++p;
+        Atom atom;
+        if (p < end && (*p == '-' || *p == '0')) atom.pad = *p++ == '-' ? '\0' : '0';
+        auto number = [&p, end](std::uint32_t& value) {
+            std::uint64_t v = 0;
+            while (p < end && *p >= '0' && *p <= '9')
+                v = std::min<std::uint64_t>(v * 10 + static_cast<std::uint64_t>(*p++ - '0'), 0xfffffffeu);
+            value = static_cast<std::uint32_t>(v);
+        };
+        number(atom.min_width);
+        if (p < end && *p == '.') {
+            ++p;
+            if (p < end && *p >= '0' && *p <= '9') number(atom.max_width);
+        }
+        if (p == end) break;  // a conversion without its letter
+        const char letter = *p++;
+        std::string_view argument;
+        if (p < end && *p == '{') {
+            const char* close =
+                static_cast<const char*>(std::memchr(p, '}', static_cast<std::size_t>(end - p)));
+            if (close == nullptr) break;  // an unterminated argument drops the atom and the rest
+            argument = std::string_view(p + 1, static_cast<std::size_t>(close - p - 1));
+            p = close + 1;
+        }
+        switch (letter) {
+            case 'm':
+                atom.kind = KIND_MESSAGE;
+                break;
+            case 'n':
+                atom.kind = KIND_LITERAL;
+                atom.text = "\n";
+                atom.length = 1;
+                break;
+            case 'c':
+                atom.kind = KIND_COMPONENT;
+                break;
+            case 'p':
+                atom.kind = KIND_LEVEL;
+                break;
+            case 't':
+                atom.kind = KIND_THREAD_NAME;
+                break;
+            case 'T':
+                atom.kind = KIND_THREAD_ID;
+                break;
+            case 'r':
+                atom.kind = KIND_ELAPSED_MS;
+                break;
+            case 'R':
+                atom.kind = KIND_ELAPSED_S;
+                break;
+            case 'u':
+                atom.kind = KIND_CLOCK;
+                break;
+            case 'd':
+                atom.kind = KIND_DATE;
+                atom.time = dateFormat(argument);
+                break;
+            default:
+                continue;  // an unknown letter: dropped
+        }
+        _atoms.push_back(std::move(atom));
+    }
+}
+
+// --- Rendering ---
+
+namespace {
+
+struct LineRenderer {
+    const LogEvent& event;
+    std::uint64_t maxMessageSize;
+    LogFormatCallback* callback;
+
+    void message(Str& out, const LogFormat::Atom& atom) const {
+        const StrSegment text = event.message;
+        if (atom.max_width != LogFormat::kNoMaximum) {
+            const std::uint64_t n = atom.max_width;
+            if (text.size() <= n) {
+                appendField(out, text, atom);
+            } else if (n < 45) {
+                out.append(text.data(), n);
+            } else {
+                renderTrimmedTo(out, text.data(), text.size(), n);
+            }
+            return;
+        }
+        if (maxMessageSize == 0 || text.size() <= maxMessageSize) {
+            out.append(text);
+            return;
+        }
+        bool trim = false;
+        if (callback != nullptr) {
+            callback->beforeOversizedLine(event);
+            trim = callback->trimOversizedMessage(out, text, maxMessageSize, text.size());
+        }
+        const std::uint64_t trimTo = maxMessageSize >= 800 ? maxMessageSize / 8 : 100;
+        if (!trim || trimTo >= text.size()) {
+            out.append(text);
+        } else {
+            renderTrimmedTo(out, text.data(), text.size(), trimTo);
+        }
+    }
+
+    // The text of a field atom, before padding.
+    void field(Str& out, const LogFormat::Atom& atom) const {
+        Str value;
+        switch (atom.kind) {
+            case LogFormat::KIND_COMPONENT:
+                appendField(out, event.component, atom);
+                return;
+            case LogFormat::KIND_LEVEL:
+                appendField(out, event.level >= 0 && event.level <= 8 ? kLevelNames[event.level] : "???",
+                            atom);
+                return;
+            case LogFormat::KIND_THREAD_NAME: {
+                const StrSegment name = Thread::currentThreadName();
+                if (name.size() > kThreadNameLimit && atom.max_width == LogFormat::kNoMaximum) {
+                    renderTrimmedTo(value, name.data(), name.size(), kThreadNameLimit);
+                    appendField(out, value, atom);
+                } else {
+                    appendField(out, name, atom);
+                }
+                return;
+            }
+            case LogFormat::KIND_THREAD_ID:
+                appendDecimal(value, static_cast<std::int64_t>(platform::currentThreadId()));
+                break;
+            case LogFormat::KIND_ELAPSED_MS:
+                appendDecimal(value, elapsedMs(event.time));
+                break;
+            case LogFormat::KIND_ELAPSED_S:
+                appendDecimal(value, elapsedMs(event.time) / 1000);
+                break;
+            case LogFormat::KIND_CLOCK:
+                appendDecimal(value, static_cast<std::int64_t>(std::clock()));
+                break;
+            case LogFormat::KIND_DATE:
+                atom.time->render(event.time, *TimeZone::local(), value);
+                break;
+            default:
+                break;
+        }
+        appendField(out, value, atom);
+    }
+};
+
+const char* jsonMember(std::uint32_t kind) noexcept {
+    switch (kind) {
+        case LogFormat::KIND_COMPONENT:
+            return "component";
+        case LogFormat::KIND_LEVEL:
+            return "log_level";
+        case LogFormat::KIND_THREAD_NAME:
+            return "thread";
+        case LogFormat::KIND_THREAD_ID:
+            return "thread_id";
+        case LogFormat::KIND_ELAPSED_MS:
+            return "elapsed_ms";
+        case LogFormat::KIND_ELAPSED_S:
+            return "elapsed_s";
+        case LogFormat::KIND_CLOCK:
+            return "clock";
+        case LogFormat::KIND_DATE:
+            return "datetime";
+        default:
+            return nullptr;
+    }
+}
+
+}  // namespace
+
+void LogFormat::render(Str& out, const LogEvent& event, int serialization, std::uint64_t maxMessageSize,
+                       LogFormatCallback* callback) const {
+    const size_type start = out.size();
+    const LineRenderer line{event, maxMessageSize, callback};
+    if (serialization != SERIALIZE_JSON) {
+        for (const Atom& atom : _atoms) {
+            if (atom.kind == KIND_MESSAGE) {
+                line.message(out, atom);
+            } else if (atom.kind == KIND_LITERAL) {
+                out.append(atom.text, atom.length);
+            } else if (atom.kind <= KIND_DATE) {
+                line.field(out, atom);
+            } else {
+                out.resize(start);
+                out.append("_atoms array invalid!");
+                return;
+            }
+        }
+        return;
+    }
+    // One object: the members in pattern order, the message last, the newlines after it.
+    out.push_back('{');
+    bool first = true;
+    const Atom* message = nullptr;
+    size_type newlines = 0;
+    Str value;
+    for (const Atom& atom : _atoms) {
+        if (atom.kind == KIND_MESSAGE) {
+            if (message == nullptr) message = &atom;
+            continue;
+        }
+        if (atom.kind == KIND_LITERAL) {
+            if (atom.length == 1 && atom.text[0] == '\n') ++newlines;
+            continue;
+        }
+        const char* member = jsonMember(atom.kind);
+        if (member == nullptr) {
+            out.resize(start);
+            out.append("_atoms array invalid!");
+            return;
+        }
+        value.clear();
+        line.field(value, atom);
+        if (!first) out.push_back(',');
+        first = false;
+        out.push_back('"');
+        out.append(member);
+        out.append("\":\"", 3);
+        appendJsonEscaped(out, value);
+        out.push_back('"');
+    }
+    if (message != nullptr) {
+        value.clear();
+        line.message(value, *message);
+        if (!first) out.push_back(',');
+        out.append("\"data\":\"", 8);
+        appendJsonEscaped(out, value);
+        out.push_back('"');
+    }
+    out.push_back('}');
+    out.append(newlines, '\n');
+}
+
+}  // namespace basicutil
