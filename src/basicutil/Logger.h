@@ -24,16 +24,33 @@
 // M >= 800, else to 100 bytes; otherwise it is written whole.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "basicutil/DateTime.h"
-#include "basicutil/LoggerSink.h"
+#include "basicutil/PrintfFormat.h"
 #include "basicutil/Str.h"
 #include "basicutil/Timeval.h"
 
 namespace basicutil {
+
+enum LogLevel : std::uint8_t {
+    LOG_DEBUG = 0,
+    LOG_INFO = 1,
+    LOG_NOTICE = 2,
+    LOG_WARN = 3,
+    LOG_ERROR = 4,
+    LOG_CRIT = 5,
+    LOG_ALERT = 6,
+    LOG_FATAL = 7,
+    LOG_EMERG = 8,
+};
+
+// "DEBUG" ... "EMERG"; "???" for a value out of range.
+const char* logLevelName(int level) noexcept;
 
 // The level whose name matches, ignoring case, as a whole word ("warn" is WARN, "WARNING" is
 // nothing). False, with `level` unchanged, for any other text.
@@ -108,6 +125,164 @@ class LogFormat {
   private:
     Str _pattern;
     std::vector<Atom> _atoms;
+};
+
+class Logger;
+
+// Sees every line a logger renders (its layout, text mode). Called under the logger's mutex, in
+// the logging thread: observers must be quick and must not log on, or (un)register with, the
+// same logger.
+class LogObserver {
+  public:
+    virtual ~LogObserver();
+    virtual void observe(const Logger& logger, const LogEvent& event, StrSegment line) = 0;
+};
+
+// A named channel. Components keep one as a process-wide global ("Thread", "Timeval", ...) and
+// log on it in two styles: printf-style through the library's printf engine (logf), and
+// stream-style through LoggerStreamAccumulator. A level below the channel's threshold costs a
+// load and a compare, and nothing is rendered.
+//
+// The constructor's arguments, after the name:
+//   quiet           1: the channel starts switched off (threshold above EMERG) until a
+//                   configuration turns it on, for chatty diagnostic channels; 0: it starts
+//                   at DEBUG.
+//   similarSeconds  repeats of a message within this many seconds of its first occurrence are
+//                   counted instead of written (0: never).
+//   similarCapacity how many distinct messages the count keeps at once (0: none).
+// Two messages are similar when they have the same level and the same format text (printf
+// style) or the same text (otherwise). The counts are reported, one line per message, at the
+// message's level: "<n> similar messages suppressed.  First occurred at:\n\t\t\t\t<first text>",
+// when the first occurrence's window has passed and the channel logs again, when the table is
+// full, on flushSimilar(), and when the channel is destroyed (at exit for the globals): no count
+// is lost.
+class Logger {
+  public:
+    Logger(const char* name, int quiet, unsigned similarSeconds, unsigned similarCapacity);
+    virtual ~Logger();
+    Logger(const Logger&) = delete;
+    Logger& operator=(const Logger&) = delete;
+
+    const Str& name() const noexcept { return _name; }
+    bool enabled(int level) const noexcept { return level >= _threshold.load(std::memory_order_relaxed); }
+    void setThreshold(int level) noexcept { _threshold.store(level, std::memory_order_relaxed); }
+    int threshold() const noexcept { return _threshold.load(std::memory_order_relaxed); }
+
+    template <typename... Args>
+    void logf(LogLevel level, std::string_view format, const Args&... args) {
+        if (!enabled(level)) return;
+        Str message;
+        appendf(message, format, args...);
+        submit(level, message, format);
+    }
+    // The text as it is (it is also its own similarity key).
+    void log(LogLevel level, std::string_view text) {
+        if (enabled(level)) submit(level, text, text);
+    }
+    // A message of several lines as one line each, split at "\n" and "\r" (an empty line between
+    // two breaks is left out).
+    void debugSplitLines(LogLevel level, StrSegment text);
+
+    void registerLogObserver(LogObserver* observer);
+    void unregisterLogObserver(LogObserver* observer);
+    // Writes the counts of suppressed messages now.
+    void flushSimilar();
+
+    // The layout lines are rendered with for observers ("%m%n" unless set).
+    void setLayout(std::shared_ptr<const LogFormat> layout);
+
+    // Every channel in the process, in creation order.
+    class iterate_channels_callback {
+      public:
+        virtual ~iterate_channels_callback();
+        virtual void visit(Logger& logger) = 0;
+    };
+    static void iterateChannels(iterate_channels_callback& callback);
+    static Logger* find(StrSegment name) noexcept;
+
+    // Sets up the channels created before logging was (the globals of every unit); channels
+    // created afterwards are set up as they are made. Safe to call more than once.
+    static void initialize();
+    static bool initialized() noexcept;
+
+    // The event path below the level check: suppression, then the line to every observer.
+    void submit(LogLevel level, StrSegment message, StrSegment similarityKey);
+
+  private:
+    struct Similar;
+    void emit(LogLevel level, StrSegment message);
+    void reportLocked(Similar& entry);
+
+    Str _name;
+    std::atomic<int> _threshold;
+    unsigned _similarSeconds, _similarCapacity;
+    std::mutex _mutex;  // the observers and the similar-message table
+    std::vector<LogObserver*> _observers;
+    std::vector<Similar> _similar;
+    std::shared_ptr<const LogFormat> _layout;
+    bool _setUp = false;
+};
+
+// The "Logger" channel: the logging system's own messages.
+Logger& loggerChannel() noexcept;
+
+// A channel with nothing of its own beyond Logger: what components declare.
+class LoggerSimple : public Logger {
+  public:
+    using Logger::Logger;
+};
+
+// Registers in its constructor, unregisters in its destructor.
+class ScopedLogObserverRegistration {
+  public:
+    ScopedLogObserverRegistration(Logger& logger, LogObserver& observer)
+        : _logger(logger), _observer(observer) {
+        _logger.registerLogObserver(&_observer);
+    }
+    ~ScopedLogObserverRegistration() { _logger.unregisterLogObserver(&_observer); }
+    ScopedLogObserverRegistration(const ScopedLogObserverRegistration&) = delete;
+    ScopedLogObserverRegistration& operator=(const ScopedLogObserverRegistration&) = delete;
+
+  private:
+    Logger& _logger;
+    LogObserver& _observer;
+};
+
+// Stream-style logging: LoggerStreamAccumulator(logger, LOG_INFO) << "n=" << n; the message is
+// logged when the accumulator ends (finish_vlog). Each thread has one buffer that serves one
+// message at a time; an accumulator made while the thread's buffer is in use (a message built
+// inside another) gets a buffer of its own, marked by DYNAMIC_FLAG in its logger word.
+class LoggerStreamAccumulator {
+  public:
+    static constexpr std::uintptr_t DYNAMIC_FLAG = 1;
+
+    LoggerStreamAccumulator(Logger& logger, LogLevel level);
+    ~LoggerStreamAccumulator() { finish_vlog(); }
+    LoggerStreamAccumulator(const LoggerStreamAccumulator&) = delete;
+    LoggerStreamAccumulator& operator=(const LoggerStreamAccumulator&) = delete;
+
+    LoggerStreamAccumulator& operator<<(StrSegment text);
+    LoggerStreamAccumulator& operator<<(const char* text) { return *this << StrSegment(text); }
+    LoggerStreamAccumulator& operator<<(char c);
+    LoggerStreamAccumulator& operator<<(long long v);
+    LoggerStreamAccumulator& operator<<(unsigned long long v);
+    LoggerStreamAccumulator& operator<<(int v) { return *this << static_cast<long long>(v); }
+    LoggerStreamAccumulator& operator<<(long v) { return *this << static_cast<long long>(v); }
+    LoggerStreamAccumulator& operator<<(unsigned v) { return *this << static_cast<unsigned long long>(v); }
+    LoggerStreamAccumulator& operator<<(unsigned long v) {
+        return *this << static_cast<unsigned long long>(v);
+    }
+    LoggerStreamAccumulator& operator<<(double v);
+
+    // Logs what was gathered (once) and gives the buffer back.
+    void finish_vlog();
+
+  private:
+    Logger* logger() const noexcept;
+
+    std::uintptr_t _logger;  // the logger, with DYNAMIC_FLAG when _buffer is this one's own
+    LogLevel _level;
+    Str* _buffer;  // null once finished
 };
 
 // Writes `length` bytes of `text` cut to exactly `trimTo` bytes (>= 45, < length): a head, the

@@ -132,6 +132,10 @@ unsigned validSequence(const unsigned char* p, const unsigned char* end) noexcep
 
 }  // namespace
 
+const char* logLevelName(int level) noexcept {
+    return level >= 0 && level < static_cast<int>(std::size(kLevelNames)) ? kLevelNames[level] : "???";
+}
+
 bool parseLogLevel(StrSegment name, LogLevel& level) noexcept {
     for (std::size_t i = 0; i < std::size(kLevelNames); ++i) {
         const std::string_view candidate = kLevelNames[i];

@@ -9,7 +9,7 @@
 #include <cstdlib>
 
 #include "basicutil/Assert.h"
-#include "basicutil/LoggerSink.h"
+#include "basicutil/Logger.h"
 #include "basicutil/Platform.h"
 #include "basicutil/StartupOrder.h"
 #include "basicutil/ThreadClockChoice.h"
@@ -80,7 +80,7 @@ static_assert(std::atomic<std::uint64_t>::is_always_lock_free && std::atomic<pth
                  PrintfFormat::argumentList(Thread::currentThreadName(), call, Thread::threadsActive()),
                  PrintfFormatAtom::OPTION_ERRNO);
     if (!creating.empty()) appendf(message, ". Trying to create %s", creating);
-    logToChannel("Thread", LOG_ERROR, message);
+    threadChannel().log(LOG_ERROR, message);
     throw ThreadException(message);
 }
 
@@ -89,6 +89,7 @@ FatalThreadContext fatalContext() noexcept {
 }
 
 struct ThreadGlobals {
+    LoggerSimple log{"Thread", 0, 60, 100};
     pthread_mutex_t mutex;
     pthread_mutex_t signal_callers;
     sem_t signal_done;
@@ -115,6 +116,14 @@ struct ThreadGlobals {
     }
 };
 ThreadGlobals globals VESTRA_STARTUP(STARTUP_THREAD);
+
+}  // namespace
+
+Logger& threadChannel() noexcept {
+    return globals.log;
+}
+
+namespace {
 
 // Holds the process-wide mutex for a scope.
 class ProcessLock {
@@ -153,7 +162,7 @@ void warnIfFailed(int rc, const char* message) {
     std::string text;
     errno = rc;
     appendPrintf(PrintfOutput(text), message, {}, PrintfFormatAtom::OPTION_ERRNO);
-    logToChannel("Thread", LOG_WARN, text);
+    threadChannel().log(LOG_WARN, text);
 }
 
 // Ends a request: its requester wakes once for it.
@@ -262,7 +271,7 @@ void* Thread::threadFrame(void* arg) {
         errno = rc;
         appendPrintf(PrintfOutput(text), "cannot name thread %s: pthread_setname_np(): %m",
                      PrintfFormat::argumentList(instance->_name), PrintfFormatAtom::OPTION_ERRNO);
-        logToChannel("Thread", LOG_WARN, text);
+        threadChannel().log(LOG_WARN, text);
     }
     instance->_thread_id.store(platform::currentThreadId());
     VESTRA_ASSERT(THREAD_SPECIFIC_POINTER_GET(activeThreads) == nullptr);
@@ -314,7 +323,7 @@ void Thread::callMainAndDiscardTerminateException() {
         main();
     } catch (const TerminateException& e) {
         runCleanups();
-        logToChannel("Thread", LOG_INFO, std::string("caught Thread::TerminateException: ") + e.what());
+        threadChannel().log(LOG_INFO, std::string("caught Thread::TerminateException: ") + e.what());
     } catch (...) {
         runCleanups();
         throw;  // on to the terminate handler

@@ -28,6 +28,11 @@
 
 namespace basicutil {
 
+class Logger;
+
+// The "Thread" channel: thread life-cycle warnings and the fatal-error line.
+Logger& threadChannel() noexcept;
+
 // Raised when a thread cannot be created.
 class ThreadException : public BaseException {
   public:

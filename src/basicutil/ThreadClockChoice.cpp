@@ -4,8 +4,9 @@
 #include <ctime>
 #include <string_view>
 
-#include "basicutil/LoggerSink.h"
+#include "basicutil/Logger.h"
 #include "basicutil/Platform.h"
+#include "basicutil/Thread.h"
 
 namespace basicutil {
 
@@ -38,7 +39,7 @@ ClockChoice decideOnce() noexcept {
     struct timespec probe {};
     const ClockChoice choice =
         decideClockChoice(std::getenv("VESTRA_USE_MONOTONIC_CLOCK"), platform::readMonotonicClock(probe));
-    logToChannel("Thread", choice == CLOCK_CHOICE_UNAVAILABLE ? LOG_WARN : LOG_INFO, clockChoiceText(choice));
+    threadChannel().log(choice == CLOCK_CHOICE_UNAVAILABLE ? LOG_WARN : LOG_INFO, clockChoiceText(choice));
     return choice;
 }
 

@@ -10,8 +10,9 @@
 #include <string_view>
 
 #include "basicutil/DecimalText.h"
-#include "basicutil/LoggerSink.h"
+#include "basicutil/Logger.h"
 #include "basicutil/Platform.h"
+#include "basicutil/Thread.h"
 
 namespace basicutil {
 
@@ -102,7 +103,7 @@ void fatalThreadError(const char* call, int errnum) noexcept {
         std::memcpy(message + used, line[i].iov_base, take);
         used += take;
     }
-    logToChannel("Thread", LOG_FATAL, std::string_view(message, used));
+    threadChannel().log(LOG_FATAL, std::string_view(message, used));
     std::abort();
 }
 

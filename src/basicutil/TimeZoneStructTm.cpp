@@ -1,7 +1,7 @@
 // struct tm bound to a zone object, failing and clamping as the local-zone records do.
 #include <climits>
 
-#include "basicutil/LoggerSink.h"
+#include "basicutil/Logger.h"
 #include "basicutil/PrintfFormat.h"
 #include "basicutil/TimeZone.h"
 
@@ -33,8 +33,7 @@ bool fill(std::tm& tm, const TimeZone& zone, std::int64_t seconds) noexcept {
 
 bool StructTmInTimezone::convert(std::int64_t seconds, const char* function) noexcept {
     if (fill(*this, *_zone, seconds)) return true;
-    logToChannel("Timeval", LOG_ERROR,
-                 strprintf("%s(%lld) failed!", function, static_cast<long long>(seconds)));
+    timevalChannel().log(LOG_ERROR, strprintf("%s(%lld) failed!", function, static_cast<long long>(seconds)));
     if (!fill(*this, *_zone, 0)) *static_cast<std::tm*>(this) = std::tm{};  // the zone fields
     const bool negative = seconds < 0;
     tm_year = negative ? 0 : 9999 - 1900;
@@ -55,9 +54,9 @@ Timeval StructTmInTimezone::inverse(const char* function) const noexcept {
                     _zone->resolveLocal(tm_year + 1900LL, tm_mon + 1LL, tm_mday, tm_hour, tm_min, tm_sec,
                                         later, LocalTimeChoice::POST_TRANSITION);
     if (!ok) {
-        logToChannel("Timeval", LOG_ERROR,
-                     strprintf("%s(%lld-%lld-%d %d:%02d:%02d) failed!", function, tm_year + 1900LL,
-                               tm_mon + 1LL, tm_mday, tm_hour, tm_min, tm_sec));
+        timevalChannel().log(LOG_ERROR,
+                             strprintf("%s(%lld-%lld-%d %d:%02d:%02d) failed!", function, tm_year + 1900LL,
+                                       tm_mon + 1LL, tm_mday, tm_hour, tm_min, tm_sec));
         return tm_year > 69 ? Timeval::MAX_TIME : Timeval::MIN_TIME;
     }
     const bool wantsLater = earlier.kind == LocalTimeResolution::REPEATED && tm_isdst >= 0 &&

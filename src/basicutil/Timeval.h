@@ -19,6 +19,10 @@ namespace basicutil {
 
 struct TimeFormatRawParseResult;
 class TimeZone;
+class Logger;
+
+// The "Timeval" channel: failed conversions of broken-down time.
+Logger& timevalChannel() noexcept;
 
 struct Timeval {
     std::int64_t tv_sec = 0;

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "basicutil/LoggerSink.h"
+#include "basicutil/Logger.h"
 #include "basicutil/PrintfFormat.h"
 
 namespace basicutil {
@@ -12,15 +12,14 @@ namespace {
 using Converter = std::tm* (*)(const time_t*, std::tm*);
 
 void logFromFailure(const char* function, std::int64_t seconds) {
-    logToChannel("Timeval", LOG_ERROR,
-                 strprintf("%s(%lld) failed!", function, static_cast<long long>(seconds)));
+    timevalChannel().log(LOG_ERROR, strprintf("%s(%lld) failed!", function, static_cast<long long>(seconds)));
 }
 
 void logToFailure(const char* function, const std::tm& tm) {
     // The year and month are computed in 64 bits: a year near INT_MAX must not overflow here.
-    logToChannel("Timeval", LOG_ERROR,
-                 strprintf("%s(%lld-%lld-%d %d:%02d:%02d) failed!", function, tm.tm_year + 1900LL,
-                           tm.tm_mon + 1LL, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec));
+    timevalChannel().log(LOG_ERROR,
+                         strprintf("%s(%lld-%lld-%d %d:%02d:%02d) failed!", function, tm.tm_year + 1900LL,
+                                   tm.tm_mon + 1LL, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec));
 }
 
 // Zone fields come from time 0, the date fields from the clamp.

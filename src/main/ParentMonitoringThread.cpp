@@ -2,7 +2,8 @@
 
 #include <cstdio>
 
-#include "basicutil/LoggerSink.h"
+#include "basicutil/Logger.h"
+#include "basicutil/Thread.h"
 #include "basicutil/Timeval.h"
 
 namespace vestra {
@@ -12,7 +13,7 @@ void ParentMonitoringThread::main() {
     // Unbuffered, fgets takes the line (at most 511 bytes) and nothing more from the pipe; a
     // buffered stream would swallow whatever else the parent wrote.
     if (std::setvbuf(stdin, nullptr, _IONBF, 0) != 0) {
-        basicutil::logToChannel("Thread", basicutil::LOG_WARN, "cannot make standard input unbuffered");
+        basicutil::threadChannel().log(basicutil::LOG_WARN, "cannot make standard input unbuffered");
     }
     // A line, end of file and a read error all mean the same: the parent is done with us.
     const char* const got = std::fgets(line, sizeof line, stdin);

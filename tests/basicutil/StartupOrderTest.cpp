@@ -20,8 +20,9 @@ std::vector<std::string> events() {
 
 TEST(StartupOrderTest, GlobalsComeUpInTheDeclaredOrder) {
     EXPECT_EQ(events(),
-              (std::vector<std::string>{"+basicutil/Str", "+basicutil/Thread", "+basicutil/BaseException",
-                                        "+basicutil/StrCharacterClasses", "+basicutil/DateTime"}));
+              (std::vector<std::string>{"+basicutil/Str", "+basicutil/Thread", "+basicutil/Timeval",
+                                        "+basicutil/BaseException", "+basicutil/StrCharacterClasses",
+                                        "+basicutil/DateTime", "+basicutil/Logger"}));
 }
 
 // Constructed before every unit's globals and so destroyed after them all: checks the teardown
@@ -31,12 +32,16 @@ struct TeardownCheck {
         const std::vector<std::string> all = events();
         const std::vector<std::string> expected = {"+basicutil/Str",
                                                    "+basicutil/Thread",
+                                                   "+basicutil/Timeval",
                                                    "+basicutil/BaseException",
                                                    "+basicutil/StrCharacterClasses",
                                                    "+basicutil/DateTime",
+                                                   "+basicutil/Logger",
+                                                   "-basicutil/Logger",
                                                    "-basicutil/DateTime",
                                                    "-basicutil/StrCharacterClasses",
                                                    "-basicutil/BaseException",
+                                                   "-basicutil/Timeval",
                                                    "-basicutil/Thread",
                                                    "-basicutil/Str"};
         if (all != expected) {

@@ -9,7 +9,8 @@
 #include <string_view>
 #include <thread>
 
-#include "basicutil/LoggerSink.h"
+#include "basicutil/Logger.h"
+#include "basicutil/Thread.h"
 
 namespace basicutil {
 namespace {
@@ -36,11 +37,14 @@ TEST(ThreadFatalErrorDeathTest, RecordsAndLogsBeforeAborting) {
     EXPECT_DEATH(
         {
             // Print what the record and the log saw, then let the routine abort.
-            installLogSink([](std::string_view channel, LogLevel level, std::string_view message) {
-                const FatalThreadErrorRecord r = fatalThreadErrorRecord();
-                fprintf(stderr, "[%.*s/%d] %.*s | %s %d\n", static_cast<int>(channel.size()), channel.data(),
-                        level, static_cast<int>(message.size()), message.data(), r.call, r.error);
-            });
+            struct Print : LogObserver {
+                void observe(const Logger& logger, const LogEvent& event, StrSegment) override {
+                    const FatalThreadErrorRecord r = fatalThreadErrorRecord();
+                    fprintf(stderr, "[%s/%d] %.*s | %s %d\n", logger.name().c_str(), event.level,
+                            static_cast<int>(event.message.size()), event.message.data(), r.call, r.error);
+                }
+            } print;
+            threadChannel().registerLogObserver(&print);
             fatalThreadError("pthread_cond_wait", EPERM);
         },
         "\\[Thread/7\\] Fatal thread error: pthread_cond_wait: Operation not permitted; 0 threads active, in "

@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "basicutil/LoggerSink.h"
+#include "basicutil/Logger.h"
 #include "basicutil/Platform.h"
 #include "basicutil/ThreadFatalError.h"
 #include "support/LogCapture.h"
@@ -387,14 +387,18 @@ TEST_F(ThreadDeathTest, EveryStateDumpCarriesTheFatalErrorRecord) {
     static const Thread* dumped[2];
     EXPECT_DEATH(
         {
-            installLogSink([](std::string_view, LogLevel, std::string_view) {
-                std::string dumps;
-                for (const Thread* t : dumped) {
-                    t->dumpState(dumps);
-                    dumps += '\n';
+            struct Dump : LogObserver {
+                void observe(const Logger&, const LogEvent&, StrSegment) override {
+                    std::string dumps;
+                    for (const Thread* t : dumped) {
+                        t->dumpState(dumps);
+                        dumps += '\n';
+                    }
+                    std::fputs(dumps.c_str(), stderr);
                 }
-                std::fputs(dumps.c_str(), stderr);
-            });
+            };
+            static Dump dump;
+            threadChannel().registerLogObserver(&dump);
             ThreadFunction failing([] { fatalThreadError("pthread_join", EINVAL); }, "%s",
                                    std::string(80, 'n'));
             dumped[0] = &_mainThread;

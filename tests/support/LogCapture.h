@@ -1,15 +1,16 @@
-// Captures what components log while it is alive.
+// Captures what every channel logs while it is alive.
 #pragma once
 
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "basicutil/LoggerSink.h"
+#include "basicutil/Logger.h"
 
 namespace basicutil::testing {
 
-class LogCapture {
+class LogCapture : private LogObserver {
   public:
     struct Line {
         std::string channel;
@@ -17,8 +18,24 @@ class LogCapture {
         std::string message;
     };
 
-    LogCapture() : _previous(installLogSink(&record)) { lines().clear(); }
-    ~LogCapture() { installLogSink(_previous); }
+    // Earlier counts of similar messages are written off first, so that every message logged
+    // from here on is seen.
+    LogCapture() {
+        struct Register : Logger::iterate_channels_callback {
+            LogCapture& capture;
+            explicit Register(LogCapture& c) : capture(c) {}
+            void visit(Logger& logger) override {
+                logger.flushSimilar();
+                logger.registerLogObserver(&capture);
+                capture._channels.push_back(&logger);
+            }
+        } registration(*this);
+        Logger::iterateChannels(registration);
+        lines().clear();
+    }
+    ~LogCapture() override {
+        for (Logger* logger : _channels) logger->unregisterLogObserver(this);
+    }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
@@ -28,10 +45,13 @@ class LogCapture {
     }
 
   private:
-    static void record(std::string_view channel, LogLevel level, std::string_view message) {
-        lines().push_back({std::string(channel), level, std::string(message)});
+    void observe(const Logger& logger, const LogEvent& event, StrSegment) override {
+        static std::mutex mutex;  // channels log from many threads
+        std::lock_guard<std::mutex> lock(mutex);
+        lines().push_back({std::string(logger.name().view()), static_cast<LogLevel>(event.level),
+                           std::string(event.message.view())});
     }
-    LogSink _previous;
+    std::vector<Logger*> _channels;
 };
 
 }  // namespace basicutil::testing

@@ -1,0 +1,280 @@
+// Channels: the registry, the level check, similar-message suppression, observers, and
+// stream-style messages.
+#include "basicutil/Logger.h"
+
+#include <algorithm>
+
+#include "basicutil/Assert.h"
+#include "basicutil/StartupOrder.h"
+
+namespace basicutil {
+
+namespace {
+
+// Every channel, in creation order. Made by the first channel, so it outlives them all.
+struct Registry {
+    std::mutex mutex;
+    std::vector<Logger*> channels;
+    bool initialized = false;
+};
+
+Registry& registry() {
+    static Registry instance;
+    return instance;
+}
+
+// The default layout "%m%n" and the "Logger" channel.
+struct LoggerGlobals {
+    std::shared_ptr<const LogFormat> layout;
+    LoggerSimple channel;  // after the layout, which it takes
+    LoggerGlobals() : layout(std::make_shared<const LogFormat>("%m%n")), channel("Logger", 0, 60, 100) {
+        recordStartupEvent("+basicutil/Logger");
+    }
+    ~LoggerGlobals() { recordStartupEvent("-basicutil/Logger"); }
+};
+LoggerGlobals g_logger VESTRA_STARTUP(STARTUP_LOGGER);
+
+// Channels made before the default layout exists (the "Thread" and "Timeval" globals) get it
+// when they first render a line.
+std::shared_ptr<const LogFormat> defaultLayout() {
+    static const std::shared_ptr<const LogFormat> early = std::make_shared<const LogFormat>("%m%n");
+    return g_logger.layout != nullptr ? g_logger.layout : early;
+}
+
+}  // namespace
+
+Logger& loggerChannel() noexcept {
+    return g_logger.channel;
+}
+
+struct Logger::Similar {
+    LogLevel level;
+    Str key;
+    Str first;
+    std::int64_t firstSeen;  // seconds
+    std::uint64_t count;     // occurrences, the first included
+    std::uint64_t reported;  // of those, written or reported
+};
+
+LogObserver::~LogObserver() = default;
+Logger::iterate_channels_callback::~iterate_channels_callback() = default;
+
+Logger::Logger(const char* name, int quiet, unsigned similarSeconds, unsigned similarCapacity)
+    : _name(name),
+      _threshold(quiet != 0 ? LOG_EMERG + 1 : LOG_DEBUG),
+      _similarSeconds(similarSeconds),
+      _similarCapacity(similarCapacity),
+      _layout(defaultLayout()) {
+    Registry& all = registry();
+    std::lock_guard<std::mutex> lock(all.mutex);
+    all.channels.push_back(this);
+    _setUp = all.initialized;
+}
+
+Logger::~Logger() {
+    flushSimilar();
+    Registry& all = registry();
+    std::lock_guard<std::mutex> lock(all.mutex);
+    all.channels.erase(std::remove(all.channels.begin(), all.channels.end(), this), all.channels.end());
+}
+
+void Logger::initialize() {
+    Registry& all = registry();
+    std::lock_guard<std::mutex> lock(all.mutex);
+    all.initialized = true;
+    for (Logger* logger : all.channels) logger->_setUp = true;
+}
+
+bool Logger::initialized() noexcept {
+    Registry& all = registry();
+    std::lock_guard<std::mutex> lock(all.mutex);
+    return all.initialized;
+}
+
+void Logger::iterateChannels(iterate_channels_callback& callback) {
+    Registry& all = registry();
+    std::vector<Logger*> channels;
+    {
+        std::lock_guard<std::mutex> lock(all.mutex);
+        channels = all.channels;
+    }
+    for (Logger* logger : channels) callback.visit(*logger);
+}
+
+Logger* Logger::find(StrSegment name) noexcept {
+    Registry& all = registry();
+    std::lock_guard<std::mutex> lock(all.mutex);
+    for (Logger* logger : all.channels) {
+        if (logger->_name.view() == name.view()) return logger;
+    }
+    return nullptr;
+}
+
+void Logger::setLayout(std::shared_ptr<const LogFormat> layout) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    _layout = layout != nullptr ? std::move(layout) : defaultLayout();
+}
+
+void Logger::registerLogObserver(LogObserver* observer) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    _observers.push_back(observer);
+}
+
+void Logger::unregisterLogObserver(LogObserver* observer) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    _observers.erase(std::remove(_observers.begin(), _observers.end(), observer), _observers.end());
+}
+
+// Under _mutex.
+void Logger::emit(LogLevel level, StrSegment message) {
+    if (_observers.empty()) return;
+    const LogEvent event{_name, level, Timeval::now(), message};
+    Str line;
+    _layout->render(line, event, LogFormat::SERIALIZE_TEXT, 0, nullptr);
+    for (LogObserver* observer : _observers) observer->observe(*this, event, line);
+}
+
+// Under _mutex.
+void Logger::reportLocked(Similar& entry) {
+    if (entry.count <= entry.reported) return;
+    Str report = strprintf("%llu similar messages suppressed.  First occurred at:\n\t\t\t\t",
+                           static_cast<unsigned long long>(entry.count - entry.reported));
+    report.append(entry.first);
+    entry.reported = entry.count;
+    emit(entry.level, report);
+}
+
+void Logger::submit(LogLevel level, StrSegment message, StrSegment similarityKey) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    if (_similarSeconds == 0 || _similarCapacity == 0) {
+        emit(level, message);
+        return;
+    }
+    const std::int64_t now = Timeval::nowSeconds();
+    // Windows that have passed: their counts are reported and their entries go.
+    for (auto it = _similar.begin(); it != _similar.end();) {
+        if (now - it->firstSeen >= static_cast<std::int64_t>(_similarSeconds)) {
+            reportLocked(*it);
+            it = _similar.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    for (Similar& entry : _similar) {
+        if (entry.level == level && entry.key.view() == similarityKey.view()) {
+            ++entry.count;
+            return;
+        }
+    }
+    if (_similar.size() >= _similarCapacity) {
+        for (Similar& entry : _similar) reportLocked(entry);
+        _similar.clear();
+    }
+    _similar.push_back({level, Str(similarityKey), Str(message), now, 1, 1});
+    emit(level, message);
+}
+
+void Logger::flushSimilar() {
+    std::lock_guard<std::mutex> lock(_mutex);
+    for (Similar& entry : _similar) reportLocked(entry);
+    _similar.clear();
+}
+
+void Logger::debugSplitLines(LogLevel level, StrSegment text) {
+    if (!enabled(level)) return;
+    const char* p = text.data();
+    std::size_t rest = text.size();
+    while (rest > 0) {
+        std::size_t eol = 0;
+        while (eol < rest && p[eol] != '\n' && p[eol] != '\r') ++eol;
+        if (eol > 0) log(level, StrSegment(p, eol));
+        if (eol == rest) break;
+        VESTRA_ASSERT(p[eol] == '\n' || p[eol] == '\r');
+        p += eol + 1;
+        rest -= eol + 1;
+    }
+}
+
+// --- Stream-style messages ---
+
+namespace {
+
+// The thread's buffer for one stream-style message at a time.
+struct ThreadLogScratch {
+    Str buffer;
+    Str* _scratchp = nullptr;  // the buffer, while a message uses it
+};
+
+thread_local ThreadLogScratch t_scratch;
+
+}  // namespace
+
+LoggerStreamAccumulator::LoggerStreamAccumulator(Logger& logger, LogLevel level) : _level(level) {
+    Logger* logp = &logger;
+    VESTRA_ASSERT(logp != nullptr);
+    const auto word = reinterpret_cast<std::uintptr_t>(logp);
+    VESTRA_ASSERT((word & DYNAMIC_FLAG) == 0);
+    if (!logger.enabled(level)) {  // nothing gathered, nothing rendered
+        _logger = word;
+        _buffer = nullptr;
+        return;
+    }
+    ThreadLogScratch* thr = &t_scratch;
+    if (thr->_scratchp == nullptr) {
+        thr->_scratchp = &thr->buffer;
+        VESTRA_ASSERT(thr->_scratchp != nullptr);
+        Str* scratchp = thr->_scratchp;
+        VESTRA_ASSERT(scratchp->empty());
+        _buffer = scratchp;
+        _logger = word;
+    } else {  // the thread's buffer holds a message being built: this one gets its own
+        _buffer = new Str;
+        _logger = word | DYNAMIC_FLAG;
+    }
+}
+
+Logger* LoggerStreamAccumulator::logger() const noexcept {
+    return reinterpret_cast<Logger*>(_logger & ~DYNAMIC_FLAG);
+}
+
+LoggerStreamAccumulator& LoggerStreamAccumulator::operator<<(StrSegment text) {
+    if (_buffer != nullptr) _buffer->append(text);
+    return *this;
+}
+
+LoggerStreamAccumulator& LoggerStreamAccumulator::operator<<(char c) {
+    if (_buffer != nullptr) _buffer->push_back(c);
+    return *this;
+}
+
+LoggerStreamAccumulator& LoggerStreamAccumulator::operator<<(long long v) {
+    if (_buffer != nullptr) appendf(*_buffer, "%lld", v);
+    return *this;
+}
+
+LoggerStreamAccumulator& LoggerStreamAccumulator::operator<<(unsigned long long v) {
+    if (_buffer != nullptr) appendf(*_buffer, "%llu", v);
+    return *this;
+}
+
+LoggerStreamAccumulator& LoggerStreamAccumulator::operator<<(double v) {
+    if (_buffer != nullptr) appendf(*_buffer, "%g", v);
+    return *this;
+}
+
+void LoggerStreamAccumulator::finish_vlog() {
+    LoggerStreamAccumulator* acc = this;
+    VESTRA_ASSERT(acc != nullptr);
+    if (acc->_buffer == nullptr) return;
+    Str* const buffer = acc->_buffer;
+    acc->_buffer = nullptr;
+    logger()->log(_level, *buffer);
+    if ((_logger & DYNAMIC_FLAG) != 0) {
+        delete buffer;
+    } else {
+        buffer->clear();
+        t_scratch._scratchp = nullptr;
+    }
+}
+
+}  // namespace basicutil
