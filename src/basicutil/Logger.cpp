@@ -209,12 +209,11 @@ thread_local ThreadLogScratch t_scratch;
 
 }  // namespace
 
-LoggerStreamAccumulator::LoggerStreamAccumulator(Logger& logger, LogLevel level) : _level(level) {
-    Logger* logp = &logger;
+LoggerStreamAccumulator::LoggerStreamAccumulator(Logger* logp, LogLevel level) : _level(level) {
     VESTRA_ASSERT(logp != nullptr);
     const auto word = reinterpret_cast<std::uintptr_t>(logp);
     VESTRA_ASSERT((word & DYNAMIC_FLAG) == 0);
-    if (!logger.enabled(level)) {  // nothing gathered, nothing rendered
+    if (!logp->enabled(level)) {  // nothing gathered, nothing rendered
         _logger = word;
         _buffer = nullptr;
         return;

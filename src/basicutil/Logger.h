@@ -256,7 +256,9 @@ class LoggerStreamAccumulator {
   public:
     static constexpr std::uintptr_t DYNAMIC_FLAG = 1;
 
-    LoggerStreamAccumulator(Logger& logger, LogLevel level);
+    LoggerStreamAccumulator(Logger& logger, LogLevel level) : LoggerStreamAccumulator(&logger, level) {}
+    // Not null, and without DYNAMIC_FLAG (an assertion).
+    LoggerStreamAccumulator(Logger* logger, LogLevel level);
     ~LoggerStreamAccumulator() { finish_vlog(); }
     LoggerStreamAccumulator(const LoggerStreamAccumulator&) = delete;
     LoggerStreamAccumulator& operator=(const LoggerStreamAccumulator&) = delete;

@@ -164,7 +164,8 @@ TEST(LoggerDeathTest, AnAccumulatorRefusesAFlaggedLogger) {
     LoggerSimple log("test.flag", 0, 0, 0);
     auto* flagged = reinterpret_cast<Logger*>(reinterpret_cast<std::uintptr_t>(&log) |
                                               LoggerStreamAccumulator::DYNAMIC_FLAG);
-    EXPECT_DEATH(LoggerStreamAccumulator(*flagged, LOG_INFO), "DYNAMIC_FLAG");
+    EXPECT_DEATH(LoggerStreamAccumulator(flagged, LOG_INFO), "DYNAMIC_FLAG");
+    EXPECT_DEATH(LoggerStreamAccumulator(static_cast<Logger*>(nullptr), LOG_INFO), "logp != nullptr");
 }
 
 }  // namespace
