@@ -785,14 +785,18 @@ void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const T
 }
 
 void TimeFormat::render(const Timeval& tv, const TimeZone& zone, Str& output) const {
+    CivilTime civil;
+    TimeZoneLookup at;
+    if (_valid && zone.breakDown(tv.tv_sec, civil, &at)) render(tv, civil, at, output);
+}
+
+void TimeFormat::render(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at,
+                        Str& output) const {
     if (!_valid) return;
     if (tv.isMin() || tv.isMax() || tv.isZero()) {
         output.append(tv.isMin() ? "<min>" : tv.isMax() ? "<max>" : "<zero>");
         return;
     }
-    CivilTime civil;
-    TimeZoneLookup at;
-    if (!zone.breakDown(tv.tv_sec, civil, &at)) return;
     if (_hasLayout && civil.year >= 1000 && civil.year <= 9999) {
         renderLayout(tv, civil, at, output.appendUninitialized(_layout.size()));
         return;

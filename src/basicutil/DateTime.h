@@ -161,6 +161,9 @@ class TimeFormat {
 
     // Appends the time as the zone shows it.
     void render(const Timeval& tv, const TimeZone& zone, Str& output) const;
+    // The same from the time's fields already broken down in the zone (several formats of one
+    // time break it down once).
+    void render(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at, Str& output) const;
     // The whole text must match. On failure `result.have` may hold fields found before the
     // mismatch, but never a field that was not found.
     [[nodiscard]] bool rawParse(StrSegment text, TimeFormatRawParseResult& result) const noexcept;

@@ -344,6 +344,10 @@ struct LineRenderer {
     const LogEvent& event;
     std::uint64_t maxMessageSize;
     LogFormatCallback* callback;
+    // The event time broken down in the local zone, at most once per line.
+    mutable bool brokenDown = false;
+    mutable CivilTime civil{};
+    mutable TimeZoneLookup at{};
 
     void message(Str& out, const LogFormat::Atom& atom) const {
         const StrSegment text = event.message;
@@ -409,7 +413,8 @@ struct LineRenderer {
                 appendDecimal(value, static_cast<std::int64_t>(std::clock()));
                 break;
             case LogFormat::KIND_DATE:
-                atom.time->render(event.time, *TimeZone::local(), value);
+                if (!brokenDown) brokenDown = TimeZone::local()->breakDown(event.time.tv_sec, civil, &at);
+                if (brokenDown) atom.time->render(event.time, civil, at, value);
                 break;
             default:
                 break;
@@ -446,7 +451,7 @@ const char* jsonMember(std::uint32_t kind) noexcept {
 void LogFormat::render(Str& out, const LogEvent& event, int serialization, std::uint64_t maxMessageSize,
                        LogFormatCallback* callback) const {
     const size_type start = out.size();
-    const LineRenderer line{event, maxMessageSize, callback};
+    const LineRenderer line{event, maxMessageSize, callback, false, {}, {}};
     if (serialization != SERIALIZE_JSON) {
         for (const Atom& atom : _atoms) {
             if (atom.kind == KIND_MESSAGE) {
