@@ -18,6 +18,7 @@ constexpr const char* kLevelNames[] = {"DEBUG", "INFO",  "NOTICE", "WARN", "ERRO
                                        "CRIT",  "ALERT", "FATAL",  "EMERG"};
 constexpr const char* kDefaultDateFormat = "%Y-%m-%d %H:%M:%S,%l";
 constexpr std::uint64_t kThreadNameLimit = 100;
+constexpr std::uint32_t kMaxMinWidth = 65535;
 
 // The logger's %l is milliseconds; the time-format engine's own %l is the 12-hour clock.
 Str mapMilliseconds(std::string_view format) {
@@ -281,6 +282,7 @@ LogFormat::LogFormat(const char* pattern) : _pattern(pattern != nullptr ? patter
             value = static_cast<std::uint32_t>(v);
         };
         number(atom.min_width);
+        atom.min_width = std::min(atom.min_width, kMaxMinWidth);  // no pattern pads a field by gigabytes
         if (p < end && *p == '.') {
             ++p;
             if (p < end && *p >= '0' && *p <= '9') number(atom.max_width);

@@ -60,6 +60,7 @@ TEST_F(LoggerFormatTest, PatternsRender) {
         {"%d{ISO8601}|%d{ABSOLUTE}", "c", LOG_INFO, "2026-11-13 04:00:00,123|04:00:00,123"},
         {"%d{%H:%M %l}|%d{%K}", "c", LOG_INFO, "04:00 123|2026-11-13 04:00:00,123"},  // custom, fall-back
         {"%p{}%c", "c", LOG_DEBUG, "DEBUGc"},
+        {"%.2p%.0c|", "c", LOG_DEBUG, "DE|"},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(render(c.pattern, "hello", c.level, LogFormat::SERIALIZE_TEXT, 0, nullptr, c.component),
@@ -67,6 +68,8 @@ TEST_F(LoggerFormatTest, PatternsRender) {
             << c.pattern;
     }
     EXPECT_EQ(LogFormat("a%%b").atoms().size(), 2u);
+    EXPECT_EQ(LogFormat("%99999999999c").atoms()[0].min_width, 65535u);
+    EXPECT_EQ(render("%99999999999c", "m").size(), 65535u);
     EXPECT_EQ(LogFormat(nullptr).atoms().size(), 0u);
     LogFormat corrupt("%p %m");
     corrupt.corruptForTesting();
