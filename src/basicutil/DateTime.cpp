@@ -627,43 +627,33 @@ unsigned fixedWidth(const TimeFormat::Atom& a) noexcept {
     }
 }
 
-// Most fields are two digits: renderLayout works them out together, in this order.
-enum TwoDigitField : std::uint8_t {
-    TWO_DAY,
-    TWO_HOUR,
-    TWO_HOUR12,
-    TWO_MINUTE,
-    TWO_SECOND,
-    TWO_MONTH,
-    TWO_YY,
-    TWO_CENTURY,
-    NOT_TWO = 0xff
-};
+}  // namespace
 
-std::uint8_t twoDigitFieldOf(TimeFormat::What what) noexcept {
+std::uint8_t TimeFormat::twoDigitFieldOf(What what) noexcept {
+    using TF2 = TimeFormat;
     switch (what) {
         case TimeFormat::MONTHDAY_NUM:
-            return TWO_DAY;
+            return TF2::TWO_DAY;
         case TimeFormat::HOUR24_NUM:
-            return TWO_HOUR;
+            return TF2::TWO_HOUR;
         case TimeFormat::HOUR12_NUM:
-            return TWO_HOUR12;
+            return TF2::TWO_HOUR12;
         case TimeFormat::MINUTE_NUM:
-            return TWO_MINUTE;
+            return TF2::TWO_MINUTE;
         case TimeFormat::SECOND_NUM:
-            return TWO_SECOND;
+            return TF2::TWO_SECOND;
         case TimeFormat::MONTH_NUM:
-            return TWO_MONTH;
+            return TF2::TWO_MONTH;
         case TimeFormat::YEAR2_NUM:
-            return TWO_YY;
+            return TF2::TWO_YY;
         case TimeFormat::CENTURY:
-            return TWO_CENTURY;
+            return TF2::TWO_CENTURY;
         default:
-            return NOT_TWO;
+            return TF2::NOT_TWO;
     }
 }
 
-}  // namespace
+namespace {}  // namespace
 
 void TimeFormat::buildLayout() {
     std::vector<Slot> slots;

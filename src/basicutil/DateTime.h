@@ -201,6 +201,20 @@ class TimeFormat {
     // For a format whose every atom has one width (most machine formats): the rendered text
     // with the fixed characters in place, and where each field goes. Rendering a year from 1000
     // to 9999 then copies it and writes the fields into the copy.
+    // Most fields are two digits: renderLayout works them out together, and the fixed-layout
+    // parse stores them directly, in this order.
+    enum TwoDigitField : std::uint8_t {
+        TWO_DAY,
+        TWO_HOUR,
+        TWO_HOUR12,
+        TWO_MINUTE,
+        TWO_SECOND,
+        TWO_MONTH,
+        TWO_YY,
+        TWO_CENTURY,
+        NOT_TWO = 0xff
+    };
+    static std::uint8_t twoDigitFieldOf(What what) noexcept;
     struct Slot {
         std::uint32_t position, atom;
         std::uint8_t twoDigitField;  // an index of renderLayout's two-digit values, or 0xff

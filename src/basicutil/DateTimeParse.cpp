@@ -116,26 +116,30 @@ class TimeFormatParser {
         for (const TimeFormat::Slot& slot : slots) {
             if (!sameBytes(_begin + fixedFrom, layout.data() + fixedFrom, slot.position - fixedFrom))
                 return false;
-            const TimeFormat::Atom& a = _format._atoms[slot.atom];
             const char* p = _begin + slot.position;
-            const std::size_t width =
-                slot.twoDigitField != 0xff || a.what == TimeFormat::YEAR_NUM ? slot.width : 0;
-            if (width != 0) {
-                // Digits in place; a two-digit field of %e %k %l may lead with a blank.
-                const unsigned d0 = p[0] == ' ' && slot.lead == ' ' && width == 2
-                                        ? 0u
-                                        : static_cast<unsigned char>(p[0]) - 48u;
+            if (slot.twoDigitField != TimeFormat::NOT_TWO) {  // most fields: two digits in place
+                // %e %k %l may lead with a blank.
+                const unsigned d0 =
+                    p[0] == ' ' && slot.lead == ' ' ? 0u : static_cast<unsigned char>(p[0]) - 48u;
                 const unsigned d1 = static_cast<unsigned char>(p[1]) - 48u;
-                unsigned v = d0 * 10 + d1;
-                bool digits = d0 <= 9 && d1 <= 9;
-                for (std::size_t k = 2; k < width; ++k) {  // the year's other two
+                if (d0 > 9 || d1 > 9 ||
+                    !storeTwoDigits(static_cast<TimeFormat::TwoDigitField>(slot.twoDigitField),
+                                    d0 * 10 + d1)) {
+                    return false;
+                }
+                fixedFrom = slot.position + 2;
+                continue;
+            }
+            const TimeFormat::Atom& a = _format._atoms[slot.atom];
+            const std::size_t width = a.what == TimeFormat::YEAR_NUM ? slot.width : 0;
+            if (width != 0) {  // the year's four digits
+                unsigned v = 0;
+                for (std::size_t k = 0; k < width; ++k) {
                     const unsigned d = static_cast<unsigned char>(p[k]) - 48u;
-                    digits = digits && d <= 9;
+                    if (d > 9) return false;
                     v = v * 10 + d;
                 }
-                if (!digits) return false;
-                if (v > limitsOf(a.what, static_cast<char>(a.x.conv.letter)).max || !store(a, v))
-                    return false;
+                if (!store(a, v)) return false;
                 fixedFrom = slot.position + width;
                 continue;
             }
@@ -160,6 +164,56 @@ class TimeFormatParser {
         }
         return sameBytes(_begin + fixedFrom, layout.data() + fixedFrom, length - fixedFrom) &&
                (_p = _end, true);
+    }
+
+    // A two-digit field of a fixed layout, as store() would take it.
+    bool storeTwoDigits(TimeFormat::TwoDigitField field, unsigned v) noexcept {
+        using R = TimeFormatRawParseResult;
+        switch (field) {
+            case TimeFormat::TWO_DAY:
+                if (v == 0 || v > 31) return false;
+                _pr.day = v;
+                _pr.have |= R::HAVE_DAY;
+                return true;
+            case TimeFormat::TWO_HOUR:
+                if (v > 23) return false;
+                _pr.hour = v;
+                _twelveHour = false;
+                _pr.have |= R::HAVE_HOUR;
+                return true;
+            case TimeFormat::TWO_HOUR12:
+                if (v == 0 || v > 12) return false;
+                _pr.hour = v;
+                _twelveHour = true;
+                _pr.have |= R::HAVE_HOUR;
+                return true;
+            case TimeFormat::TWO_MINUTE:
+                if (v > 59) return false;
+                _pr.minute = v;
+                _pr.have |= R::HAVE_MINUTE;
+                return true;
+            case TimeFormat::TWO_SECOND:
+                if (v > 60) return false;
+                _pr.second = v;
+                _pr.have |= R::HAVE_SECOND;
+                return true;
+            case TimeFormat::TWO_MONTH:
+                if (v == 0 || v > 12) return false;
+                _pr.month = v;
+                _pr.have |= R::HAVE_MONTH;
+                return true;
+            case TimeFormat::TWO_YY:
+                _pr.year = widenTwoDigitYear(v);
+                _twoDigitYear = true;
+                _pr.have |= R::HAVE_YEAR;
+                return true;
+            case TimeFormat::TWO_CENTURY:
+                _pr.century = v;
+                _pr.have |= R::HAVE_CENTURY;
+                return true;
+            default:
+                return false;
+        }
     }
 
     void skipSpace() noexcept {
@@ -582,26 +636,29 @@ bool Timeval::_set(const TimeFormatRawParseResult& parsed, const TimeZone& zone,
     if ((parsed.have & R::HAVE_EPOCH) != 0) {
         seconds = parsed.epoch;
     } else {
-        R fields = parsed;
-        if ((fields.have & R::HAVE_YEAR) == 0) {  // the reference's year, as the zone sees it
+        std::int64_t year = parsed.year;
+        if ((parsed.have & R::HAVE_YEAR) == 0) {  // the reference's year, as the zone sees it
             CivilTime now;
             if (!zone.breakDown(reference.tv_sec, now)) return false;
-            fields.year = now.year;
-            fields.have |= R::HAVE_YEAR;
+            year = now.year;
         }
+        const R& fields = parsed;
         unsigned month = 1, day = 1;
         if ((fields.have & (R::HAVE_MONTH | R::HAVE_DAY)) != 0) {
             month = (fields.have & R::HAVE_MONTH) != 0 ? fields.month : 1;
             day = (fields.have & R::HAVE_DAY) != 0 ? fields.day : 1;
-            if (day > daysInMonth(fields.year, month)) return false;
+            if (day > daysInMonth(year, month)) return false;
         } else if ((fields.have & R::HAVE_YDAY) != 0) {
-            if (fields.yday >= (is_leap_year(fields.year) ? 366u : 365u)) return false;
-            computeMmddFromYday(fields.year, fields.yday, month, day);
+            if (fields.yday >= (is_leap_year(year) ? 366u : 365u)) return false;
+            computeMmddFromYday(year, fields.yday, month, day);
         } else if ((fields.have & R::HAVE_WEEK) != 0 && (fields.have & R::HAVE_WEEKDAY) != 0) {
+            R withYear = fields;  // the week helpers count from the year's January 1
+            withYear.year = year;
+            withYear.have |= R::HAVE_YEAR;
             int yday = 0;
-            if (!computeYdayFromYweek(fields, yday)) return false;
-            const CivilDate date = civilFromDays(daysFromCivil(fields.year, 1, 1) + yday);
-            fields.year = date.year;
+            if (!computeYdayFromYweek(withYear, yday)) return false;
+            const CivilDate date = civilFromDays(daysFromCivil(year, 1, 1) + yday);
+            year = date.year;
             month = date.month;
             day = date.day;
         }
@@ -610,18 +667,17 @@ bool Timeval::_set(const TimeFormatRawParseResult& parsed, const TimeZone& zone,
             std::int32_t offset = fields.tzOffset;
             const std::uint8_t fty = fields.tzType;
             if (fty == TimeFormat::TZ_AS_NEEDEDOFFSET) {
-                const auto candidates = zone.offsetsForAbbreviation(
-                    fields.tzName, dayStartTime(fields.year, month - 1, day) + clock);
+                const auto candidates =
+                    zone.offsetsForAbbreviation(fields.tzName, dayStartTime(year, month - 1, day) + clock);
                 if (candidates.empty()) return false;
                 offset = candidates.front().utcOffset;
             } else {
                 VESTRA_ASSERT(fty == TimeFormat::TZ_AS_SECOFFSET);
             }
-            seconds = dayStartTime(fields.year, month - 1, day) + clock - offset;
+            seconds = dayStartTime(year, month - 1, day) + clock - offset;
         } else {
             LocalTimeResolution resolved;
-            if (!zone.resolveLocal(fields.year, month, day, fields.hour, fields.minute, fields.second,
-                                   resolved)) {
+            if (!zone.resolveLocal(year, month, day, fields.hour, fields.minute, fields.second, resolved)) {
                 return false;
             }
             seconds = resolved.seconds;
