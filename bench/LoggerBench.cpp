@@ -2,12 +2,12 @@
 // double, rendered into memory; and a call at a level the channel drops. Ours beside spdlog's
 // pattern formatter and log4cpp's PatternLayout, in one run.
 #include <benchmark/benchmark.h>
-#include <log4cpp/Category.hh>
-#include <log4cpp/LoggingEvent.hh>
-#include <log4cpp/PatternLayout.hh>
 #include <spdlog/logger.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/null_sink.h>
+#include <log4cpp/Category.hh>
+#include <log4cpp/LoggingEvent.hh>
+#include <log4cpp/PatternLayout.hh>
 
 #include <cstdio>
 #include <cstdlib>
@@ -37,7 +37,8 @@ void BM_RenderLine_Spdlog(benchmark::State& state) {
     spdlog::memory_buf_t message, line;
     for (auto _ : state) {
         message.clear();
-        fmt::format_to(std::back_inserter(message), "user {} logged in after {} tries in {:f} s", "alice", 3, 1.25);
+        fmt::format_to(std::back_inserter(message), "user {} logged in after {} tries in {:f} s", "alice", 3,
+                       1.25);
         const spdlog::details::log_msg msg("auth", spdlog::level::info,
                                            spdlog::string_view_t(message.data(), message.size()));
         line.clear();

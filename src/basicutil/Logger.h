@@ -9,8 +9,8 @@
 //     ("%H:%M:%S,%l"), "DATE" ("%d %b %Y %H:%M:%S,%l"), or a time format of its own
 //     (DateTime.h; %l there is milliseconds); a format that does not compile gives the first.
 // An unknown letter, its argument and a "%" at the end are dropped silently. A field longer than
-// its maximum width is cut to it; a shorter one is padded to its minimum width (at most 65535). The message is
-// never padded, and a maximum width on it trims (below).
+// its maximum width is cut to it; a shorter one is padded to its minimum width (at most 65535). The message
+// is never padded, and a maximum width on it trims (below).
 //
 // JSON (SERIALIZE_JSON): one object per line, the pattern's newlines after it. Members in
 // pattern order: "datetime", "log_level", "component", "thread", "thread_id", "elapsed_ms",
