@@ -66,7 +66,11 @@ void renderStrftime(benchmark::State& state, bool iso) {
                               static_cast<int>(tv.tv_usec / 1000), tm.tm_gmtoff < 0 ? '-' : '+', off / 3600,
                               off / 60 % 60);
             } else {
-                gmtime_r(&t, &tm);
+                if (state.range(0) == 0) {
+                    gmtime_r(&t, &tm);
+                } else {
+                    localtime_r(&t, &tm);
+                }
                 strftime(buf, sizeof buf, kHttp, &tm);
             }
             benchmark::DoNotOptimize(buf);
@@ -108,9 +112,9 @@ void BM_RenderHttp_Absl(benchmark::State& state) {
 BENCHMARK(BM_RenderIso_Ours)->Arg(0)->Arg(1);
 BENCHMARK(BM_RenderIso_Strftime)->Arg(0)->Arg(1);
 BENCHMARK(BM_RenderIso_Absl)->Arg(0)->Arg(1);
-BENCHMARK(BM_RenderHttp_Ours)->Arg(0);
-BENCHMARK(BM_RenderHttp_Strftime)->Arg(0);
-BENCHMARK(BM_RenderHttp_Absl)->Arg(0);
+BENCHMARK(BM_RenderHttp_Ours)->Arg(0)->Arg(1);
+BENCHMARK(BM_RenderHttp_Strftime)->Arg(0)->Arg(1);
+BENCHMARK(BM_RenderHttp_Absl)->Arg(0)->Arg(1);
 
 // "%FT%T%:z" texts to times.
 const std::vector<std::string>& isoTexts() {

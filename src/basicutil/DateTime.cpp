@@ -2,6 +2,7 @@
 #include "basicutil/DateTime.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "basicutil/Assert.h"
@@ -689,9 +690,20 @@ constexpr char kMonths3[2][12][4] = {
     {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"},
     {"JAN", "FEB", "MAR", "APR", "MAY", "JUN", "JUL", "AUG", "SEP", "OCT", "NOV", "DEC"}};
 
+// "00" to "99", two bytes each.
+constexpr auto kDigitPairs = [] {
+    std::array<char, 200> pairs{};
+    for (int v = 0; v < 100; ++v) {
+        pairs[static_cast<std::size_t>(2 * v)] = static_cast<char>('0' + v / 10);
+        pairs[static_cast<std::size_t>(2 * v + 1)] = static_cast<char>('0' + v % 10);
+    }
+    return pairs;
+}();
+
+// v < 100; a single digit leads with `lead`.
 void put2(char* p, unsigned v, char lead = '0') noexcept {
-    p[0] = v < 10 ? lead : static_cast<char>('0' + v / 10);
-    p[1] = static_cast<char>('0' + v % 10);
+    std::memcpy(p, kDigitPairs.data() + 2 * v, 2);
+    if (v < 10) p[0] = lead;
 }
 
 }  // namespace
