@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "basicutil/Assert.h"
+#include "basicutil/LoggerAppender.h"
 #include "basicutil/StartupOrder.h"
 
 namespace basicutil {
@@ -16,6 +17,7 @@ struct Registry {
     std::mutex mutex;
     std::vector<Logger*> channels;
     bool initialized = false;
+    std::function<void(Logger&)> setup;
 };
 
 Registry& registry() {
@@ -29,8 +31,13 @@ struct LoggerGlobals {
     LoggerSimple channel;  // after the layout, which it takes
     LoggerGlobals() : layout(std::make_shared<const LogFormat>("%m%n")), channel("Logger", 0, 60, 100) {
         recordStartupEvent("+basicutil/Logger");
+        alive.store(true);
     }
-    ~LoggerGlobals() { recordStartupEvent("-basicutil/Logger"); }
+    ~LoggerGlobals() {
+        alive.store(false);
+        recordStartupEvent("-basicutil/Logger");
+    }
+    static inline std::atomic<bool> alive{false};
 };
 LoggerGlobals g_logger VESTRA_STARTUP(STARTUP_LOGGER);
 
@@ -45,6 +52,10 @@ std::shared_ptr<const LogFormat> defaultLayout() {
 
 Logger& loggerChannel() noexcept {
     return g_logger.channel;
+}
+
+Logger* loggerChannelIfAlive() noexcept {
+    return LoggerGlobals::alive.load() ? &g_logger.channel : nullptr;
 }
 
 struct Logger::Similar {
@@ -66,9 +77,20 @@ Logger::Logger(const char* name, int quiet, unsigned similarSeconds, unsigned si
       _similarCapacity(similarCapacity),
       _layout(defaultLayout()) {
     Registry& all = registry();
+    std::function<void(Logger&)> setup;
+    {
+        std::lock_guard<std::mutex> lock(all.mutex);
+        all.channels.push_back(this);
+        _setUp = all.initialized;
+        setup = all.setup;
+    }
+    if (setup) setup(*this);
+}
+
+void Logger::setChannelSetup(std::function<void(Logger&)> setup) {
+    Registry& all = registry();
     std::lock_guard<std::mutex> lock(all.mutex);
-    all.channels.push_back(this);
-    _setUp = all.initialized;
+    all.setup = std::move(setup);
 }
 
 Logger::~Logger() {
@@ -125,36 +147,57 @@ void Logger::unregisterLogObserver(LogObserver* observer) {
     _observers.erase(std::remove(_observers.begin(), _observers.end(), observer), _observers.end());
 }
 
-// Under _mutex.
-void Logger::emit(LogLevel level, StrSegment message) {
-    if (_observers.empty()) return;
-    const LogEvent event{_name, level, Timeval::now(), message};
-    Str line;
-    _layout->render(line, event, LogFormat::SERIALIZE_TEXT, 0, nullptr);
-    for (LogObserver* observer : _observers) observer->observe(*this, event, line);
+// Under _mutex: the observers see the line now; it is kept for the appenders, which are
+// written after the lock is released (they may log on this very channel about their troubles).
+void Logger::emit(LogLevel level, StrSegment message, Outgoing& out) {
+    const Timeval now = Timeval::now();
+    if (!_observers.empty()) {
+        const LogEvent event{_name, level, now, message};
+        Str line;
+        _layout->render(line, event, LogFormat::SERIALIZE_TEXT, 0, nullptr);
+        for (LogObserver* observer : _observers) observer->observe(event, line);
+    }
+    if (!_appenders.empty()) out.lines.push_back({level, now, Str(message)});
 }
 
 // Under _mutex.
-void Logger::reportLocked(Similar& entry) {
+void Logger::reportLocked(Similar& entry, Outgoing& out) {
     if (entry.count <= entry.reported) return;
     Str report = strprintf("%llu similar messages suppressed.  First occurred at:\n\t\t\t\t",
                            static_cast<unsigned long long>(entry.count - entry.reported));
     report.append(entry.first);
     entry.reported = entry.count;
-    emit(entry.level, report);
+    emit(entry.level, report, out);
+}
+
+// Not under _mutex.
+void Logger::deliver(const Outgoing& out) const {
+    for (const Outgoing::Line& line : out.lines) {
+        const LogEvent event{_name, line.level, line.time, line.message};
+        for (const std::shared_ptr<LogAppender>& appender : out.appenders) appender->write(event);
+    }
 }
 
 void Logger::submit(LogLevel level, StrSegment message, StrSegment similarityKey) {
-    std::lock_guard<std::mutex> lock(_mutex);
+    Outgoing out;
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        out.appenders = _appenders;
+        submitLocked(level, message, similarityKey, out);
+    }
+    deliver(out);
+}
+
+void Logger::submitLocked(LogLevel level, StrSegment message, StrSegment similarityKey, Outgoing& out) {
     if (_similarSeconds == 0 || _similarCapacity == 0) {
-        emit(level, message);
+        emit(level, message, out);
         return;
     }
     const std::int64_t now = Timeval::nowSeconds();
     // Windows that have passed: their counts are reported and their entries go.
     for (auto it = _similar.begin(); it != _similar.end();) {
         if (now - it->firstSeen >= static_cast<std::int64_t>(_similarSeconds)) {
-            reportLocked(*it);
+            reportLocked(*it, out);
             it = _similar.erase(it);
         } else {
             ++it;
@@ -167,17 +210,32 @@ void Logger::submit(LogLevel level, StrSegment message, StrSegment similarityKey
         }
     }
     if (_similar.size() >= _similarCapacity) {
-        for (Similar& entry : _similar) reportLocked(entry);
+        for (Similar& entry : _similar) reportLocked(entry, out);
         _similar.clear();
     }
     _similar.push_back({level, Str(similarityKey), Str(message), now, 1, 1});
-    emit(level, message);
+    emit(level, message, out);
 }
 
 void Logger::flushSimilar() {
+    Outgoing out;
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        out.appenders = _appenders;
+        for (Similar& entry : _similar) reportLocked(entry, out);
+        _similar.clear();
+    }
+    deliver(out);
+}
+
+void Logger::setAppenders(std::vector<std::shared_ptr<LogAppender>> appenders) {
     std::lock_guard<std::mutex> lock(_mutex);
-    for (Similar& entry : _similar) reportLocked(entry);
-    _similar.clear();
+    _appenders = std::move(appenders);
+}
+
+std::vector<std::shared_ptr<LogAppender>> Logger::appenders() const {
+    std::lock_guard<std::mutex> lock(_mutex);
+    return _appenders;
 }
 
 void Logger::debugSplitLines(LogLevel level, StrSegment text) {

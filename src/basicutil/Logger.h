@@ -26,6 +26,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -128,14 +129,15 @@ class LogFormat {
 };
 
 class Logger;
+class LogAppender;
 
-// Sees every line a logger renders (its layout, text mode). Called under the logger's mutex, in
-// the logging thread: observers must be quick and must not log on, or (un)register with, the
-// same logger.
+// Sees every line a channel or an appender renders (event.component names the channel). Called
+// under their mutex, in the logging thread: observers must be quick and must not log on, or
+// (un)register with, what they observe.
 class LogObserver {
   public:
     virtual ~LogObserver();
-    virtual void observe(const Logger& logger, const LogEvent& event, StrSegment line) = 0;
+    virtual void observe(const LogEvent& event, StrSegment line) = 0;
 };
 
 // A named channel. Components keep one as a process-wide global ("Thread", "Timeval", ...) and
@@ -204,20 +206,40 @@ class Logger {
     // created afterwards are set up as they are made. Safe to call more than once.
     static void initialize();
     static bool initialized() noexcept;
+    // What a configuration does to channels made after it was applied (their level and
+    // appenders); run by every channel's constructor from then on.
+    static void setChannelSetup(std::function<void(Logger&)> setup);
 
     // The event path below the level check: suppression, then the line to every observer.
     void submit(LogLevel level, StrSegment message, StrSegment similarityKey);
 
+    // Where the channel's lines are written (a configuration sets them); none by default.
+    void setAppenders(std::vector<std::shared_ptr<LogAppender>> appenders);
+    std::vector<std::shared_ptr<LogAppender>> appenders() const;
+
   private:
     struct Similar;
-    void emit(LogLevel level, StrSegment message);
-    void reportLocked(Similar& entry);
+    // Lines decided under the mutex, written to the appenders after it.
+    struct Outgoing {
+        struct Line {
+            LogLevel level;
+            Timeval time;
+            Str message;
+        };
+        std::vector<Line> lines;
+        std::vector<std::shared_ptr<LogAppender>> appenders;
+    };
+    void emit(LogLevel level, StrSegment message, Outgoing& out);
+    void reportLocked(Similar& entry, Outgoing& out);
+    void submitLocked(LogLevel level, StrSegment message, StrSegment similarityKey, Outgoing& out);
+    void deliver(const Outgoing& out) const;
 
     Str _name;
     std::atomic<int> _threshold;
     unsigned _similarSeconds, _similarCapacity;
-    std::mutex _mutex;  // the observers and the similar-message table
+    mutable std::mutex _mutex;  // the observers, the appenders and the similar-message table
     std::vector<LogObserver*> _observers;
+    std::vector<std::shared_ptr<LogAppender>> _appenders;
     std::vector<Similar> _similar;
     std::shared_ptr<const LogFormat> _layout;
     bool _setUp = false;
@@ -225,6 +247,9 @@ class Logger {
 
 // The "Logger" channel: the logging system's own messages.
 Logger& loggerChannel() noexcept;
+// The same, or null before it is made and after it is gone (the appenders of other channels may
+// report during the process's teardown).
+Logger* loggerChannelIfAlive() noexcept;
 
 // A channel with nothing of its own beyond Logger: what components declare.
 class LoggerSimple : public Logger {

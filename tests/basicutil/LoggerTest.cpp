@@ -18,7 +18,7 @@ namespace {
 struct Lines : LogObserver {
     std::mutex mutex;
     std::vector<std::string> lines;
-    void observe(const Logger&, const LogEvent&, StrSegment line) override {
+    void observe(const LogEvent&, StrSegment line) override {
         std::lock_guard<std::mutex> lock(mutex);
         lines.emplace_back(line.view());
     }

@@ -38,10 +38,11 @@ TEST(ThreadFatalErrorDeathTest, RecordsAndLogsBeforeAborting) {
         {
             // Print what the record and the log saw, then let the routine abort.
             struct Print : LogObserver {
-                void observe(const Logger& logger, const LogEvent& event, StrSegment) override {
+                void observe(const LogEvent& event, StrSegment) override {
                     const FatalThreadErrorRecord r = fatalThreadErrorRecord();
-                    fprintf(stderr, "[%s/%d] %.*s | %s %d\n", logger.name().c_str(), event.level,
-                            static_cast<int>(event.message.size()), event.message.data(), r.call, r.error);
+                    fprintf(stderr, "[%.*s/%d] %.*s | %s %d\n", static_cast<int>(event.component.size()),
+                            event.component.data(), event.level, static_cast<int>(event.message.size()),
+                            event.message.data(), r.call, r.error);
                 }
             } print;
             threadChannel().registerLogObserver(&print);

@@ -388,7 +388,7 @@ TEST_F(ThreadDeathTest, EveryStateDumpCarriesTheFatalErrorRecord) {
     EXPECT_DEATH(
         {
             struct Dump : LogObserver {
-                void observe(const Logger&, const LogEvent&, StrSegment) override {
+                void observe(const LogEvent&, StrSegment) override {
                     std::string dumps;
                     for (const Thread* t : dumped) {
                         t->dumpState(dumps);

@@ -45,10 +45,10 @@ class LogCapture : private LogObserver {
     }
 
   private:
-    void observe(const Logger& logger, const LogEvent& event, StrSegment) override {
+    void observe(const LogEvent& event, StrSegment) override {
         static std::mutex mutex;  // channels log from many threads
         std::lock_guard<std::mutex> lock(mutex);
-        lines().push_back({std::string(logger.name().view()), static_cast<LogLevel>(event.level),
+        lines().push_back({std::string(event.component.view()), static_cast<LogLevel>(event.level),
                            std::string(event.message.view())});
     }
     std::vector<Logger*> _channels;
