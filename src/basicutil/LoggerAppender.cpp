@@ -14,6 +14,15 @@ namespace basicutil {
 
 namespace {
 
+// The text of a format with %m (errno's text, read when the call starts).
+template <typename... Args>
+Str withErrno(std::string_view format, const Args&... args) {
+    Str out;
+    appendPrintf(PrintfOutput(out), StrSegment(format), PrintfFormat::argumentList(args...),
+                 PrintfFormatAtom::OPTION_ERRNO);
+    return out;
+}
+
 constexpr std::int64_t kRecheckSeconds = 5;
 constexpr const char* kNullDevice = "/dev/null";
 
@@ -142,12 +151,12 @@ void LogAppender::openLocked(bool announce) {
     const char* path = _suspended ? kNullDevice : _settings.fileName.c_str();
     const int fd = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
     if (fd < 0) {
-        note(LOG_ERROR, strprintf("Failed opening \"%s\": %m", path));
+        note(LOG_ERROR, withErrno("Failed opening \"%s\": %m", path));
         return;
     }
     struct stat st {};
     if (::fstat(fd, &st) != 0) {
-        note(LOG_ERROR, strprintf("Error calling fstat on \"%s\": %m", path));
+        note(LOG_ERROR, withErrno("Error calling fstat on \"%s\": %m", path));
         static_cast<void>(::close(fd));
         return;
     }
@@ -161,7 +170,7 @@ void LogAppender::openLocked(bool announce) {
 
 void LogAppender::closeLocked() {
     if (_fd >= 0 && _ownsFd && ::close(_fd) != 0) {
-        note(LOG_ERROR, strprintf("Error closing \"%s\": %m", target()));
+        note(LOG_ERROR, withErrno("Error closing \"%s\": %m", target()));
     }
     _fd = -1;
     _ownsFd = false;
@@ -184,7 +193,7 @@ bool LogAppender::writeOutLocked() {
     if (_buffer.empty()) return true;
     bool ok = _fd >= 0;
     if (ok && !writeAll(_fd, _buffer.data(), static_cast<std::size_t>(_buffer.size()))) {
-        note(LOG_ERROR, strprintf("Error writing to \"%s\": %m", target()));
+        note(LOG_ERROR, withErrno("Error writing to \"%s\": %m", target()));
         ok = false;
     }
     if (ok) _fileSize += _buffer.size();
@@ -296,7 +305,7 @@ bool LogAppender::rotateLocked() {
     if (i == n && n > 0) {
         const Str oldest = numbered(n);
         if (::unlink(oldest.c_str()) != 0 && errno != ENOENT) {
-            note(LOG_ERROR, strprintf("Error unlinking \"%s\": %m", oldest.c_str()));
+            note(LOG_ERROR, withErrno("Error unlinking \"%s\": %m", oldest.c_str()));
             ok = false;
         }
     }
@@ -305,23 +314,23 @@ bool LogAppender::rotateLocked() {
     for (std::uint64_t k = std::min(i, n); k > 0; --k) {
         const Str from = numbered(k - 1), to = numbered(k);
         if (::rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT) {
-            note(LOG_ERROR, strprintf("Error renaming \"%s\" to \"%s\": %m", from.c_str(), to.c_str()));
+            note(LOG_ERROR, withErrno("Error renaming \"%s\" to \"%s\": %m", from.c_str(), to.c_str()));
             ok = false;
         }
     }
     if (n == 0 && ::unlink(file.c_str()) != 0 && errno != ENOENT) {  // no copies kept: start afresh
-        note(LOG_ERROR, strprintf("Error unlinking \"%s\": %m", file.c_str()));
+        note(LOG_ERROR, withErrno("Error unlinking \"%s\": %m", file.c_str()));
         ok = false;
     }
     // 4. A fresh file.
     const int fd = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0) {
-        note(LOG_ERROR, strprintf("Error opening \"%s\": %m", file.c_str()));
+        note(LOG_ERROR, withErrno("Error opening \"%s\": %m", file.c_str()));
         return false;
     }
     struct stat st {};
     if (::fstat(fd, &st) != 0) {
-        note(LOG_ERROR, strprintf("Error calling fstat on \"%s\": %m", file.c_str()));
+        note(LOG_ERROR, withErrno("Error calling fstat on \"%s\": %m", file.c_str()));
         static_cast<void>(::close(fd));
         return false;
     }

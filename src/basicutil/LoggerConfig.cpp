@@ -13,6 +13,15 @@ namespace basicutil {
 
 namespace {
 
+// The text of a format with %m (errno's text, read when the call starts).
+template <typename... Args>
+Str withErrno(std::string_view format, const Args&... args) {
+    Str out;
+    appendPrintf(PrintfOutput(out), StrSegment(format), PrintfFormat::argumentList(args...),
+                 PrintfFormatAtom::OPTION_ERRNO);
+    return out;
+}
+
 constexpr std::uint64_t kMaxConfigBytes = 1 << 20;
 
 // The whole file; false with errno set.
@@ -102,7 +111,7 @@ Str DeferredLogConf::describe() const {
             return strprintf("%s:%u: Unterminated XML comment started", file.c_str(), line);
         case OPEN_FAILED: {
             errno = error;
-            return strprintf("Couldn't open log file configuration \"%s\": %m", file.c_str());
+            return withErrno("Couldn't open log file configuration \"%s\": %m", file.c_str());
         }
         case INVALID_SERIALIZATION:
             return strprintf("%s:%u: Invalid serialization='%s'", file.c_str(), line, text.c_str());

@@ -1,0 +1,364 @@
+#include "basicutil/LoggerConfig.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/LogCapture.h"
+
+namespace basicutil {
+namespace {
+
+namespace fs = std::filesystem;
+
+class LoggerConfigTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        _dir = fs::path(::testing::TempDir()) /
+               ("logcfg-" + std::to_string(::getpid()) + "-" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(_dir);
+        fs::create_directories(_dir);
+    }
+    void TearDown() override { fs::remove_all(_dir); }
+
+    std::string path(const std::string& name) const { return (_dir / name).string(); }
+    void writeFile(const std::string& name, const std::string& text) const {
+        std::ofstream(path(name)) << text;
+    }
+    static std::string readFile(const std::string& file) {
+        std::ifstream in(file);
+        std::stringstream s;
+        s << in.rdbuf();
+        return s.str();
+    }
+    std::vector<std::string> messages(const testing::LogCapture&, LogLevel atLeast = LOG_DEBUG) const {
+        std::vector<std::string> out;
+        for (const auto& line : testing::LogCapture::lines()) {
+            if (line.channel == "Logger" && line.level >= atLeast) out.push_back(line.message);
+        }
+        return out;
+    }
+
+    fs::path _dir;
+};
+
+LogEvent event(std::int64_t seconds, const char* message, int level = LOG_INFO) {
+    return {"test", level, {seconds, 0}, message};
+}
+
+TEST_F(LoggerConfigTest, EveryProblemNamesItsFileAndLine) {
+    writeFile("app.cfg",
+              "# a comment\n"
+              "\n"
+              "   rootCategory = WARN, A1\n"
+              "  # an indented comment\n"
+              "category.Thread=debug, A2\n"
+              "no equals sign here\n"
+              "appender.A1.maxFileSize=1024*1024\n"
+              "appender.A1.maxBackupIndex=-5\n"
+              "appender.A1.bufferSize=10 apples\n"
+              "appender.A1.serialization=XML\n"
+              "appender.A1.escape=html\n"
+              "appender.A1.layout=FancyLayout\n"
+              "appender.A1.colour=red\n"
+              "category.Timeval=LOUD\n"
+              "[section\n"
+              "<!-- a comment\n"
+              "over lines --> rootAppender=A3\n"
+              "<!-- never closed\n");
+    LogConfiguration config;
+    ASSERT_TRUE(config.parse_one_log_cfg_file(path("app.cfg").c_str(), "prog"));
+    std::vector<std::string> texts;
+    for (const DeferredLogConf& p : config.problems()) texts.push_back(p.describe().c_str());
+    const std::string f = path("app.cfg");
+    EXPECT_EQ(texts, (std::vector<std::string>{
+                         f + ":6: Parse error at \"no equals sign here\"",
+                         f + ":7: Parse error at \"appender.A1.maxFileSize=1024*1024\"",
+                         f + ":8: Parse error at \"appender.A1.maxBackupIndex=-5\"",
+                         f + ":9: Parse error at \"appender.A1.bufferSize=10 apples\"",
+                         f + ":10: Invalid serialization='XML'",
+                         f + ":11: Invalid escape='html'",
+                         f + ":12: Parse error at \"appender.A1.layout=FancyLayout\"",
+                         f + ":13: Parse error at \"appender.A1.colour=red\"",
+                         f + ":14: Parse error at \"LOUD\"",
+                         f + ":15: Parse error at \"[section\"",
+                         f + ":18: Unterminated XML comment started",
+                     }));
+    LogConfiguration missing;
+    EXPECT_FALSE(missing.parse_one_log_cfg_file(path("none.cfg").c_str(), "prog"));
+    EXPECT_EQ(std::string(missing.problems().at(0).describe().c_str()),
+              "Couldn't open log file configuration \"" + path("none.cfg") + "\": No such file or directory");
+    DeferredLogConf odd;
+    odd.error_type = 42;
+    EXPECT_EQ(odd.describe().view(), "I know not this DeferredLogConf::error_type=42 you speak of.");
+}
+
+TEST_F(LoggerConfigTest, AppenderChecksWarnInOrder) {
+    testing::LogCapture log;
+    struct Case {
+        LogAppenderSettings settings;
+        std::vector<std::string> warnings;
+    };
+    LogAppenderSettings noFile;
+    noFile.name = "E";
+    noFile.maxBackupIndex = 3;
+    noFile.maxFileSize = 100;
+    noFile.serialization = 7;
+    LogAppenderSettings noSize;
+    noSize.name = "F";
+    noSize.hasFileName = true;
+    noSize.fileName = Str(path("f.log"));
+    noSize.maxBackupIndex = 2;
+    const Case cases[] = {
+        {noFile,
+         {"Appender \"E\" has no filename, assuming stderr",
+          "Appender \"E\" has maxBackupIndex set without specifying a filename, ignoring",
+          "Appender \"E\" has maxFileSize set without specifying a filename, ignoring",
+          "Appender \"E\" has _serialization set to non-normative value, BUG!, ignoring pointedly."}},
+        {noSize,
+         {"Appender \"F\" has maxBackupIndex set without specifying maxFileSize, ignoring",
+          "Successfully opened \"" + path("f.log") + "\" now."}},
+    };
+    for (const Case& c : cases) {
+        testing::LogCapture::lines().clear();
+        LogAppender appender(c.settings);
+        EXPECT_EQ(messages(log), c.warnings) << c.settings.name.c_str();
+        EXPECT_EQ(appender.settings().maxBackupIndex, 0u);
+        EXPECT_EQ(appender.settings().serialization, 1);
+    }
+    testing::LogCapture::lines().clear();
+    LogAppenderSettings bad;
+    bad.name = "G";
+    bad.hasFileName = true;
+    bad.fileName = Str(path("no/such/dir/g.log"));
+    LogAppender failing(bad);
+    failing.write(event(100, "lost"));
+    ASSERT_FALSE(messages(log).empty());
+    EXPECT_EQ(messages(log)[0],
+              "Failed opening \"" + path("no/such/dir/g.log") + "\": No such file or directory");
+}
+
+// Rotation keeps N copies, whatever gaps the numbered names have.
+TEST_F(LoggerConfigTest, RotationKeepsItsCopies) {
+    for (std::uint64_t keep : {0u, 1u, 3u}) {
+        const std::string file = path("r" + std::to_string(keep) + ".log");
+        LogAppenderSettings s;
+        s.name = "R";
+        s.hasFileName = true;
+        s.fileName = Str(file);
+        s.maxFileSize = 30;
+        s.maxBackupIndex = keep;
+        if (keep == 3) writeFile("r3.log.2", "an old copy beyond a gap\n");  // .1 missing
+        {
+            LogAppender appender(s);
+            for (int i = 0; i < 8; ++i)
+                appender.write(event(100, ("line number " + std::to_string(i)).c_str()));
+        }
+        EXPECT_EQ(readFile(file), "line number 6\nline number 7\n") << keep;  // two 14-byte lines fit in 30
+        for (std::uint64_t k = 1; k <= 4; ++k) {
+            const bool expected = k <= keep;
+            EXPECT_EQ(fs::exists(file + "." + std::to_string(k)), expected) << keep << " ." << k;
+        }
+        if (keep >= 1) {
+            EXPECT_EQ(readFile(file + ".1"), "line number 4\nline number 5\n");
+        }
+        if (keep == 3) {
+            EXPECT_EQ(readFile(file + ".3"), "line number 0\nline number 1\n");
+        }
+    }
+}
+
+TEST_F(LoggerConfigTest, FilesMovedOrDeletedOutsideAreReopened) {
+    const std::string file = path("moved.log");
+    LogAppenderSettings s;
+    s.name = "M";
+    s.hasFileName = true;
+    s.fileName = Str(file);
+    LogAppender appender(s);
+    appender.write(event(100, "first"));
+    fs::rename(file, file + ".old");
+    appender.write(event(102, "still old: checked at most every 5 s"));
+    appender.write(event(106, "new file"));
+    ASSERT_EQ(::unlink(file.c_str()), 0);
+    appender.write(event(112, "after rm"));
+    EXPECT_EQ(readFile(file + ".old"), "first\nstill old: checked at most every 5 s\n");
+    EXPECT_EQ(readFile(file), "after rm\n");
+}
+
+TEST_F(LoggerConfigTest, BufferedLinesWaitForTheirFlush) {
+    const std::string file = path("buffered.log");
+    LogAppenderSettings s;
+    s.name = "B";
+    s.hasFileName = true;
+    s.fileName = Str(file);
+    s.buffered = true;
+    s.bufferSize = 64;
+    auto appender = std::make_unique<LogAppender>(s);
+    appender->write(event(100, "one"));
+    EXPECT_EQ(readFile(file), "");
+    appender->write(event(100, "two", LOG_ERROR));  // ERROR and above: out at once
+    EXPECT_EQ(readFile(file), "one\ntwo\n");
+    appender->write(event(100, "three"));
+    appender->write(event(101, "a second later"));  // the oldest waited a second
+    EXPECT_EQ(readFile(file), "one\ntwo\nthree\na second later\n");
+    appender->write(event(101, std::string(70, 'x').c_str()));  // past bufferSize
+    EXPECT_EQ(readFile(file).size(), 29u + 71u);
+    appender->write(event(101, "at exit"));
+    appender.reset();
+    EXPECT_EQ(readFile(file).substr(100), "at exit\n");
+}
+
+TEST_F(LoggerConfigTest, SuspendedAppendersWriteNowhere) {
+    const std::string file = path("s.log");
+    LogAppenderSettings s;
+    s.name = "S";
+    s.hasFileName = true;
+    s.fileName = Str(file);
+    LogAppender appender(s);
+    appender.write(event(100, "before"));
+    appender.suspend();
+    appender.write(event(100, "while suspended"));
+    EXPECT_TRUE(appender.unsuspend());
+    EXPECT_FALSE(appender.unsuspend());
+    appender.write(event(100, "after"));
+    EXPECT_EQ(readFile(file), "before\nafter\n");
+}
+
+// In a child: a file-size limit of 20 bytes stands for a full disk.
+[[noreturn]] void writeTillFull(const std::string& file) {
+    testing::LogCapture log;
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{20, 20};
+    if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) std::_Exit(3);
+    LogAppenderSettings s;
+    s.name = "D";
+    s.hasFileName = true;
+    s.fileName = Str(file);
+    LogAppender appender(s);
+    appender.write(event(100, "fits in twenty"));
+    appender.write(event(100, "does not fit any more"));
+    appender.write(event(100, "nor this"));
+    // Standard error is a file under the same limit: the verdict goes out as the exit code.
+    const std::string expected = "Error writing to \"" + file + "\": File too large";
+    for (const auto& line : testing::LogCapture::lines()) {
+        if (line.message == expected) std::_Exit(0);
+    }
+    std::_Exit(1);
+}
+
+TEST_F(LoggerConfigTest, AFullDiskIsReportedAndTheProcessGoesOn) {
+    EXPECT_EXIT(writeTillFull(path("full.log")), ::testing::ExitedWithCode(0), "");
+    EXPECT_EQ(readFile(path("full.log")), "fits in twenty\ndoes ");  // what the limit let through
+}
+
+TEST_F(LoggerConfigTest, ConfiguredChannelsWriteWhereTheFileSays) {
+    writeFile("app.cfg",
+              "rootCategory=INFO, A1\n"
+              "category.test.config=DEBUG, A2\n"
+              "appender.A1.fileName=" +
+                  path("all.log") +
+                  "\n"
+                  "appender.A1.layout=PatternLayout\n"
+                  "appender.A1.layout.ConversionPattern=%c %p %m%n\n"
+                  "appender.A2.fileName=" +
+                  path("json.log") +
+                  "\n"
+                  "appender.A2.serialization=JSON\n"
+                  "appender.A2.layout=SimpleLayout\n"
+                  "[other-program]\n"
+                  "rootCategory=EMERG\n");
+    writeFile("app-local.cfg", "appender.A1.layout.ConversionPattern=local %c %p %m%n\n");
+    LoggerSimple channel("test.config", 0, 0, 0);
+    const auto problems = configureLogging(path("app.cfg").c_str(), "prog");
+    EXPECT_TRUE(problems.empty());
+    channel.log(LOG_DEBUG, "debug \"quoted\"");
+    LoggerSimple later("test.later", 0, 0, 0);  // made after: takes the root's settings
+    later.log(LOG_DEBUG, "dropped below INFO");
+    later.log(LOG_INFO, "later");
+    for (Logger* c : {static_cast<Logger*>(&channel), static_cast<Logger*>(&later)}) c->setAppenders({});
+    std::string ours;  // the "Logger" channel writes there too (the appenders' own messages)
+    std::istringstream all(readFile(path("all.log")));
+    for (std::string line; std::getline(all, line);) {
+        if (line.rfind("local test.", 0) == 0) ours += line + "\n";
+    }
+    EXPECT_EQ(ours, "local test.config DEBUG debug \"quoted\"\nlocal test.later INFO later\n");
+    // SimpleLayout pads the level, JSON members too.
+    EXPECT_EQ(readFile(path("json.log")), "{\"log_level\":\"DEBUG   \",\"data\":\"debug \\\"quoted\\\"\"}\n");
+    // Back to no configuration for the other tests.
+    struct Reset : Logger::iterate_channels_callback {
+        void visit(Logger& logger) override {
+            logger.setAppenders({});
+            logger.setThreshold(LOG_DEBUG);
+        }
+    } reset;
+    Logger::iterateChannels(reset);
+    Logger::setChannelSetup(nullptr);
+}
+
+// Threads write while the file rotates and is moved away from outside: every line lands once,
+// whole, in one of the files.
+TEST_F(LoggerConfigTest, StressEveryLineOnceAndWhole) {
+    const std::string file = path("stress.log");
+    LogAppenderSettings s;
+    s.name = "X";
+    s.hasFileName = true;
+    s.fileName = Str(file);
+    s.maxFileSize = 64 * 1024;
+    s.maxBackupIndex = 1000;
+    constexpr int kThreads = 3, kLines = 20000;
+    {
+        LogAppender appender(s);
+        std::vector<std::thread> writers;
+        std::atomic<bool> done{false};
+        for (int t = 0; t < kThreads; ++t) {
+            writers.emplace_back([&appender, t] {
+                for (int i = 0; i < kLines; ++i) {
+                    const std::string text =
+                        "thread " + std::to_string(t) + " line " + std::to_string(i) + " end";
+                    appender.write(event(100 + i / 1000, text.c_str()));
+                }
+            });
+        }
+        std::thread mover([&] {
+            for (int m = 0; m < 5; ++m) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                std::error_code ec;
+                fs::rename(file, file + ".moved" + std::to_string(m), ec);
+            }
+            done.store(true);
+        });
+        for (std::thread& w : writers) w.join();
+        mover.join();
+    }
+    std::set<std::string> seen;
+    std::size_t total = 0, torn = 0;
+    for (const auto& entry : fs::directory_iterator(_dir)) {
+        std::ifstream in(entry.path());
+        for (std::string line; std::getline(in, line);) {
+            ++total;
+            if (line.rfind("thread ", 0) != 0 || line.size() < 4 || line.substr(line.size() - 4) != " end")
+                ++torn;
+            seen.insert(line);
+        }
+    }
+    std::printf("stress: %zu lines written by %d threads, %zu found, %zu distinct, %zu torn\n",
+                static_cast<std::size_t>(kThreads * kLines), kThreads, total, seen.size(), torn);
+    EXPECT_EQ(torn, 0u);
+    EXPECT_EQ(total, static_cast<std::size_t>(kThreads * kLines));
+    EXPECT_EQ(seen.size(), static_cast<std::size_t>(kThreads * kLines));
+}
+
+}  // namespace
+}  // namespace basicutil
