@@ -1,5 +1,5 @@
 # Everything starts here: `make run` and `make test` work on a fresh machine.
-.PHONY: all deps build run test asan tsan fuzz format-check unicode-tables windows-zones clean
+.PHONY: all deps build run test asan tsan fuzz stress format-check unicode-tables windows-zones clean
 
 JOBS ?= 2
 FUZZ_SECONDS ?= 30
@@ -36,6 +36,11 @@ tsan: deps
 	cmake --preset tsan
 	cmake --build --preset tsan -j $(JOBS)
 	ctest --preset tsan -j $(JOBS)
+
+# The log appenders' stress run at full size: three threads of a million lines each, rotating
+# and moved away from outside; every line must land once and whole.
+stress: build
+	VESTRA_STRESS_LINES=1000000 build/release/bin/LoggerConfigTest --gtest_filter='*Stress*'
 
 # Each libFuzzer target for a short, bounded while (FUZZ_SECONDS each).
 fuzz: deps

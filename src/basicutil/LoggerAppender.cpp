@@ -5,7 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <thread>
 
 #include "basicutil/Assert.h"
 #include "basicutil/PrintfFormat.h"
@@ -66,6 +70,52 @@ void warn(const char* format, const char* name) {
     loggerChannel().logf(LOG_WARN, format, name);
 }
 
+// Writes out every buffered appender once a second, so that no buffered line waits longer
+// than that for a next line to push it out. Started by the first buffered appender.
+class BufferFlusher {
+  public:
+    static BufferFlusher* instance() {
+        static BufferFlusher flusher;
+        return g_alive.load() ? &flusher : nullptr;
+    }
+    void add(LogAppender* appender) {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _appenders.push_back(appender);
+        if (!_thread.joinable()) _thread = std::thread([this] { run(); });
+    }
+    // Returns once no flush of the appender is under way.
+    void remove(LogAppender* appender) {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _appenders.erase(std::remove(_appenders.begin(), _appenders.end(), appender), _appenders.end());
+    }
+    ~BufferFlusher() {
+        {
+            std::lock_guard<std::mutex> lock(_mutex);
+            _stop = true;
+            g_alive.store(false);
+        }
+        _wake.notify_all();
+        if (_thread.joinable()) _thread.join();
+    }
+
+  private:
+    BufferFlusher() { g_alive.store(true); }
+    void run() {
+        std::unique_lock<std::mutex> lock(_mutex);
+        while (!_stop) {
+            _wake.wait_for(lock, std::chrono::seconds(1));
+            for (LogAppender* appender : _appenders) appender->flush();
+        }
+    }
+
+    static inline std::atomic<bool> g_alive{false};
+    std::mutex _mutex;
+    std::condition_variable _wake;
+    std::vector<LogAppender*> _appenders;
+    std::thread _thread;
+    bool _stop = false;
+};
+
 // Set while an appender reports its own troubles, so that a report that comes back to it (the
 // "Logger" channel may write to it) cannot start another.
 thread_local bool t_reporting = false;
@@ -125,9 +175,15 @@ LogAppender::LogAppender(LogAppenderSettings settings, bool suspended)
         openLocked(true);
     }
     reportPending();
+    if (_settings.buffered) {
+        if (BufferFlusher* flusher = BufferFlusher::instance()) flusher->add(this);
+    }
 }
 
 LogAppender::~LogAppender() {
+    if (_settings.buffered) {
+        if (BufferFlusher* flusher = BufferFlusher::instance()) flusher->remove(this);
+    }
     {
         std::lock_guard<std::mutex> lock(_mutex);
         writeOutLocked();

@@ -7,7 +7,8 @@
 //
 // Buffered output (buffered = true) is written out when the buffer reaches bufferSize, for a
 // line at ERROR or above, when the oldest buffered line is a second old at the next line, on
-// flush(), and when the appender goes (at exit for configured ones).
+// flush(), within about a second by a background flusher thread (started by the first buffered
+// appender), and when the appender goes (at exit for configured ones).
 //
 // Rotation: before a line is written, if the file is not empty and the line would take it past
 // maxFileSize, the file is rotated first (F to F.1, F.1 to F.2, ... keeping maxBackupIndex
