@@ -4,15 +4,20 @@
 #include <benchmark/benchmark.h>
 #include <spdlog/logger.h>
 #include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/null_sink.h>
 #include <log4cpp/Category.hh>
+#include <log4cpp/FileAppender.hh>
 #include <log4cpp/LoggingEvent.hh>
 #include <log4cpp/PatternLayout.hh>
 
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
+#include <string>
 
 #include "basicutil/Logger.h"
+#include "basicutil/LoggerAppender.h"
 
 namespace {
 
@@ -80,5 +85,94 @@ void BM_DisabledCall_Log4cpp(benchmark::State& state) {
     for (auto _ : state) category.debug("user %s logged in after %d tries", "alice", 3);
 }
 BENCHMARK(BM_DisabledCall_Log4cpp);
+
+}  // namespace
+
+// Lines to a file through a channel, 1 and 2 threads: ours unbuffered and buffered, spdlog's
+// synchronous basic file sink, log4cpp's FileAppender; the same pattern and message.
+namespace {
+
+const char* benchFile(const char* name) {
+    static thread_local std::string path;
+    path = std::string("/tmp/vestra-bench-") + name + ".log";
+    return path.c_str();
+}
+
+basicutil::Logger& oursToFile(bool buffered) {
+    static basicutil::LoggerSimple unbufferedChannel("bench.file", 0, 0, 0),
+        bufferedChannel("bench.buffered", 0, 0, 0);
+    static std::once_flag once;
+    std::call_once(once, [] {
+        for (bool b : {false, true}) {
+            basicutil::LogAppenderSettings s;
+            s.name = b ? "buffered" : "unbuffered";
+            s.hasFileName = true;
+            s.fileName = basicutil::Str(benchFile(b ? "ours-buffered" : "ours"));
+            s.layout = std::make_shared<const basicutil::LogFormat>("%d %p %c [%t] %m%n");
+            s.buffered = b;
+            s.bufferSize = 64 * 1024;
+            (b ? bufferedChannel : unbufferedChannel)
+                .setAppenders({std::make_shared<basicutil::LogAppender>(std::move(s))});
+        }
+    });
+    return buffered ? bufferedChannel : unbufferedChannel;
+}
+
+void fileOurs(benchmark::State& state, bool buffered) {
+    basicutil::Logger& channel = oursToFile(buffered);
+    for (auto _ : state) channel.logf(basicutil::LOG_INFO, "user %s logged in after %d tries", "alice", 3);
+    state.SetItemsProcessed(state.iterations());
+}
+
+void fileSpdlog(benchmark::State& state) {
+    static auto logger = [] {
+        auto l = std::make_shared<spdlog::logger>(
+            "bench", std::make_shared<spdlog::sinks::basic_file_sink_mt>(benchFile("spdlog"), true));
+        l->set_pattern("%Y-%m-%d %H:%M:%S,%e %l %n [%t] %v");
+        return l;
+    }();
+    for (auto _ : state) logger->info("user {} logged in after {} tries", "alice", 3);
+    state.SetItemsProcessed(state.iterations());
+}
+
+void fileLog4cpp(benchmark::State& state) {
+    static log4cpp::Category& category = []() -> log4cpp::Category& {
+        auto* appender = new log4cpp::FileAppender("file", benchFile("log4cpp"), false);
+        auto* layout = new log4cpp::PatternLayout();
+        layout->setConversionPattern("%d %p %c [%t] %m%n");
+        appender->setLayout(layout);
+        log4cpp::Category& c = log4cpp::Category::getInstance("bench.file");
+        c.addAppender(appender);
+        c.setPriority(log4cpp::Priority::INFO);
+        return c;
+    }();
+    for (auto _ : state) category.info("user %s logged in after %d tries", "alice", 3);
+    state.SetItemsProcessed(state.iterations());
+}
+
+void BM_FileUnbuffered_Ours(benchmark::State& state) {
+    fileOurs(state, false);
+}
+void BM_FileUnbuffered_Spdlog(benchmark::State& state) {
+    fileSpdlog(state);
+}
+void BM_FileUnbuffered_Log4cpp(benchmark::State& state) {
+    fileLog4cpp(state);
+}
+void BM_FileBuffered_Ours(benchmark::State& state) {
+    fileOurs(state, true);
+}
+void BM_FileBuffered_Spdlog(benchmark::State& state) {
+    fileSpdlog(state);
+}
+void BM_FileBuffered_Log4cpp(benchmark::State& state) {
+    fileLog4cpp(state);
+}
+BENCHMARK(BM_FileUnbuffered_Ours)->Threads(1)->Threads(2);
+BENCHMARK(BM_FileUnbuffered_Spdlog)->Threads(1)->Threads(2);
+BENCHMARK(BM_FileUnbuffered_Log4cpp)->Threads(1)->Threads(2);
+BENCHMARK(BM_FileBuffered_Ours)->Threads(1)->Threads(2);
+BENCHMARK(BM_FileBuffered_Spdlog)->Threads(1)->Threads(2);
+BENCHMARK(BM_FileBuffered_Log4cpp)->Threads(1)->Threads(2);
 
 }  // namespace

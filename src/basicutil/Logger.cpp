@@ -140,16 +140,18 @@ void Logger::setLayout(std::shared_ptr<const LogFormat> layout) {
 void Logger::registerLogObserver(LogObserver* observer) {
     std::lock_guard<std::mutex> lock(_mutex);
     _observers.push_back(observer);
+    _hasObservers.store(true, std::memory_order_release);
 }
 
 void Logger::unregisterLogObserver(LogObserver* observer) {
     std::lock_guard<std::mutex> lock(_mutex);
     _observers.erase(std::remove(_observers.begin(), _observers.end(), observer), _observers.end());
+    _hasObservers.store(!_observers.empty(), std::memory_order_release);
 }
 
 // Under _mutex: the observers see the line now; it is kept for the appenders, which are
 // written after the lock is released (they may log on this very channel about their troubles).
-void Logger::emit(LogLevel level, StrSegment message, Outgoing& out) {
+void Logger::emit(LogLevel level, StrSegment message, Outgoing& out, bool owned) {
     const Timeval now = Timeval::now();
     if (!_observers.empty()) {
         const LogEvent event{_name, level, now, message};
@@ -157,7 +159,15 @@ void Logger::emit(LogLevel level, StrSegment message, Outgoing& out) {
         _layout->render(line, event, LogFormat::SERIALIZE_TEXT, 0, nullptr);
         for (LogObserver* observer : _observers) observer->observe(event, line);
     }
-    if (!_appenders.empty()) out.lines.push_back({level, now, Str(message)});
+    if (out.appenders == nullptr) return;
+    if (owned) {
+        out.reports.push_back({level, now, Str(message)});
+    } else {
+        out.hasMessage = true;
+        out.level = level;
+        out.time = now;
+        out.message = message;
+    }
 }
 
 // Under _mutex.
@@ -167,22 +177,35 @@ void Logger::reportLocked(Similar& entry, Outgoing& out) {
                            static_cast<unsigned long long>(entry.count - entry.reported));
     report.append(entry.first);
     entry.reported = entry.count;
-    emit(entry.level, report, out);
+    emit(entry.level, report, out, true);
 }
 
 // Not under _mutex.
 void Logger::deliver(const Outgoing& out) const {
-    for (const Outgoing::Line& line : out.lines) {
+    if (out.appenders == nullptr) return;
+    for (const Outgoing::Line& line : out.reports) {
         const LogEvent event{_name, line.level, line.time, line.message};
-        for (const std::shared_ptr<LogAppender>& appender : out.appenders) appender->write(event);
+        for (const std::shared_ptr<LogAppender>& appender : *out.appenders) appender->write(event);
+    }
+    if (out.hasMessage) {
+        const LogEvent event{_name, out.level, out.time, out.message};
+        for (const std::shared_ptr<LogAppender>& appender : *out.appenders) appender->write(event);
     }
 }
 
 void Logger::submit(LogLevel level, StrSegment message, StrSegment similarityKey) {
     Outgoing out;
-    {
+    if ((_similarSeconds == 0 || _similarCapacity == 0) && !_hasObservers.load(std::memory_order_acquire)) {
+        // Nothing to count and nobody watching: the appenders alone, without the mutex.
+        out.appenders = _appenders.load(std::memory_order_acquire);
+        if (out.appenders == nullptr) return;
+        out.hasMessage = true;
+        out.level = level;
+        out.time = Timeval::now();
+        out.message = message;
+    } else {
         std::lock_guard<std::mutex> lock(_mutex);
-        out.appenders = _appenders;
+        out.appenders = _appenders.load(std::memory_order_acquire);
         submitLocked(level, message, similarityKey, out);
     }
     deliver(out);
@@ -190,7 +213,7 @@ void Logger::submit(LogLevel level, StrSegment message, StrSegment similarityKey
 
 void Logger::submitLocked(LogLevel level, StrSegment message, StrSegment similarityKey, Outgoing& out) {
     if (_similarSeconds == 0 || _similarCapacity == 0) {
-        emit(level, message, out);
+        emit(level, message, out, false);
         return;
     }
     const std::int64_t now = Timeval::nowSeconds();
@@ -214,14 +237,14 @@ void Logger::submitLocked(LogLevel level, StrSegment message, StrSegment similar
         _similar.clear();
     }
     _similar.push_back({level, Str(similarityKey), Str(message), now, 1, 1});
-    emit(level, message, out);
+    emit(level, message, out, false);
 }
 
 void Logger::flushSimilar() {
     Outgoing out;
     {
         std::lock_guard<std::mutex> lock(_mutex);
-        out.appenders = _appenders;
+        out.appenders = _appenders.load(std::memory_order_acquire);
         for (Similar& entry : _similar) reportLocked(entry, out);
         _similar.clear();
     }
@@ -229,13 +252,13 @@ void Logger::flushSimilar() {
 }
 
 void Logger::setAppenders(std::vector<std::shared_ptr<LogAppender>> appenders) {
-    std::lock_guard<std::mutex> lock(_mutex);
-    _appenders = std::move(appenders);
+    auto list = appenders.empty() ? nullptr : std::make_shared<const AppenderList>(std::move(appenders));
+    _appenders.store(std::move(list), std::memory_order_release);
 }
 
 std::vector<std::shared_ptr<LogAppender>> Logger::appenders() const {
-    std::lock_guard<std::mutex> lock(_mutex);
-    return _appenders;
+    const std::shared_ptr<const AppenderList> list = _appenders.load(std::memory_order_acquire);
+    return list != nullptr ? *list : AppenderList{};
 }
 
 void Logger::debugSplitLines(LogLevel level, StrSegment text) {
@@ -250,6 +273,36 @@ void Logger::debugSplitLines(LogLevel level, StrSegment text) {
         VESTRA_ASSERT(p[eol] == '\n' || p[eol] == '\r');
         p += eol + 1;
         rest -= eol + 1;
+    }
+}
+
+namespace {
+
+// Message buffers for logf, one per nesting level; kept across calls so that a message needs
+// no allocation once the buffer has grown to its size.
+struct ScratchTexts {
+    static constexpr int kLevels = 4;
+    Str texts[kLevels];
+    int depth = 0;
+};
+thread_local ScratchTexts t_texts;
+
+}  // namespace
+
+Logger::ScratchText::ScratchText() {
+    ScratchTexts& all = t_texts;
+    _owned = all.depth >= ScratchTexts::kLevels;
+    _text = _owned ? new Str : &all.texts[all.depth];
+    ++all.depth;
+    _text->clear();
+}
+
+Logger::ScratchText::~ScratchText() {
+    --t_texts.depth;
+    if (_owned) {
+        delete _text;
+    } else if (_text->capacity() > 64 * 1024) {
+        Str().swap(*_text);  // a rare huge message does not pin its memory
     }
 }
 

@@ -173,10 +173,25 @@ class Logger {
     template <typename... Args>
     void logf(LogLevel level, std::string_view format, const Args&... args) {
         if (!enabled(level)) return;
-        Str message;
-        appendf(message, format, args...);
-        submit(level, message, format);
+        ScratchText message;
+        appendf(message.text(), format, args...);
+        submit(level, message.text(), format);
     }
+
+    // A per-thread buffer for one message being built, reused from call to call; a message
+    // built while another is (a logging call made by an appender or observer) gets its own.
+    class ScratchText {
+      public:
+        ScratchText();
+        ~ScratchText();
+        ScratchText(const ScratchText&) = delete;
+        ScratchText& operator=(const ScratchText&) = delete;
+        Str& text() noexcept { return *_text; }
+
+      private:
+        Str* _text;
+        bool _owned;
+    };
     // The text as it is (it is also its own similarity key).
     void log(LogLevel level, std::string_view text) {
         if (enabled(level)) submit(level, text, text);
@@ -219,17 +234,23 @@ class Logger {
 
   private:
     struct Similar;
-    // Lines decided under the mutex, written to the appenders after it.
+    using AppenderList = std::vector<std::shared_ptr<LogAppender>>;
+    // Lines decided under the mutex, written to the appenders after it: reports of suppressed
+    // messages (owned), then the submitted message (the caller's text, still alive).
     struct Outgoing {
         struct Line {
             LogLevel level;
             Timeval time;
             Str message;
         };
-        std::vector<Line> lines;
-        std::vector<std::shared_ptr<LogAppender>> appenders;
+        std::vector<Line> reports;
+        bool hasMessage = false;
+        LogLevel level = LOG_DEBUG;
+        Timeval time;
+        StrSegment message;
+        std::shared_ptr<const AppenderList> appenders;
     };
-    void emit(LogLevel level, StrSegment message, Outgoing& out);
+    void emit(LogLevel level, StrSegment message, Outgoing& out, bool owned);
     void reportLocked(Similar& entry, Outgoing& out);
     void submitLocked(LogLevel level, StrSegment message, StrSegment similarityKey, Outgoing& out);
     void deliver(const Outgoing& out) const;
@@ -237,9 +258,10 @@ class Logger {
     Str _name;
     std::atomic<int> _threshold;
     unsigned _similarSeconds, _similarCapacity;
-    mutable std::mutex _mutex;  // the observers, the appenders and the similar-message table
+    mutable std::mutex _mutex;  // the observers and the similar-message table
     std::vector<LogObserver*> _observers;
-    std::vector<std::shared_ptr<LogAppender>> _appenders;
+    std::atomic<bool> _hasObservers{false};
+    std::atomic<std::shared_ptr<const AppenderList>> _appenders;  // null: none
     std::vector<Similar> _similar;
     std::shared_ptr<const LogFormat> _layout;
     bool _setUp = false;

@@ -260,7 +260,8 @@ bool LogAppender::writeOutLocked() {
 
 void LogAppender::write(const LogEvent& event) {
     // Rendered before the lock: threads render in parallel.
-    Str line;
+    Logger::ScratchText scratch;
+    Str& line = scratch.text();
     if (_settings.escape == LogEscape::C) {
         Str escaped;
         appendEscaped(escaped, event.message);

@@ -415,8 +415,14 @@ struct LineRenderer {
                 appendDecimal(value, static_cast<std::int64_t>(std::clock()));
                 break;
             case LogFormat::KIND_DATE:
-                if (!brokenDown) brokenDown = TimeZone::local()->breakDown(event.time.tv_sec, civil, &at);
-                if (brokenDown) atom.time->render(event.time, civil, at, value);
+                if (!brokenDown) brokenDown = TimeZone::localZone().breakDown(event.time.tv_sec, civil, &at);
+                if (!brokenDown) break;
+                if (atom.min_width == 0 &&
+                    atom.max_width == LogFormat::kNoMaximum) {  // no field rules: in place
+                    atom.time->render(event.time, civil, at, out);
+                    return;
+                }
+                atom.time->render(event.time, civil, at, value);
                 break;
             default:
                 break;

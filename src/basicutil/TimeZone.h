@@ -98,6 +98,9 @@ class TimeZone {
     // Read once; reloadLocal() reads them again.
     static TimeZonePtr local();
     static TimeZonePtr reloadLocal();
+    // The local zone without a lock or a reference count, for hot paths; valid for the life of
+    // the process (zones replaced by reloadLocal are kept).
+    static const TimeZone& localZone();
     static TimeZonePtr fromFile(const char* path, Str* error = nullptr);
     static TimeZonePtr fromTzif(StrSegment name, StrSegment bytes, Str* error = nullptr);
     static TimeZonePtr fromPosixRule(StrSegment rule, Str* error = nullptr);

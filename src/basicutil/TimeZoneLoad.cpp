@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <map>
@@ -51,6 +52,8 @@ struct ZoneCache {
     std::map<std::string, TimeZonePtr, std::less<>> zones;
     std::shared_ptr<const TimeZoneArchive> archive;
     TimeZonePtr local;
+    std::vector<TimeZonePtr> formerLocals;  // kept: references handed out stay valid
+    std::atomic<const TimeZone*> localRaw{nullptr};
 };
 
 ZoneCache& cache() {
@@ -243,8 +246,15 @@ TimeZonePtr TimeZone::reloadLocal() {
     TimeZonePtr zone = loadLocal();
     ZoneCache& zones = cache();
     std::lock_guard<std::mutex> lock(zones.mutex);
+    if (zones.local != nullptr) zones.formerLocals.push_back(zones.local);
     zones.local = zone;
+    zones.localRaw.store(zone.get(), std::memory_order_release);
     return zone;
+}
+
+const TimeZone& TimeZone::localZone() {
+    if (const TimeZone* zone = cache().localRaw.load(std::memory_order_acquire)) return *zone;
+    return *local();
 }
 
 }  // namespace basicutil
