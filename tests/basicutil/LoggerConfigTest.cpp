@@ -346,7 +346,7 @@ TEST_F(LoggerConfigTest, StressEveryLineOnceAndWhole) {
     s.name = "X";
     s.hasFileName = true;
     s.fileName = Str(file);
-    s.maxFileSize = kLines > 100000 ? 4 * 1024 * 1024 : 64 * 1024;
+    s.maxFileSize = kLines > 100000 ? 1024 * 1024 : 64 * 1024;
     s.maxBackupIndex = 1000;
     {
         LogAppender appender(s);
@@ -361,15 +361,17 @@ TEST_F(LoggerConfigTest, StressEveryLineOnceAndWhole) {
                 }
             });
         }
-        std::thread mover([&] {
-            for (int m = 0; m < 5; ++m) {
+        std::atomic<int> moves{0};
+        std::thread mover([&] {  // moves the file away from outside as long as the writers write
+            while (!done.load()) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(20));
                 std::error_code ec;
-                fs::rename(file, file + ".moved" + std::to_string(m), ec);
+                fs::rename(file, file + ".moved" + std::to_string(moves.load()), ec);
+                if (!ec) ++moves;
             }
-            done.store(true);
         });
         for (std::thread& w : writers) w.join();
+        done.store(true);
         mover.join();
     }
     std::set<std::string> seen;
@@ -385,6 +387,9 @@ TEST_F(LoggerConfigTest, StressEveryLineOnceAndWhole) {
     }
     std::printf("stress: %zu lines written by %d threads, %zu found, %zu distinct, %zu torn\n",
                 static_cast<std::size_t>(kThreads * kLines), kThreads, total, seen.size(), torn);
+    const std::size_t files =
+        static_cast<std::size_t>(std::distance(fs::directory_iterator(_dir), fs::directory_iterator()));
+    std::printf("stress: %zu files\n", files);
     EXPECT_EQ(torn, 0u);
     EXPECT_EQ(total, static_cast<std::size_t>(kThreads * kLines));
     EXPECT_EQ(seen.size(), static_cast<std::size_t>(kThreads * kLines));
