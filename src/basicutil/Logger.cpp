@@ -54,6 +54,10 @@ Logger& loggerChannel() noexcept {
     return g_logger.channel;
 }
 
+std::shared_ptr<const LogFormat> defaultLogLayout() {
+    return defaultLayout();
+}
+
 Logger* loggerChannelIfAlive() noexcept {
     return LoggerGlobals::alive.load() ? &g_logger.channel : nullptr;
 }

@@ -269,6 +269,9 @@ class Logger {
 
 // The "Logger" channel: the logging system's own messages.
 Logger& loggerChannel() noexcept;
+// The default layout "%m%n", compiled once at start-up and shared by every channel and appender
+// without one of its own.
+std::shared_ptr<const LogFormat> defaultLogLayout();
 // The same, or null before it is made and after it is gone (the appenders of other channels may
 // report during the process's teardown).
 Logger* loggerChannelIfAlive() noexcept;

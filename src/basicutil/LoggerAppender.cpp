@@ -146,7 +146,7 @@ LogAppender::LogAppender(LogAppenderSettings settings, bool suspended)
     : _settings(std::move(settings)), _suspended(suspended) {
     LogAppenderSettings& s = _settings;
     const char* name = s.name.c_str();
-    if (s.layout == nullptr) s.layout = std::make_shared<const LogFormat>("%m%n");
+    if (s.layout == nullptr) s.layout = defaultLogLayout();
     if (!s.hasFileName) {
         warn("Appender \"%s\" has no filename, assuming stderr", name);
         if (s.maxBackupIndex != 0) {
