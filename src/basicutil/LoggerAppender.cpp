@@ -12,20 +12,14 @@
 #include <thread>
 
 #include "basicutil/Assert.h"
+#include "basicutil/Logger_details.h"
 #include "basicutil/PrintfFormat.h"
 
 namespace basicutil {
 
 namespace {
 
-// The text of a format with %m (errno's text, read when the call starts).
-template <typename... Args>
-Str withErrno(std::string_view format, const Args&... args) {
-    Str out;
-    appendPrintf(PrintfOutput(out), StrSegment(format), PrintfFormat::argumentList(args...),
-                 PrintfFormatAtom::OPTION_ERRNO);
-    return out;
-}
+using logger_details::withErrno;
 
 constexpr std::int64_t kRecheckSeconds = 5;
 constexpr const char* kNullDevice = "/dev/null";

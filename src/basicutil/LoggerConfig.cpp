@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "basicutil/Logger_details.h"
 #include "basicutil/PrintfFormat.h"
 #include "basicutil/StrParse.h"
 
@@ -13,14 +14,7 @@ namespace basicutil {
 
 namespace {
 
-// The text of a format with %m (errno's text, read when the call starts).
-template <typename... Args>
-Str withErrno(std::string_view format, const Args&... args) {
-    Str out;
-    appendPrintf(PrintfOutput(out), StrSegment(format), PrintfFormat::argumentList(args...),
-                 PrintfFormatAtom::OPTION_ERRNO);
-    return out;
-}
+using logger_details::withErrno;
 
 constexpr std::uint64_t kMaxConfigBytes = 1 << 20;
 

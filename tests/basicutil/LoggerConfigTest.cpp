@@ -55,6 +55,18 @@ class LoggerConfigTest : public ::testing::Test {
     fs::path _dir;
 };
 
+// Back to no configuration, for the tests that follow.
+void unconfigure() {
+    struct Reset : Logger::iterate_channels_callback {
+        void visit(Logger& logger) override {
+            logger.setAppenders({});
+            logger.setThreshold(LOG_DEBUG);
+        }
+    } reset;
+    Logger::iterateChannels(reset);
+    Logger::setChannelSetup(nullptr);
+}
+
 LogEvent event(std::int64_t seconds, const char* message, int level = LOG_INFO) {
     return {"test", level, {seconds, 0}, message};
 }
@@ -300,15 +312,7 @@ TEST_F(LoggerConfigTest, ConfiguredChannelsWriteWhereTheFileSays) {
     EXPECT_EQ(ours, "local test.config DEBUG debug \"quoted\"\nlocal test.later INFO later\n");
     // SimpleLayout pads the level, JSON members too.
     EXPECT_EQ(readFile(path("json.log")), "{\"log_level\":\"DEBUG   \",\"data\":\"debug \\\"quoted\\\"\"}\n");
-    // Back to no configuration for the other tests.
-    struct Reset : Logger::iterate_channels_callback {
-        void visit(Logger& logger) override {
-            logger.setAppenders({});
-            logger.setThreshold(LOG_DEBUG);
-        }
-    } reset;
-    Logger::iterateChannels(reset);
-    Logger::setChannelSetup(nullptr);
+    unconfigure();
 }
 
 TEST_F(LoggerConfigTest, ReReadingLosesNoLine) {
@@ -324,14 +328,7 @@ TEST_F(LoggerConfigTest, ReReadingLosesNoLine) {
     channel.setAppenders({});
     EXPECT_NE(readFile(path("a.log")).find("INFO    : before\n"), std::string::npos);
     EXPECT_NE(readFile(path("b.log")).find("after\n"), std::string::npos);
-    struct Reset : Logger::iterate_channels_callback {
-        void visit(Logger& logger) override {
-            logger.setAppenders({});
-            logger.setThreshold(LOG_DEBUG);
-        }
-    } reset;
-    Logger::iterateChannels(reset);
-    Logger::setChannelSetup(nullptr);
+    unconfigure();
 }
 
 // Threads write while the file rotates and is moved away from outside: every line lands once,
