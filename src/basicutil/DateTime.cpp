@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 
 #include "basicutil/Assert.h"
@@ -279,6 +280,7 @@ bool TimeFormat::_setFtime(StrSegment format) {
     _layout.clear();
     _slots.clear();
     _hasLayout = false;
+    _subsecondDigits = 0;
     _text = Str(format);
     const char* ftime = _text.data();
     const char* ftime_end = ftime + _text.size();
@@ -291,6 +293,20 @@ bool TimeFormat::_setFtime(StrSegment format) {
     _n = counter.count;
     _valid = true;
     buildLayout();
+    static std::atomic<std::uint64_t> serials{0};
+    _serial = ++serials;
+    for (std::size_t i = 0; i < _n; ++i) {
+        const Atom& a = _atoms[i];
+        if (a.what == SORTABLE) _subsecondDigits = 6;
+        if (a.what == SUBSECONDS) {
+            const char letter = static_cast<char>(a.x.conv.letter);
+            const unsigned digits = a.x.conv.width != 0 ? a.x.conv.width
+                                    : letter == 'N'     ? 9
+                                    : letter == 'Q'     ? 3
+                                                        : 6;
+            _subsecondDigits = std::max(_subsecondDigits, std::min(digits, 6u));
+        }
+    }
     return true;
 }
 

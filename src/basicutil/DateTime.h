@@ -157,6 +157,12 @@ class TimeFormat {
     std::size_t atomCount() const noexcept { return _n; }
     const Atom* atoms() const noexcept { return _atoms.get(); }
     const Str& text() const noexcept { return _text; }
+    // How many decimal digits of the subseconds the rendering depends on (0 to 6): two times in
+    // one zone whose seconds and first that many digits agree render the same.
+    unsigned subsecondDigitsRendered() const noexcept { return _subsecondDigits; }
+    // Different for every compilation in the process, so that a cache can tell formats apart
+    // even when one lives where another did.
+    std::uint64_t serial() const noexcept { return _serial; }
     const char* literalText(const Atom& a) const noexcept { return _literals.data() + a.x.text.offset; }
 
     // Appends the time as the zone shows it.
@@ -224,6 +230,8 @@ class TimeFormat {
     Str _layout;
     std::vector<Slot> _slots;
     bool _hasLayout = false;
+    unsigned _subsecondDigits = 0;
+    std::uint64_t _serial = 0;
 };
 
 // --- Calendar helpers over parsed fields ---

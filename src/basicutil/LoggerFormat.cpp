@@ -342,6 +342,15 @@ LogFormat::LogFormat(const char* pattern) : _pattern(pattern != nullptr ? patter
 
 namespace {
 
+// The date a thread rendered last, with what it depends on.
+struct LastDate {
+    std::uint64_t format = 0;  // TimeFormat::serial()
+    const TimeZone* zone = nullptr;
+    std::int64_t seconds = 0, fraction = 0;
+    Str text;
+};
+thread_local LastDate t_lastDate;
+
 struct LineRenderer {
     const LogEvent& event;
     std::uint64_t maxMessageSize;
@@ -414,16 +423,33 @@ struct LineRenderer {
             case LogFormat::KIND_CLOCK:
                 appendDecimal(value, static_cast<std::int64_t>(std::clock()));
                 break;
-            case LogFormat::KIND_DATE:
-                if (!brokenDown) brokenDown = TimeZone::localZone().breakDown(event.time.tv_sec, civil, &at);
-                if (!brokenDown) break;
+            case LogFormat::KIND_DATE: {
+                // Lines come in bursts: the thread keeps the last date it rendered, and a line
+                // within the same second and rendered subseconds reuses it.
+                const TimeZone& zone = TimeZone::localZone();
+                const TimeFormat& format = *atom.time;
+                static constexpr std::int64_t kScale[] = {1000000, 100000, 10000, 1000, 100, 10, 1};
+                const std::int64_t fraction = event.time.tv_usec / kScale[format.subsecondDigitsRendered()];
+                LastDate& last = t_lastDate;
+                if (last.format != format.serial() || last.zone != &zone ||
+                    last.seconds != event.time.tv_sec || last.fraction != fraction) {
+                    if (!brokenDown) brokenDown = zone.breakDown(event.time.tv_sec, civil, &at);
+                    if (!brokenDown) break;
+                    last.text.clear();
+                    format.render(event.time, civil, at, last.text);
+                    last.format = format.serial();
+                    last.zone = &zone;
+                    last.seconds = event.time.tv_sec;
+                    last.fraction = fraction;
+                }
                 if (atom.min_width == 0 &&
                     atom.max_width == LogFormat::kNoMaximum) {  // no field rules: in place
-                    atom.time->render(event.time, civil, at, out);
+                    out.append(last.text);
                     return;
                 }
-                atom.time->render(event.time, civil, at, value);
+                value.append(last.text);
                 break;
+            }
             default:
                 break;
         }

@@ -78,6 +78,27 @@ TEST_F(LoggerFormatTest, PatternsRender) {
     EXPECT_EQ(out.view(), "kept:_atoms array invalid!");
 }
 
+// Dates are reused within what the format shows, and only there.
+TEST_F(LoggerFormatTest, DatesFollowTheirOwnResolution) {
+    struct Case {
+        const char* pattern;
+        Timeval time;
+        const char* expected;
+    } cases[] = {{"%d", {kTime.tv_sec, 123456}, "2026-11-13 04:00:00,123"},
+                 {"%d", {kTime.tv_sec, 123999}, "2026-11-13 04:00:00,123"},
+                 {"%d", {kTime.tv_sec, 124000}, "2026-11-13 04:00:00,124"},
+                 {"%d{%T.%6Q}", {kTime.tv_sec, 124000}, "04:00:00.124000"},
+                 {"%d{%T.%6Q}", {kTime.tv_sec, 124001}, "04:00:00.124001"},
+                 {"%d{%T}", {kTime.tv_sec, 999999}, "04:00:00"},
+                 {"%d{%T}", {kTime.tv_sec + 1, 0}, "04:00:01"},
+                 {"%d", {kTime.tv_sec + 1, 0}, "2026-11-13 04:00:01,000"}};
+    for (const Case& c : cases) {
+        Str out;
+        LogFormat(c.pattern).render(out, {"c", LOG_INFO, c.time, "m"}, LogFormat::SERIALIZE_TEXT, 0, nullptr);
+        EXPECT_EQ(out.view(), c.expected) << c.pattern << " " << c.time.tv_usec;
+    }
+}
+
 TEST_F(LoggerFormatTest, ThreadAndClockFields) {
     EmptyMainThread mainThread;
     EXPECT_EQ(render("[%t]", "m"), "[MainThread]");
