@@ -726,16 +726,43 @@ void put2(char* p, unsigned v, char lead = '0') noexcept {
 
 void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at,
                               char* text) const {
-    std::memcpy(text, _layout.data(), _layout.size());
+    const std::size_t length = _layout.size();
+    if (length >= 16 && length <= 32) {  // two fixed-size copies, no call (most machine formats)
+        std::memcpy(text, _layout.data(), 16);
+        std::memcpy(text + length - 16, _layout.data() + length - 16, 16);
+    } else {
+        std::memcpy(text, _layout.data(), length);
+    }
     const auto year = static_cast<unsigned>(civil.year);  // 1000..9999 here
-    const unsigned two[] = {civil.day,    civil.hour,   civil.hour % 12 == 0 ? 12 : civil.hour % 12,
-                            civil.minute, civil.second, civil.month,
-                            year % 100,   year / 100};
     for (const Slot& slot : _slots) {
         char* const p = text + slot.position;
-        if (slot.twoDigitField != NOT_TWO) {
-            put2(p, two[slot.twoDigitField], slot.lead);
-            continue;
+        switch (slot.twoDigitField) {
+            case TWO_DAY:
+                put2(p, civil.day, slot.lead);
+                continue;
+            case TWO_HOUR:
+                put2(p, civil.hour, slot.lead);
+                continue;
+            case TWO_HOUR12:
+                put2(p, civil.hour % 12 == 0 ? 12 : civil.hour % 12, slot.lead);
+                continue;
+            case TWO_MINUTE:
+                put2(p, civil.minute);
+                continue;
+            case TWO_SECOND:
+                put2(p, civil.second);
+                continue;
+            case TWO_MONTH:
+                put2(p, civil.month);
+                continue;
+            case TWO_YY:
+                put2(p, year % 100);
+                continue;
+            case TWO_CENTURY:
+                put2(p, year / 100);
+                continue;
+            default:
+                break;
         }
         const Atom& a = _atoms[slot.atom];
         const char letter = static_cast<char>(a.x.conv.letter);
@@ -805,7 +832,13 @@ void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const T
 void TimeFormat::render(const Timeval& tv, const TimeZone& zone, Str& output) const {
     CivilTime civil;
     TimeZoneLookup at;
-    if (_valid && zone.breakDown(tv.tv_sec, civil, &at)) render(tv, civil, at, output);
+    if (!_valid || !zone.breakDown(tv.tv_sec, civil, &at)) return;
+    if (_hasLayout && civil.year >= 1000 && civil.year <= 9999 && !tv.isMin() && !tv.isMax() &&
+        !tv.isZero()) {
+        renderLayout(tv, civil, at, output.appendUninitialized(_layout.size()));  // the common case, directly
+        return;
+    }
+    render(tv, civil, at, output);
 }
 
 void TimeFormat::render(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at,
