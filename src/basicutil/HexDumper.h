@@ -1,0 +1,59 @@
+// The canonical hex dump of a byte buffer, one line at a time to a sink:
+//
+//   00000000  48 65 6c 6c 6f 20 77 6f  72 6c 64 0a              |Hello world.|
+//   0000000c
+//
+// 16 bytes a line: the offset in 8 hex digits, the bytes in two groups of eight, and the bytes
+// as characters (0x20 to 0x7e as themselves, others "."); then a last line with the total
+// length. Empty data gives that line alone, "00000000". The same text as `hexdump -C -v`.
+#pragma once
+
+#include <cstddef>
+
+#include "basicutil/Logger.h"
+#include "basicutil/Str.h"
+#include "basicutil/StrVector.h"
+
+namespace basicutil {
+
+class HexDumper {
+  public:
+    virtual ~HexDumper();
+    // One finished line, without a line end.
+    virtual void line(const char* text, std::size_t length) = 0;
+
+    void do_dump(const void* data, std::size_t length);
+};
+
+// The lines, each with "\n", appended to a string.
+class HexDumper_to_Str : public HexDumper {
+  public:
+    explicit HexDumper_to_Str(Str& out) : _out(out) {}
+    void line(const char* text, std::size_t length) override;
+
+  private:
+    Str& _out;
+};
+
+// One element per line.
+class HexDumper_to_StrVector : public HexDumper {
+  public:
+    explicit HexDumper_to_StrVector(StrVector& out) : _out(out) {}
+    void line(const char* text, std::size_t length) override;
+
+  private:
+    StrVector& _out;
+};
+
+// One message per line on a channel, at the given level.
+class HexDumper_to_Logger : public HexDumper {
+  public:
+    HexDumper_to_Logger(Logger& logger, LogLevel level) : _logger(logger), _level(level) {}
+    void line(const char* text, std::size_t length) override;
+
+  private:
+    Logger& _logger;
+    LogLevel _level;
+};
+
+}  // namespace basicutil
