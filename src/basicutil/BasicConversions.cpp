@@ -10,10 +10,11 @@ bool parse_unsigned_val(const char* begin, const char* end, std::uint64_t& out, 
     while (p < end && blank(*p)) ++p;
     if (p == end || *p < '0' || *p > '9') return false;
     std::uint64_t value = 0;
+    const std::uint64_t tenth = max / 10;  // once, not per digit
     for (; p < end && *p >= '0' && *p <= '9'; ++p) {
         const auto digit = static_cast<std::uint64_t>(*p - '0');
         // Both sides stay within range: no `max - digit` below zero.
-        if (digit > max || value > max / 10 || value * 10 > max - digit) return false;
+        if (digit > max || value > tenth || value * 10 > max - digit) return false;
         value = value * 10 + digit;
     }
     while (p < end && blank(*p)) ++p;
