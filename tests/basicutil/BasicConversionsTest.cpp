@@ -82,7 +82,8 @@ TEST(BasicConversionsTest, HexTextIntoBytes) {
 TEST(BasicConversionsDeathTest, HexNeedsADestination) {
     unsigned char dest[1];
     std::size_t written = 0;
-    EXPECT_DEATH(static_cast<void>(parse_from_hex("00", "00" + 2, dest, 0, written)), "size > 0");
+    const char text[] = "00";
+    EXPECT_DEATH(static_cast<void>(parse_from_hex(text, text + 2, dest, 0, written)), "size > 0");
 }
 
 TEST(PrintHexBytesTest, DigitsAndCase) {
