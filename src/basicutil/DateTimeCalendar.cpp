@@ -76,7 +76,8 @@ constexpr YearTable kYears = makeYearTable();
 CivilDate civilFromDays(std::int64_t days) noexcept {
     if (days >= kYears.firstDay[0] && days < kYears.firstDay[kTableYears]) {
         // The mean year gives the index within one either way.
-        std::int64_t i = (days - kYears.firstDay[0]) * 400 / kDaysPer400Years;
+        // 32-bit arithmetic: fewer than 300,000 days into the table.
+        std::int64_t i = static_cast<std::uint32_t>(days - kYears.firstDay[0]) * 400u / 146097u;
         if (kYears.firstDay[i] > days) --i;
         if (kYears.firstDay[i + 1] <= days) ++i;
         const auto yearDay = static_cast<unsigned>(days - kYears.firstDay[i]);

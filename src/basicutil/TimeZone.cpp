@@ -212,10 +212,17 @@ bool TimeZone::breakDown(std::int64_t seconds, CivilTime& civil, TimeZoneLookup*
     unsigned hit = 0;
     const std::int64_t correction = _leaps.empty() ? 0 : leapCorrection(seconds, &hit);
     // Days and the second of the day apart, so that no sum can overflow.
-    std::int64_t days = floorDiv(seconds, kSecondsPerDay);
-    std::int64_t secondOfDay = floorMod(seconds, kSecondsPerDay) + found.utcOffset - correction;
-    days += floorDiv(secondOfDay, kSecondsPerDay);
-    secondOfDay = floorMod(secondOfDay, kSecondsPerDay);
+    std::int64_t days = seconds / kSecondsPerDay;  // one division for both
+    std::int64_t secondOfDay = seconds % kSecondsPerDay + found.utcOffset - correction;
+    // The remainder, the offset and the correction move the day by at most three either way.
+    while (secondOfDay < 0) {
+        secondOfDay += kSecondsPerDay;
+        --days;
+    }
+    while (secondOfDay >= kSecondsPerDay) {
+        secondOfDay -= kSecondsPerDay;
+        ++days;
+    }
     const CivilDate date = civilFromDays(days);
     civil.year = date.year;
     civil.month = date.month;
