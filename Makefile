@@ -61,10 +61,11 @@ unicode-tables: deps
 	git diff --exit-code --stat -- src/basicutil/UnicodeCodepointTables.cpp src/libzero/codepoint-width-tables.cpp
 	@echo "unicode tables: identical to the committed ones"
 
-# Regenerates the Windows zone-name table from the CLDR data in tools/cldr and fails if it differs
-# from what is committed.
+# Regenerates the Windows zone-name table from the CLDR data beside the project and fails if it
+# differs from what is committed.
+CLDR_WINDOWS_ZONES ?= ../shared/cldr/windowsZones.xml
 windows-zones: deps
-	python3 tools/gen-windows-zones.py
+	python3 tools/gen-windows-zones.py $(CLDR_WINDOWS_ZONES)
 	git diff --exit-code --stat -- src/basicutil/TimeZoneWindowsTables.cpp
 	@echo "windows zones: identical to the committed table"
 
