@@ -288,12 +288,25 @@ struct ScratchTexts {
     static constexpr int kLevels = 4;
     Str texts[kLevels];
     int depth = 0;
+    ~ScratchTexts();
 };
 thread_local ScratchTexts t_texts;
+// Set when the thread's buffers are gone (the main thread's go before the process's globals,
+// which may still log as they are torn down); it has no destructor of its own, so it stays
+// readable to the end.
+thread_local bool t_textsGone = false;
+ScratchTexts::~ScratchTexts() {
+    t_textsGone = true;
+}
 
 }  // namespace
 
 Logger::ScratchText::ScratchText() {
+    if (t_textsGone) {
+        _owned = true;
+        _text = new Str;
+        return;
+    }
     ScratchTexts& all = t_texts;
     _owned = all.depth >= ScratchTexts::kLevels;
     _text = _owned ? new Str : &all.texts[all.depth];
@@ -302,7 +315,7 @@ Logger::ScratchText::ScratchText() {
 }
 
 Logger::ScratchText::~ScratchText() {
-    --t_texts.depth;
+    if (!t_textsGone) --t_texts.depth;
     if (_owned) {
         delete _text;
     } else if (_text->capacity() > 64 * 1024) {

@@ -1,6 +1,7 @@
 #include "basicutil/LoggerAppender.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -66,48 +67,57 @@ void warn(const char* format, const char* name) {
 
 // Writes out every buffered appender once a second, so that no buffered line waits longer
 // than that for a next line to push it out. Started by the first buffered appender.
+//
+// Never destroyed and its thread never joined: appenders that are globals are torn down at
+// exit in no set order, and each leaves the list under the lock, so the thread never touches
+// one that is gone. Around fork the lock is held, so a child never inherits it taken; the
+// child has no flusher thread, and its next buffered appender starts one.
 class BufferFlusher {
   public:
-    static BufferFlusher* instance() {
-        static BufferFlusher flusher;
-        return g_alive.load() ? &flusher : nullptr;
+    static BufferFlusher& instance() {
+        static BufferFlusher& flusher = *new BufferFlusher;
+        return flusher;
     }
     void add(LogAppender* appender) {
         std::lock_guard<std::mutex> lock(_mutex);
         _appenders.push_back(appender);
-        if (!_thread.joinable()) _thread = std::thread([this] { run(); });
+        if (!_running) {
+            std::thread([this] { run(); }).detach();
+            _running = true;
+        }
     }
     // Returns once no flush of the appender is under way.
     void remove(LogAppender* appender) {
         std::lock_guard<std::mutex> lock(_mutex);
         _appenders.erase(std::remove(_appenders.begin(), _appenders.end(), appender), _appenders.end());
     }
-    ~BufferFlusher() {
-        {
-            std::lock_guard<std::mutex> lock(_mutex);
-            _stop = true;
-            g_alive.store(false);
-        }
-        _wake.notify_all();
-        if (_thread.joinable()) _thread.join();
-    }
 
   private:
-    BufferFlusher() { g_alive.store(true); }
-    void run() {
+    // The fork handlers reach the flusher through g_self, not instance(): a fork while the
+    // instance is still being made must not wait on its initialisation.
+    BufferFlusher() {
+        g_self = this;
+        const int rc = ::pthread_atfork([] { g_self->_mutex.lock(); }, [] { g_self->_mutex.unlock(); },
+                                        [] {
+                                            g_self->_running = false;
+                                            g_self->_mutex.unlock();
+                                        });
+        VESTRA_ASSERT(rc == 0);
+    }
+    ~BufferFlusher() = delete;
+    [[noreturn]] void run() {
         std::unique_lock<std::mutex> lock(_mutex);
-        while (!_stop) {
+        for (;;) {
             _wake.wait_for(lock, std::chrono::seconds(1));
             for (LogAppender* appender : _appenders) appender->flush();
         }
     }
 
-    static inline std::atomic<bool> g_alive{false};
+    static inline BufferFlusher* g_self = nullptr;
     std::mutex _mutex;
     std::condition_variable _wake;
     std::vector<LogAppender*> _appenders;
-    std::thread _thread;
-    bool _stop = false;
+    bool _running = false;
 };
 
 // Set while an appender reports its own troubles, so that a report that comes back to it (the
@@ -170,13 +180,13 @@ LogAppender::LogAppender(LogAppenderSettings settings, bool suspended)
     }
     reportPending();
     if (_settings.buffered) {
-        if (BufferFlusher* flusher = BufferFlusher::instance()) flusher->add(this);
+        BufferFlusher::instance().add(this);
     }
 }
 
 LogAppender::~LogAppender() {
     if (_settings.buffered) {
-        if (BufferFlusher* flusher = BufferFlusher::instance()) flusher->remove(this);
+        BufferFlusher::instance().remove(this);
     }
     {
         std::lock_guard<std::mutex> lock(_mutex);

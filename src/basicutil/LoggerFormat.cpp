@@ -348,8 +348,13 @@ struct LastDate {
     const TimeZone* zone = nullptr;
     std::int64_t seconds = 0, fraction = 0;
     Str text;
+    ~LastDate();
 };
 thread_local LastDate t_lastDate;
+thread_local bool t_lastDateGone = false;  // as t_textsGone in Logger.cpp: teardown may still log
+LastDate::~LastDate() {
+    t_lastDateGone = true;
+}
 
 struct LineRenderer {
     const LogEvent& event;
@@ -430,6 +435,11 @@ struct LineRenderer {
                 const TimeFormat& format = *atom.time;
                 static constexpr std::int64_t kScale[] = {1000000, 100000, 10000, 1000, 100, 10, 1};
                 const std::int64_t fraction = event.time.tv_usec / kScale[format.subsecondDigitsRendered()];
+                if (t_lastDateGone) {  // the thread's cache is gone: render afresh
+                    if (!brokenDown) brokenDown = zone.breakDown(event.time.tv_sec, civil, &at);
+                    if (brokenDown) format.render(event.time, civil, at, value);
+                    break;
+                }
                 LastDate& last = t_lastDate;
                 if (last.format != format.serial() || last.zone != &zone ||
                     last.seconds != event.time.tv_sec || last.fraction != fraction) {

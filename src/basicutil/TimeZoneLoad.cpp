@@ -56,8 +56,10 @@ struct ZoneCache {
     std::atomic<const TimeZone*> localRaw{nullptr};
 };
 
+// Never destroyed: lines rendered while the process tears down (the counts of suppressed
+// messages, written at exit) still read the local zone.
 ZoneCache& cache() {
-    static ZoneCache instance;
+    static ZoneCache& instance = *new ZoneCache;
     return instance;
 }
 

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "basicutil/Thread.h"
 #include "support/LogCapture.h"
 
 namespace basicutil {
@@ -329,6 +330,29 @@ TEST_F(LoggerConfigTest, ReReadingLosesNoLine) {
     EXPECT_NE(readFile(path("a.log")).find("INFO    : before\n"), std::string::npos);
     EXPECT_NE(readFile(path("b.log")).find("after\n"), std::string::npos);
     unconfigure();
+}
+
+// In a child: the "Thread" channel, a process-wide global torn down last, counts a repeat and
+// must still write the count as the process exits, after the thread's own buffers are gone.
+[[noreturn]] void countThenExit(const std::string& file) {
+    LogAppenderSettings s;
+    s.name = "T";
+    s.hasFileName = true;
+    s.fileName = Str(file);
+    s.layout = std::make_shared<const LogFormat>("%d{%Y} %m%n");
+    threadChannel().setAppenders({std::make_shared<LogAppender>(std::move(s))});
+    threadChannel().log(LOG_WARN, "said twice");
+    threadChannel().log(LOG_WARN, "said twice");
+    std::exit(0);
+}
+
+TEST_F(LoggerConfigTest, CountsAreWrittenAtExit) {
+    EXPECT_EXIT(countThenExit(path("exit.log")), ::testing::ExitedWithCode(0), "");
+    const std::string text = readFile(path("exit.log"));
+    EXPECT_NE(text.find(" said twice\n"), std::string::npos) << text;
+    EXPECT_NE(text.find(" 1 similar messages suppressed.  First occurred at:\n\t\t\t\tsaid twice\n"),
+              std::string::npos)
+        << text;
 }
 
 // Threads write while the file rotates and is moved away from outside: every line lands once,
