@@ -23,6 +23,7 @@ inline constexpr std::string_view kAssertUnits[] = {
     "basicutil/Platform",
     "basicutil/Thread",
     "basicutil/DutyCycle",
+    "basicutil/MutexByte",
     "basicutil/Timeval",
     "basicutil/DateTime",
     "basicutil/TimeZone",

@@ -52,4 +52,15 @@ const char* errorText(int errnum, char* buf, std::size_t len) noexcept;
 [[nodiscard]] bool readMonotonicClock(struct timespec& out) noexcept;  // clock_gettime(CLOCK_MONOTONIC)
 [[nodiscard]] bool readUtcClock(struct timespec& out) noexcept;        // timespec_get(TIME_UTC)
 
+// One processor pause in a spin loop: it eases the pipeline and the sibling hyperthread.
+inline void cpuPause() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    asm volatile("yield" ::: "memory");
+#else
+    asm volatile("" ::: "memory");
+#endif
+}
+
 }  // namespace basicutil::platform

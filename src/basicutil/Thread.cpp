@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <mutex>
 
 #include "basicutil/Assert.h"
 #include "basicutil/Logger.h"
@@ -14,6 +15,7 @@
 #include "basicutil/StartupOrder.h"
 #include "basicutil/ThreadClockChoice.h"
 #include "basicutil/ThreadFatalError.h"
+#include "basicutil/Thread_details.h"
 
 namespace basicutil {
 
@@ -71,18 +73,7 @@ constinit std::atomic<pthread_t> signal_target{};
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free && std::atomic<pthread_t>::is_always_lock_free,
               "the signal handler reads them");
 
-// "<caller>: about to throw a ThreadException: <call>: <strerror>; <n> threads active", logged
-// and thrown.
-[[noreturn]] void throwThreadException(const char* call, int errnum, const std::string& creating = {}) {
-    std::string message;
-    errno = errnum;
-    appendPrintf(PrintfOutput(message), "%s: about to throw a ThreadException: %s: %m; %u threads active",
-                 PrintfFormat::argumentList(Thread::currentThreadName(), call, Thread::threadsActive()),
-                 PrintfFormatAtom::OPTION_ERRNO);
-    if (!creating.empty()) appendf(message, ". Trying to create %s", creating);
-    threadChannel().log(LOG_ERROR, message);
-    throw ThreadException(message);
-}
+using thread_details::throwThreadException;
 
 FatalThreadContext fatalContext() noexcept {
     return {Thread::threadsActive(), Thread::currentThreadName()};
@@ -123,23 +114,19 @@ Logger& threadChannel() noexcept {
     return globals.log;
 }
 
-namespace {
-
-// Holds the process-wide mutex for a scope.
-class ProcessLock {
-  public:
-    ProcessLock() { checkThreadCall(pthread_mutex_lock(&globals.mutex), "pthread_mutex_lock"); }
-    ~ProcessLock() { checkThreadCall(pthread_mutex_unlock(&globals.mutex), "pthread_mutex_unlock"); }
-    ProcessLock(const ProcessLock&) = delete;
-    ProcessLock& operator=(const ProcessLock&) = delete;
-};
-
-Thread* currentThreadObject() noexcept {
-    return active_threads_key_created.load() ? THREAD_SPECIFIC_POINTER_GET(activeThreads) : nullptr;
+void thread_details::throwThreadException(const char* call, int errnum, const std::string& creating) {
+    std::string message;
+    errno = errnum;
+    appendPrintf(PrintfOutput(message), "%s: about to throw a ThreadException: %s: %m; %u threads active",
+                 PrintfFormat::argumentList(Thread::currentThreadName(), call, Thread::threadsActive()),
+                 PrintfFormatAtom::OPTION_ERRNO);
+    if (!creating.empty()) appendf(message, ". Trying to create %s", creating);
+    threadChannel().log(LOG_ERROR, message);
+    throw ThreadException(message);
 }
 
 // Waits and elapsed times share one clock: the condition follows the process's clock choice.
-void initStartCondition(pthread_cond_t& condition) {
+void thread_details::initClockedCondition(pthread_cond_t& condition) {
     if (!useMonotonicClock()) {
         if (int rc = pthread_cond_init(&condition, nullptr)) throwThreadException("pthread_cond_init", rc);
         return;
@@ -154,6 +141,27 @@ void initStartCondition(pthread_cond_t& condition) {
     }
     checkThreadCall(pthread_condattr_destroy(&attributes), "pthread_condattr_destroy");
     if (rc != 0) throwThreadException(failed, rc);
+}
+
+ThreadScratch::ThreadScratch() = default;
+
+ThreadScratch::~ThreadScratch() {
+    VESTRA_ASSERT_TEXT(wait.waitingOn == nullptr, "pts._u.s.waitingOn == nullptr");
+}
+
+namespace {
+
+// Holds the process-wide mutex for a scope.
+class ProcessLock {
+  public:
+    ProcessLock() { checkThreadCall(pthread_mutex_lock(&globals.mutex), "pthread_mutex_lock"); }
+    ~ProcessLock() { checkThreadCall(pthread_mutex_unlock(&globals.mutex), "pthread_mutex_unlock"); }
+    ProcessLock(const ProcessLock&) = delete;
+    ProcessLock& operator=(const ProcessLock&) = delete;
+};
+
+Thread* currentThreadObject() noexcept {
+    return active_threads_key_created.load() ? THREAD_SPECIFIC_POINTER_GET(activeThreads) : nullptr;
 }
 
 // An attribute that cannot be set is logged and creation goes on.
@@ -208,7 +216,7 @@ Thread::Thread(CreateTag, const ThreadAttributes& attributes, std::string name)
     std::erase(_name, ' ');
     VESTRA_ASSERT(main_thread_created && "Thread created before main thread!");
     try {
-        initStartCondition(_start_condition);
+        thread_details::initClockedCondition(_start_condition);
     } catch (...) {
         thread_count.fetch_sub(1);
         throw;
@@ -251,7 +259,7 @@ Thread::Thread(MainThreadTag) : _name("MainThread"), _policy(platform::kSchedOth
     VESTRA_ASSERT(!main_thread_created && "Main Thread created twice!");
     thread_count.fetch_add(1);
     try {
-        initStartCondition(_start_condition);
+        thread_details::initClockedCondition(_start_condition);
     } catch (...) {
         thread_count.fetch_sub(1);
         throw;
@@ -292,7 +300,10 @@ void* Thread::threadFrame(void* arg) {
     }
 
     VESTRA_ASSERT(instance->_scratchp == perThreadScratch(&scratch));
-    instance->_scratchp.store(nullptr);
+    {
+        ProcessLock lock;  // dutyCycleEstimate reads the area under it
+        instance->_scratchp.store(nullptr);
+    }
     checkThreadCall(pthread_setspecific(activeThreads, nullptr), "pthread_setspecific");
     return nullptr;
 }
@@ -448,6 +459,8 @@ MainThread::MainThread() : Thread(MainThreadTag{}) {
     main_thread_handle.store(_handle);
     main_thread_created.store(true);
     _in_frame.store(true);  // it stands for the calling thread, which is running
+    _scratch = std::make_unique<ThreadScratch>();
+    _scratchp.store(_scratch.get());
     _thread_id.store(platform::currentThreadId());
     VESTRA_ASSERT(THREAD_SPECIFIC_POINTER_GET(activeThreads) == nullptr);
     checkThreadCall(pthread_setspecific(activeThreads, this), "pthread_setspecific");
@@ -464,6 +477,11 @@ MainThread::MainThread() : Thread(MainThreadTag{}) {
 MainThread::~MainThread() {
     VESTRA_ASSERT(THREAD_SPECIFIC_POINTER_GET(activeThreads) == this);
     leaveFrame(false);  // the calling thread is the one it stands for
+    {
+        ProcessLock lock;  // dutyCycleEstimate reads the area under it
+        _scratchp.store(nullptr);
+    }
+    _scratch.reset();
     checkThreadCall(pthread_setspecific(activeThreads, nullptr), "pthread_setspecific");
     main_thread_created.store(false);
     // Back to "no main thread" only when no request is under way (one would be a misuse: every
@@ -480,6 +498,29 @@ void EmptyMainThread::main() {
 
 void Thread::assertNotMultithreadedYet() {
     VESTRA_ASSERT(!have_already_started_threads);
+}
+
+bool Thread::mainThreadCreated() noexcept {
+    return main_thread_created.load();
+}
+
+bool Thread::haveAlreadyStartedThreads() noexcept {
+    return have_already_started_threads.load();
+}
+
+Thread* Thread::current() noexcept {
+    return currentThreadObject();
+}
+
+bool Thread::dutyCycleEstimate(double& estimate) const {
+    ProcessLock lock;  // keeps the area from going away
+    ThreadScratch* scratch = _scratchp.load();
+    if (scratch == nullptr) return false;
+    DutyCycleEstimate& dc = scratch->dutyCycle;
+    std::lock_guard<PthreadMutexImpl> hold(dc.lock());
+    if (!dc.claimed()) return false;
+    estimate = dc.estimateAt(Timespec::monotonicNow());
+    return true;
 }
 
 bool Thread::currentIsMainThread() noexcept {

@@ -49,10 +49,9 @@ struct ThreadAttributes {
     static ThreadAttributes defaults() noexcept;
 };
 
-// The per-thread scratch area; it lives on the running thread's own stack.
-struct ThreadScratch {
-    char text[512];
-};
+// The per-thread state (Thread_details.h): scratch text, the wait entry of the byte locks, the
+// duty-cycle estimate.
+struct ThreadScratch;
 
 class Thread {
   public:
@@ -118,12 +117,24 @@ class Thread {
     static void iterateEachRunning(iterate_running_threads_callback& callback);
     static void assertNotMultithreadedYet();
     static bool currentIsMainThread() noexcept;
+    static bool mainThreadCreated() noexcept;
+    // Whether any Thread has been released by go(): before that no lock can be contended.
+    static bool haveAlreadyStartedThreads() noexcept;
+    // The calling thread's Thread object, or nullptr for a thread that none owns.
+    static Thread* current() noexcept;
     // The calling thread's name: its Thread's name, "MainThread", or "Unknown Thread".
     static const char* currentThreadName() noexcept;
     // Thread objects alive in the process, the main thread's included.
     static unsigned threadsActive() noexcept;
 
     bool isCurrent() const noexcept;
+    // The per-thread state while the thread runs (the main thread's while its MainThread
+    // exists), else nullptr. Only the thread itself may use it.
+    ThreadScratch* scratchArea() const noexcept { return _scratchp.load(); }
+    // The thread's duty-cycle estimate now, when a ScopedDutyCycleClaimThread on that thread has
+    // claimed it; false (and `estimate` untouched) when it is not claimed or the thread is not
+    // running.
+    [[nodiscard]] bool dutyCycleEstimate(double& estimate) const;
     const std::string& name() const noexcept { return _name; }
     std::uint64_t threadId() const noexcept { return _thread_id.load(); }
     int policy() const noexcept { return _policy; }
@@ -178,6 +189,9 @@ class MainThread : public Thread {
   public:
     MainThread();
     ~MainThread() override;
+
+  private:
+    std::unique_ptr<ThreadScratch> _scratch;  // the calling thread's per-thread state
 };
 
 // A MainThread with no body of its own: its main() aborts.

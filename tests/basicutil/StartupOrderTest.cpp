@@ -22,7 +22,7 @@ TEST(StartupOrderTest, GlobalsComeUpInTheDeclaredOrder) {
     EXPECT_EQ(events(),
               (std::vector<std::string>{"+basicutil/Str", "+basicutil/Thread", "+basicutil/Timeval",
                                         "+basicutil/BaseException", "+basicutil/StrCharacterClasses",
-                                        "+basicutil/DateTime", "+basicutil/Logger"}));
+                                        "+basicutil/DateTime", "+basicutil/DutyCycle", "+basicutil/Logger"}));
 }
 
 // Constructed before every unit's globals and so destroyed after them all: checks the teardown
@@ -36,8 +36,10 @@ struct TeardownCheck {
                                                    "+basicutil/BaseException",
                                                    "+basicutil/StrCharacterClasses",
                                                    "+basicutil/DateTime",
+                                                   "+basicutil/DutyCycle",
                                                    "+basicutil/Logger",
                                                    "-basicutil/Logger",
+                                                   "-basicutil/DutyCycle",
                                                    "-basicutil/DateTime",
                                                    "-basicutil/StrCharacterClasses",
                                                    "-basicutil/BaseException",
