@@ -14,6 +14,7 @@
 #include "basicutil/Platform.h"
 #include "basicutil/Thread.h"
 #include "basicutil/ThreadMutex.h"
+#include "basicutil/Thread_details.h"
 
 namespace basicutil {
 namespace {
@@ -304,7 +305,7 @@ TEST_F(MutexByteTest, StressNoLostUpdate) {
 #if defined(__SANITIZE_THREAD__)
     constexpr int kRounds = 5000;
 #else
-    constexpr int kRounds = 50000;
+    constexpr int kRounds = 20000;
 #endif
     for (int threadCount : {2, 8}) {
         MutexByte byte;
@@ -345,6 +346,18 @@ TEST_F(MutexByteDeathTest, MisuseEndsTheProcess) {
     // Sleeping needs a Thread's wait entry.
     EXPECT_DEATH(std::thread([&] { (void)mutex_byte_details::attemptSleep(byte, chain, 1); }).join(),
                  "thr != nullptr");
+}
+
+// A thread's state must not go while it is asleep in a lock (here: marked so, then torn down).
+TEST(MutexByteTeardownDeathTest, StateTornDownWhileWaiting) {
+    EXPECT_DEATH(
+        {
+            auto mainThread = std::make_unique<EmptyMainThread>();
+            static MutexByte byte;
+            mainThread->scratchArea()->wait.waitingOn = &byte;
+            mainThread.reset();
+        },
+        "pts._u.s.waitingOn == nullptr");
 }
 
 // Contention is impossible before any Thread ran; run in a fresh process so that no earlier
