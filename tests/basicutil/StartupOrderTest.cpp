@@ -22,7 +22,8 @@ TEST(StartupOrderTest, GlobalsComeUpInTheDeclaredOrder) {
     EXPECT_EQ(events(),
               (std::vector<std::string>{"+basicutil/Str", "+basicutil/Thread", "+basicutil/Timeval",
                                         "+basicutil/BaseException", "+basicutil/StrCharacterClasses",
-                                        "+basicutil/DateTime", "+basicutil/DutyCycle", "+basicutil/Logger"}));
+                                        "+basicutil/DateTime", "+basicutil/DutyCycle", "+basicutil/Logger",
+                                        "+basicutil/Regex"}));
 }
 
 // Constructed before every unit's globals and so destroyed after them all: checks the teardown
@@ -38,6 +39,8 @@ struct TeardownCheck {
                                                    "+basicutil/DateTime",
                                                    "+basicutil/DutyCycle",
                                                    "+basicutil/Logger",
+                                                   "+basicutil/Regex",
+                                                   "-basicutil/Regex",
                                                    "-basicutil/Logger",
                                                    "-basicutil/DutyCycle",
                                                    "-basicutil/DateTime",

@@ -1,0 +1,258 @@
+// Regular expressions: Perl-compatible patterns (PCRE2, 8-bit), JIT-compiled where the platform
+// allows, with named groups, substitution, bounded matching and a cache of compiled patterns.
+//
+//   Regex re;
+//   if (!re.compile("(?<user>\\w+) logged in from (?<host>\\S+)", REGEX_CASELESS))
+//       return fail(re.errorText(), re.errorOffset());      // also logged on "Regex"
+//   RegexMatch m;
+//   if (re.match(line, 0, m) == REGEX_MATCH) use(m.named("user"), m.group(2));
+//
+//   std::shared_ptr<const Regex> cached = regexCache().get(pattern, options);   // compiled once
+//
+// Limits. Every match runs under a match limit (how many times PCRE2 may call its internal
+// match step, which bounds backtracking) and a depth limit (how deeply it may nest
+// backtracking points, which bounds memory). The defaults stop a catastrophic pattern within
+// milliseconds; a caller may pass others per call. Hitting a limit is REGEX_LIMIT, never
+// "no match", and is logged on the "Regex" channel (similar lines are counted, not repeated).
+// Under JIT the depth is bounded by the JIT stack (kJitStackBytes); a caller that sets a depth
+// limit of its own gets the interpreter, where that limit is exact.
+//
+// Subjects are bytes. With REGEX_UTF the pattern and the subject are UTF-8; invalid UTF-8 in a
+// subject never matches a character but does not fail the match.
+//
+// Substitution: in a replacement text,
+//   $n, ${n}    group n (any number of digits; 0 is the whole match)
+//   \0 .. \9    group 0 to 9 (one digit)
+//   ${name}     the named group
+//   $$, \\      a literal "$", a literal "\"
+// Any other character stands for itself, a backslash before a non-digit included. A group that
+// did not take part in the match is empty. A reference to a group the pattern does not have, or
+// a "$" that starts no reference, is an error reported before anything is replaced.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "basicutil/Str.h"
+
+struct pcre2_real_code_8;
+struct pcre2_real_match_data_8;
+
+namespace basicutil {
+
+class Logger;
+
+// The "Regex" channel: compile errors and exceeded limits.
+Logger& regexChannel() noexcept;
+
+// The characters quoteRegex escapes: "\^$.[]|()?*+{}".
+const ByteSet& regexMetacharacters() noexcept;
+
+// `text` with a backslash before each metacharacter, so that it matches itself literally.
+void quoteRegex(Str& out, StrSegment text);
+Str quoteRegex(StrSegment text);
+
+enum RegexOptions : unsigned {
+    REGEX_DEFAULT = 0,
+    REGEX_CASELESS = 1u << 0,   // letters match either case
+    REGEX_MULTILINE = 1u << 1,  // ^ and $ at every line start and end
+    REGEX_DOTALL = 1u << 2,     // . matches a newline too
+    REGEX_EXTENDED = 1u << 3,   // unescaped blanks ignored, # starts a comment
+    REGEX_UTF = 1u << 4,        // UTF-8 pattern and subject, by characters
+    REGEX_ANCHORED = 1u << 5,   // a match starts exactly at the offset given
+    REGEX_NO_JIT = 1u << 6,     // interpreter only (JIT compilation costs time and memory)
+};
+inline constexpr unsigned kRegexAllOptions = (1u << 7) - 1;
+
+struct RegexLimits {
+    static constexpr std::uint32_t kDefaultMatchLimit = 1000000;  // PCRE2's own is 10000000
+    static constexpr std::uint32_t kDefaultDepthLimit = 100000;   // PCRE2's own is 10000000
+    std::uint32_t matchLimit = kDefaultMatchLimit;
+    std::uint32_t depthLimit = kDefaultDepthLimit;
+};
+
+// The JIT stack of each thread that matches: enough for patterns of ordinary depth, bounded
+// for the others.
+inline constexpr std::size_t kJitStackBytes = 512 * 1024;
+
+enum RegexStatus : int {
+    REGEX_MATCH = 1,
+    REGEX_NO_MATCH = 0,
+    REGEX_LIMIT = -1,  // a match, depth, heap or JIT-stack limit stopped the match
+    REGEX_ERROR = -2,  // not compiled, an offset past the subject, or another PCRE2 failure
+};
+
+class Regex;
+
+// The spans of one match. It refers to the subject and to the Regex that made it: both must
+// outlive it. Reusing one RegexMatch across calls avoids an allocation per match.
+class RegexMatch {
+  public:
+    RegexMatch() noexcept = default;
+    ~RegexMatch();
+    RegexMatch(RegexMatch&& other) noexcept;
+    RegexMatch& operator=(RegexMatch&& other) noexcept;
+    RegexMatch(const RegexMatch&) = delete;
+    RegexMatch& operator=(const RegexMatch&) = delete;
+
+    // Groups of the pattern, group 0 (the whole match) included.
+    unsigned size() const noexcept { return _groups; }
+    // Whether group i took part in the match.
+    bool has(unsigned i) const noexcept;
+    // Group i's text; empty when it did not take part or does not exist.
+    StrSegment group(unsigned i) const noexcept;
+    // Group i's span as offsets into the subject; npos for both when it did not take part.
+    size_type begin(unsigned i) const noexcept;
+    size_type end(unsigned i) const noexcept;
+    // The named group's text (the first set one, for duplicate names); empty when unknown.
+    StrSegment named(StrSegment name) const noexcept;
+    bool hasNamed(StrSegment name) const noexcept;
+    StrSegment subject() const noexcept { return _subject; }
+    // When the status was REGEX_LIMIT: which limit ("match limit", "depth limit", "heap limit",
+    // "JIT stack limit"); otherwise "".
+    const char* limitName() const noexcept { return _limitName; }
+
+  private:
+    friend class Regex;
+    int groupNumber(StrSegment name) const noexcept;
+
+    pcre2_real_match_data_8* _data = nullptr;
+    unsigned _capacity = 0;  // groups _data holds
+    unsigned _groups = 0;
+    const Regex* _regex = nullptr;
+    StrSegment _subject;
+    const char* _limitName = "";
+};
+
+class Regex {
+  public:
+    Regex() noexcept = default;
+    ~Regex();
+    Regex(Regex&& other) noexcept;
+    Regex& operator=(Regex&& other) noexcept;
+    Regex(const Regex&) = delete;
+    Regex& operator=(const Regex&) = delete;
+
+    // False on a bad pattern, with PCRE2's message and the offset it stopped at; logged. Any
+    // previous pattern is released first.
+    [[nodiscard]] bool compile(StrSegment pattern, unsigned options = REGEX_DEFAULT);
+    bool ok() const noexcept { return _code != nullptr; }
+    const Str& pattern() const noexcept { return _pattern; }
+    unsigned options() const noexcept { return _options; }
+    bool jitCompiled() const noexcept { return _jit; }
+    const Str& errorText() const noexcept { return _error; }
+    size_type errorOffset() const noexcept { return _errorOffset; }
+
+    // Capturing groups, group 0 not counted.
+    unsigned captureCount() const noexcept { return _captures; }
+    // Names in group order, each once.
+    const std::vector<Str>& groupNames() const noexcept { return _names; }
+    // The group with this name (the lowest, for duplicate names), or -1.
+    int groupNumber(StrSegment name) const noexcept;
+
+    // The first match at or after `offset` (an offset inside the subject, or its end).
+    RegexStatus match(StrSegment subject, size_type offset, RegexMatch& m,
+                      const RegexLimits& limits = {}) const;
+    // Whether it matches anywhere; REGEX_LIMIT and REGEX_ERROR count as no.
+    bool matches(StrSegment subject, const RegexLimits& limits = {}) const;
+
+    // Checks a replacement text against this pattern; false with a message on a bad one.
+    [[nodiscard]] bool checkReplacement(StrSegment replacement, Str* error = nullptr) const;
+    // Appends `subject` to `out` with the first match (or every match) replaced. On success
+    // `replaced` receives the count. On REGEX_LIMIT or REGEX_ERROR (a bad replacement included,
+    // with its message logged) `out` is left as it was.
+    RegexStatus replaceFirst(StrSegment subject, StrSegment replacement, Str& out,
+                             unsigned* replaced = nullptr, const RegexLimits& limits = {}) const;
+    RegexStatus replaceAll(StrSegment subject, StrSegment replacement, Str& out, unsigned* replaced = nullptr,
+                           const RegexLimits& limits = {}) const;
+
+  private:
+    friend class RegexMatch;
+    friend class RegexMatchIterator;
+    void release() noexcept;
+    RegexStatus replace(StrSegment subject, StrSegment replacement, Str& out, bool all, unsigned* replaced,
+                        const RegexLimits& limits) const;
+    // A match with PCRE2 option bits of the caller's (the iterator's empty-match retry).
+    RegexStatus matchWith(StrSegment subject, size_type offset, std::uint32_t matchOptions, RegexMatch& m,
+                          const RegexLimits& limits) const;
+
+    pcre2_real_code_8* _code = nullptr;
+    Str _pattern;
+    unsigned _options = 0;
+    bool _jit = false;
+    bool _crlfNewline = false;  // CR LF is one newline: an empty match never splits it
+    unsigned _captures = 0;
+    std::vector<Str> _names;
+    std::vector<std::pair<Str, unsigned>> _nameToGroup;  // sorted by name, lowest group first
+    Str _error;
+    size_type _errorOffset = 0;
+};
+
+// Every match of a pattern in a subject, left to right, none overlapping. After an empty
+// match the next search starts one character further on (a whole UTF-8 character under
+// REGEX_UTF, and past a CR LF pair as one), so iteration always ends.
+//
+//   RegexMatchIterator it(re, text);
+//   while (it.next()) use(it.match().group(0));
+//   if (it.status() == REGEX_LIMIT) ...
+class RegexMatchIterator {
+  public:
+    RegexMatchIterator(const Regex& regex, StrSegment subject, const RegexLimits& limits = {});
+
+    // Moves to the next match; false at the end, or when a limit or an error stopped it.
+    bool next();
+    const RegexMatch& match() const noexcept { return _match; }
+    // REGEX_MATCH while matches come, REGEX_NO_MATCH at the end, or what stopped it.
+    RegexStatus status() const noexcept { return _status; }
+
+  private:
+    const Regex& _regex;
+    StrSegment _subject;
+    RegexLimits _limits;
+    RegexMatch _match;
+    size_type _offset = 0;
+    bool _lastWasEmpty = false;
+    RegexStatus _status = REGEX_MATCH;
+};
+
+// Compiled patterns by pattern text and options, in two generations. A lookup tries the current
+// generation, then the previous one, moving a hit there into the current one. When the current
+// generation is full it becomes the previous one and the old previous one is dropped (patterns
+// still held by callers live on until released). So a pattern in steady use is never compiled
+// twice, and one used once is gone after two generations. Safe from any thread.
+class RegexCache {
+  public:
+    static constexpr std::size_t kDefaultGenerationSize = 256;  // patterns per generation
+
+    explicit RegexCache(std::size_t generationSize = kDefaultGenerationSize);
+    ~RegexCache();
+    RegexCache(const RegexCache&) = delete;
+    RegexCache& operator=(const RegexCache&) = delete;
+
+    // The compiled pattern, or null when it does not compile (with the message in `error` when
+    // given; failures are not kept).
+    std::shared_ptr<const Regex> get(StrSegment pattern, unsigned options = REGEX_DEFAULT,
+                                     Str* error = nullptr);
+
+    struct Counts {
+        std::uint64_t currentHits = 0;
+        std::uint64_t previousHits = 0;  // each promoted the pattern
+        std::uint64_t misses = 0;        // compiled (or failed)
+        std::uint64_t generations = 0;   // times the current generation was retired
+        std::size_t currentSize = 0;
+        std::size_t previousSize = 0;
+    };
+    Counts counts() const;
+    void clear();
+
+  private:
+    struct State;
+    std::unique_ptr<State> _state;
+};
+
+// The process-wide cache; never torn down.
+RegexCache& regexCache() noexcept;
+
+}  // namespace basicutil
