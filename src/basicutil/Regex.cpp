@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 #include <utility>
 
 #include "basicutil/Assert.h"
@@ -33,12 +34,15 @@ constexpr std::size_t kLoggedPatternBytes = 200;
 struct MatchResources {
     pcre2_match_context* context = nullptr;
     pcre2_jit_stack* jitStack = nullptr;
+    RegexLimits limits;  // the ones set on the context
     MatchResources() {
         context = pcre2_match_context_create(nullptr);
         jitStack = pcre2_jit_stack_create(kJitStackStartBytes, kJitStackBytes, nullptr);
         if (context == nullptr) return;
         if (jitStack != nullptr) pcre2_jit_stack_assign(context, nullptr, jitStack);
         pcre2_set_heap_limit(context, kHeapLimitKiB);
+        pcre2_set_match_limit(context, limits.matchLimit);
+        pcre2_set_depth_limit(context, limits.depthLimit);
     }
     ~MatchResources() {
         pcre2_jit_stack_free(jitStack);
@@ -84,7 +88,7 @@ std::uint32_t compileFlags(unsigned options) noexcept {
     if (options & REGEX_MULTILINE) flags |= PCRE2_MULTILINE;
     if (options & REGEX_DOTALL) flags |= PCRE2_DOTALL;
     if (options & REGEX_EXTENDED) flags |= PCRE2_EXTENDED;
-    if (options & REGEX_UTF) flags |= PCRE2_UTF | PCRE2_MATCH_INVALID_UTF;
+    if (options & REGEX_UTF) flags |= PCRE2_UTF;
     if (options & REGEX_ANCHORED) flags |= PCRE2_ANCHORED;
     return flags;
 }
@@ -127,6 +131,7 @@ Regex& Regex::operator=(Regex&& other) noexcept {
     if (this == &other) return *this;
     release();
     _code = std::exchange(other._code, nullptr);
+    _invalidUtfCode = std::exchange(other._invalidUtfCode, nullptr);
     _pattern = std::move(other._pattern);
     _options = other._options;
     _jit = other._jit;
@@ -141,7 +146,9 @@ Regex& Regex::operator=(Regex&& other) noexcept {
 
 void Regex::release() noexcept {
     pcre2_code_free(_code);
+    pcre2_code_free(_invalidUtfCode);
     _code = nullptr;
+    _invalidUtfCode = nullptr;
     _jit = false;
     _captures = 0;
     _names.clear();
@@ -171,6 +178,22 @@ bool Regex::compile(StrSegment pattern, unsigned options) {
                             static_cast<unsigned long long>(offset), _error);
         return false;
     }
+    // Subjects that are not valid UTF-8 go to a second compilation in PCRE2's invalid-UTF mode,
+    // interpreted: in that mode PCRE2's JIT mis-matches some classes on valid text (10.42:
+    // \W+ fails on a lone "é").
+    if (options & REGEX_UTF) {
+        _invalidUtfCode =
+            pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern.data()), pattern.size(),
+                          compileFlags(options) | PCRE2_MATCH_INVALID_UTF, &code, &offset, nullptr);
+        if (_invalidUtfCode == nullptr) {
+            _error = Str(pcre2Message(code));
+            _errorOffset = offset;
+            regexChannel().logf(LOG_WARN, "cannot compile /%s/ for invalid UTF-8 subjects at offset %llu: %s",
+                                patternForLog(pattern), static_cast<unsigned long long>(offset), _error);
+            release();
+            return false;
+        }
+    }
     std::uint32_t captures = 0, nameCount = 0, entrySize = 0, newline = 0;
     PCRE2_SPTR table = nullptr;
     VESTRA_ASSERT(pcre2_pattern_info(_code, PCRE2_INFO_CAPTURECOUNT, &captures) == 0);
@@ -189,10 +212,11 @@ bool Regex::compile(StrSegment pattern, unsigned options) {
         _nameToGroup.emplace_back(Str(reinterpret_cast<const char*>(entry + 2)), group);
     }
     std::vector<std::pair<unsigned, Str>> byGroup;
-    for (const auto& [name, group] : _nameToGroup) {
+    for (const auto& entry : _nameToGroup) {
+        const Str& name = entry.first;
         const bool seen =
             std::any_of(byGroup.begin(), byGroup.end(), [&](const auto& e) { return e.second == name; });
-        if (!seen) byGroup.emplace_back(group, name);
+        if (!seen) byGroup.emplace_back(entry.second, name);
     }
     std::sort(byGroup.begin(), byGroup.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     for (auto& entry : byGroup) _names.push_back(std::move(entry.second));
@@ -224,6 +248,7 @@ RegexMatch& RegexMatch::operator=(RegexMatch&& other) noexcept {
     if (this == &other) return *this;
     pcre2_match_data_free(_data);
     _data = std::exchange(other._data, nullptr);
+    _ovector = std::exchange(other._ovector, nullptr);
     _capacity = std::exchange(other._capacity, 0);
     _groups = std::exchange(other._groups, 0);
     _regex = other._regex;
@@ -232,37 +257,18 @@ RegexMatch& RegexMatch::operator=(RegexMatch&& other) noexcept {
     return *this;
 }
 
-bool RegexMatch::has(unsigned i) const noexcept {
-    return i < _groups && pcre2_get_ovector_pointer(_data)[2 * i] != PCRE2_UNSET;
-}
-
-size_type RegexMatch::begin(unsigned i) const noexcept {
-    return has(i) ? pcre2_get_ovector_pointer(_data)[2 * i] : npos;
-}
-
-size_type RegexMatch::end(unsigned i) const noexcept {
-    return has(i) ? pcre2_get_ovector_pointer(_data)[2 * i + 1] : npos;
-}
-
-StrSegment RegexMatch::group(unsigned i) const noexcept {
-    if (!has(i)) return {};
-    const PCRE2_SIZE* ov = pcre2_get_ovector_pointer(_data);
-    const PCRE2_SIZE b = ov[2 * i], e = ov[2 * i + 1];
-    if (e < b) return {};  // \K can put the start after the end; no text then
-    return {_subject.data() + b, e - b};
-}
+static_assert(std::is_same_v<PCRE2_SIZE, std::size_t> && PCRE2_UNSET == ~std::size_t{0});
 
 int RegexMatch::groupNumber(StrSegment name) const noexcept {
     if (_regex == nullptr) return -1;
-    // Duplicate names (?J): the first of them that is set.
-    const auto& table = _regex->_nameToGroup;
-    const auto first =
-        std::lower_bound(table.begin(), table.end(), name,
-                         [](const auto& entry, StrSegment n) { return entry.first.view() < n.view(); });
+    // A plain scan: tables are short, and this runs for every named group of every match. With
+    // duplicate names (?J) the first of them that is set wins.
     int fallback = -1;
-    for (auto it = first; it != table.end() && it->first.view() == name.view(); ++it) {
-        if (has(it->second)) return static_cast<int>(it->second);
-        if (fallback < 0) fallback = static_cast<int>(it->second);
+    for (const auto& [entryName, group] : _regex->_nameToGroup) {
+        if (entryName.size() != name.size() || std::memcmp(entryName.data(), name.data(), name.size()) != 0)
+            continue;
+        if (has(group)) return static_cast<int>(group);
+        if (fallback < 0) fallback = static_cast<int>(group);
     }
     return fallback;
 }
@@ -299,18 +305,31 @@ RegexStatus Regex::matchWith(StrSegment subject, size_type offset, std::uint32_t
         pcre2_match_data_free(m._data);
         m._data = pcre2_match_data_create(needed, nullptr);
         m._capacity = m._data == nullptr ? 0 : needed;
+        m._ovector = m._data == nullptr ? nullptr : pcre2_get_ovector_pointer(m._data);
     }
     MatchResources& resources = t_resources;
     if (m._data == nullptr || resources.context == nullptr) {
         regexChannel().log(LOG_ERROR, "cannot match: out of memory");
         return REGEX_ERROR;
     }
+    // An offset inside a UTF-8 character moves on to the next character: PCRE2's two engines
+    // would otherwise start from different places.
+    if (_options & REGEX_UTF)
+        while (offset < subject.size() && (static_cast<unsigned char>(subject[offset]) & 0xC0) == 0x80)
+            ++offset;
     // A depth limit of the caller's own is exact only in the interpreter.
     if (limits.depthLimit != RegexLimits::kDefaultDepthLimit) matchOptions |= PCRE2_NO_JIT;
-    pcre2_set_match_limit(resources.context, limits.matchLimit);
-    pcre2_set_depth_limit(resources.context, limits.depthLimit);
-    const int rc = pcre2_match(_code, reinterpret_cast<PCRE2_SPTR>(subject.data()), subject.size(), offset,
-                               matchOptions, m._data, resources.context);
+    if (resources.limits.matchLimit != limits.matchLimit ||
+        resources.limits.depthLimit != limits.depthLimit) {
+        pcre2_set_match_limit(resources.context, limits.matchLimit);
+        pcre2_set_depth_limit(resources.context, limits.depthLimit);
+        resources.limits = limits;
+    }
+    const auto* bytes = reinterpret_cast<PCRE2_SPTR>(subject.data());
+    int rc = pcre2_match(_code, bytes, subject.size(), offset, matchOptions, m._data, resources.context);
+    if (rc <= PCRE2_ERROR_UTF8_ERR1 && rc >= PCRE2_ERROR_UTF8_ERR21 && _invalidUtfCode != nullptr)
+        rc = pcre2_match(_invalidUtfCode, bytes, subject.size(), offset, matchOptions, m._data,
+                         resources.context);
     if (rc > 0) {
         m._groups = needed;
         return REGEX_MATCH;

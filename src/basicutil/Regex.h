@@ -18,7 +18,8 @@
 // limit of its own gets the interpreter, where that limit is exact.
 //
 // Subjects are bytes. With REGEX_UTF the pattern and the subject are UTF-8; invalid UTF-8 in a
-// subject never matches a character but does not fail the match.
+// subject never matches a character but does not fail the match, and an offset inside a
+// character means the start of the next one.
 //
 // Substitution: in a replacement text,
 //   $n, ${n}    group n (any number of digits; 0 is the whole match)
@@ -100,12 +101,16 @@ class RegexMatch {
     // Groups of the pattern, group 0 (the whole match) included.
     unsigned size() const noexcept { return _groups; }
     // Whether group i took part in the match.
-    bool has(unsigned i) const noexcept;
+    bool has(unsigned i) const noexcept { return i < _groups && _ovector[2 * i] != kUnset; }
     // Group i's text; empty when it did not take part or does not exist.
-    StrSegment group(unsigned i) const noexcept;
+    StrSegment group(unsigned i) const noexcept {
+        if (!has(i) || _ovector[2 * i + 1] < _ovector[2 * i])
+            return {};  // \K can put the start after the end
+        return {_subject.data() + _ovector[2 * i], _ovector[2 * i + 1] - _ovector[2 * i]};
+    }
     // Group i's span as offsets into the subject; npos for both when it did not take part.
-    size_type begin(unsigned i) const noexcept;
-    size_type end(unsigned i) const noexcept;
+    size_type begin(unsigned i) const noexcept { return has(i) ? _ovector[2 * i] : npos; }
+    size_type end(unsigned i) const noexcept { return has(i) ? _ovector[2 * i + 1] : npos; }
     // The named group's text (the first set one, for duplicate names); empty when unknown.
     StrSegment named(StrSegment name) const noexcept;
     bool hasNamed(StrSegment name) const noexcept;
@@ -118,8 +123,11 @@ class RegexMatch {
     friend class Regex;
     int groupNumber(StrSegment name) const noexcept;
 
+    static constexpr std::size_t kUnset = ~std::size_t{0};  // PCRE2_UNSET
+
     pcre2_real_match_data_8* _data = nullptr;
-    unsigned _capacity = 0;  // groups _data holds
+    const std::size_t* _ovector = nullptr;  // _data's: pairs of offsets, group by group
+    unsigned _capacity = 0;                 // groups _data holds
     unsigned _groups = 0;
     const Regex* _regex = nullptr;
     StrSegment _subject;
@@ -179,6 +187,7 @@ class Regex {
                           const RegexLimits& limits) const;
 
     pcre2_real_code_8* _code = nullptr;
+    pcre2_real_code_8* _invalidUtfCode = nullptr;  // REGEX_UTF: for subjects that are not UTF-8
     Str _pattern;
     unsigned _options = 0;
     bool _jit = false;
@@ -222,6 +231,11 @@ class RegexMatchIterator {
 // generation is full it becomes the previous one and the old previous one is dropped (patterns
 // still held by callers live on until released). So a pattern in steady use is never compiled
 // twice, and one used once is gone after two generations. Safe from any thread.
+//
+// Each thread also keeps a memo of the last 8 patterns it looked up (while no generation has
+// been retired since): a repeated lookup is answered from there without the lock, and is not
+// counted in Counts, which counts lookups that reached the generations. The memo holds its
+// patterns alive until the next retirement or clear, or the thread's end.
 class RegexCache {
   public:
     static constexpr std::size_t kDefaultGenerationSize = 256;  // patterns per generation

@@ -1,3 +1,6 @@
+#include <array>
+#include <atomic>
+#include <cstring>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -41,6 +44,47 @@ struct KeyEqual {
 
 using Generation = std::unordered_map<Key, std::shared_ptr<const Regex>, KeyHash, KeyEqual>;
 
+// Each thread's memo of the patterns it looked up last, so that a steady lookup takes neither
+// the lock nor a hash. It holds only entries of the current generation of one cache, as of one
+// epoch; a retirement or a clear starts a new epoch and so empties every memo on its next use.
+struct Memo {
+    static constexpr unsigned kSize = 8;
+    struct Entry {
+        std::string pattern;
+        unsigned options = 0;
+        std::shared_ptr<const Regex> regex;
+    };
+    const void* cache = nullptr;
+    std::uint64_t epoch = 0;
+    std::array<Entry, kSize> entries;
+    unsigned used = 0, next = 0;
+
+    const std::shared_ptr<const Regex>* find(const KeyView& k) const noexcept {
+        for (unsigned i = 0; i < used; ++i) {
+            const Entry& e = entries[i];
+            if (e.options == k.options && e.pattern.size() == k.pattern.size() &&
+                std::memcmp(e.pattern.data(), k.pattern.data(), k.pattern.size()) == 0)
+                return &e.regex;
+        }
+        return nullptr;
+    }
+    void reset(const void* owner, std::uint64_t newEpoch) {
+        for (unsigned i = 0; i < used; ++i) entries[i].regex.reset();
+        cache = owner;
+        epoch = newEpoch;
+        used = next = 0;
+    }
+    void remember(const KeyView& k, const std::shared_ptr<const Regex>& regex) {
+        Entry& e = entries[next];
+        e.pattern.assign(k.pattern);
+        e.options = k.options;
+        e.regex = regex;
+        next = (next + 1) % kSize;
+        if (used < kSize) ++used;
+    }
+};
+thread_local Memo t_memo;
+
 }  // namespace
 
 struct RegexCache::State {
@@ -53,11 +97,13 @@ struct RegexCache::State {
             dropped.swap(previous);
             previous.swap(current);
             ++counts.generations;
+            epoch.fetch_add(1, std::memory_order_release);
         }
         current.emplace(std::move(key), std::move(regex));
     }
 
     mutable PthreadMutexImpl mutex;
+    std::atomic<std::uint64_t> epoch{0};  // changed, under mutex, by each retirement and clear
     const std::size_t generationSize;
     Generation current, previous;
     Counts counts;
@@ -70,30 +116,35 @@ RegexCache::~RegexCache() = default;
 std::shared_ptr<const Regex> RegexCache::get(StrSegment pattern, unsigned options, Str* error) {
     State& s = *_state;
     const KeyView wanted{pattern.view(), options};
+    Memo& memo = t_memo;
+    if (memo.cache == &s && memo.epoch == s.epoch.load(std::memory_order_acquire)) {
+        if (const auto* regex = memo.find(wanted)) return *regex;
+    }
+    std::shared_ptr<const Regex> result;
+    std::uint64_t epoch = 0;
     Generation dropped;
     {
         std::lock_guard<PthreadMutexImpl> hold(s.mutex);
         if (auto it = s.current.find(wanted); it != s.current.end()) {
             ++s.counts.currentHits;
-            return it->second;
-        }
-        if (auto it = s.previous.find(wanted); it != s.previous.end()) {
+            result = it->second;
+        } else if (auto old = s.previous.find(wanted); old != s.previous.end()) {
             ++s.counts.previousHits;
-            auto node = s.previous.extract(it);
-            std::shared_ptr<const Regex> regex = node.mapped();
-            s.insert(std::move(node.key()), regex, dropped);
-            return regex;
+            auto node = s.previous.extract(old);
+            result = node.mapped();
+            s.insert(std::move(node.key()), result, dropped);
+        } else {
+            ++s.counts.misses;
         }
-        ++s.counts.misses;
+        epoch = s.epoch.load(std::memory_order_relaxed);
     }
-    // Compiled outside the lock: a slow pattern holds up no other lookup.
-    auto compiled = std::make_shared<Regex>();
-    if (!compiled->compile(pattern, options)) {
-        if (error != nullptr) *error = compiled->errorText();
-        return nullptr;
-    }
-    std::shared_ptr<const Regex> result;
-    {
+    if (result == nullptr) {
+        // Compiled outside the lock: a slow pattern holds up no other lookup.
+        auto compiled = std::make_shared<Regex>();
+        if (!compiled->compile(pattern, options)) {
+            if (error != nullptr) *error = compiled->errorText();
+            return nullptr;
+        }
         std::lock_guard<PthreadMutexImpl> hold(s.mutex);
         if (auto it = s.current.find(wanted); it != s.current.end()) {
             result = it->second;  // another thread compiled it meanwhile
@@ -101,7 +152,10 @@ std::shared_ptr<const Regex> RegexCache::get(StrSegment pattern, unsigned option
             result = compiled;
             s.insert(Key{std::string(pattern.view()), options}, std::move(compiled), dropped);
         }
+        epoch = s.epoch.load(std::memory_order_relaxed);
     }
+    if (memo.cache != &s || memo.epoch != epoch) memo.reset(&s, epoch);
+    memo.remember(wanted, result);
     return result;
 }
 
@@ -118,6 +172,7 @@ void RegexCache::clear() {
     std::lock_guard<PthreadMutexImpl> hold(_state->mutex);
     current.swap(_state->current);
     previous.swap(_state->previous);
+    _state->epoch.fetch_add(1, std::memory_order_release);
 }
 
 RegexCache& regexCache() noexcept {

@@ -100,6 +100,10 @@ const Case kCases[] = {
     {"(\\w)(\\w)", REGEX_UTF, "\xc3\xa9t\xc3\xa9", 0},
     {"..", REGEX_UTF, "x\xff\xc3\xa9\xc3\xa9", 0},  // invalid UTF-8 in the subject
     {"..", 0, "x\xff\xc3\xa9", 0},
+    {"\\W+", REGEX_UTF, "w$\xc3\xa9t", 0},  // non-ASCII is \W: right whether JIT or not
+    {"\\W+", REGEX_UTF, "w$\xc3\xa9t", 2},
+    {"\\W+", REGEX_UTF, "w$\xc3\xa9t\xff", 2},
+    {"(\\w)(\\w)", REGEX_UTF, "\xc3\xa9t\xc3\xa9", 1},  // inside a character: from the next one
     {"", 0, "abc", 3},
     {"x*", 0, "abc", 1},
     {"(?:(a)|b)+", 0, "abab", 0},
@@ -392,14 +396,22 @@ TEST(RegexTest, QuotedTextMatchesItselfOnly) {
     }
 }
 
+// A lookup from a thread of its own, so that no thread's memo answers it.
+std::shared_ptr<const Regex> lookup(RegexCache& cache, const char* pattern, unsigned options = REGEX_DEFAULT,
+                                    Str* error = nullptr) {
+    std::shared_ptr<const Regex> result;
+    std::thread([&] { result = cache.get(pattern, options, error); }).join();
+    return result;
+}
+
 // Generation size 2: hits, a promotion from the previous generation, retirements and eviction.
 TEST(RegexCacheTest, Generations) {
     RegexCache cache(2);
-    auto a = cache.get("a+");
+    auto a = lookup(cache, "a+");
     ASSERT_NE(a, nullptr);
-    EXPECT_EQ(cache.get("a+"), a);                  // current hit
-    EXPECT_NE(cache.get("a+", REGEX_CASELESS), a);  // other options, other entry
-    auto c = cache.get("c");                        // current full: {a+, a+/i} retired
+    EXPECT_EQ(lookup(cache, "a+"), a);                  // current hit
+    EXPECT_NE(lookup(cache, "a+", REGEX_CASELESS), a);  // other options, other entry
+    auto c = lookup(cache, "c");                        // current full: {a+, a+/i} retired
     RegexCache::Counts n = cache.counts();
     EXPECT_EQ(n.currentHits, 1u);
     EXPECT_EQ(n.misses, 3u);
@@ -407,26 +419,44 @@ TEST(RegexCacheTest, Generations) {
     EXPECT_EQ(n.currentSize, 1u);
     EXPECT_EQ(n.previousSize, 2u);
 
-    EXPECT_EQ(cache.get("a+"), a);  // previous hit: promoted, the same compiled pattern
+    EXPECT_EQ(lookup(cache, "a+"), a);  // previous hit: promoted, the same compiled pattern
     n = cache.counts();
     EXPECT_EQ(n.previousHits, 1u);
     EXPECT_EQ(n.currentSize, 2u);
     EXPECT_EQ(n.previousSize, 1u);
 
-    auto d = cache.get("d");  // current {c, a+} retired; {a+/i} dropped
+    auto d = lookup(cache, "d");  // current {c, a+} retired; {a+/i} dropped
     EXPECT_EQ(cache.counts().generations, 2u);
-    EXPECT_EQ(cache.get("a+"), a);  // still there: promoted again
+    EXPECT_EQ(lookup(cache, "a+"), a);  // still there: promoted again
     const std::uint64_t misses = cache.counts().misses;
-    EXPECT_NE(cache.get("a+", REGEX_CASELESS), nullptr);  // dropped: compiled anew
+    EXPECT_NE(lookup(cache, "a+", REGEX_CASELESS), nullptr);  // dropped: compiled anew
     EXPECT_EQ(cache.counts().misses, misses + 1);
 
     Str error;
-    EXPECT_EQ(cache.get("(", 0, &error), nullptr);
+    EXPECT_EQ(lookup(cache, "(", 0, &error), nullptr);
     EXPECT_EQ(error.view(), "missing closing parenthesis");
     EXPECT_TRUE(a->matches("aaa"));  // held by the caller: alive whatever the cache dropped
     cache.clear();
     EXPECT_EQ(cache.counts().currentSize, 0u);
     EXPECT_TRUE(a->matches("aaa"));
+}
+
+// A thread's repeated lookups come from its memo; a retirement sends it back to the generations.
+TEST(RegexCacheTest, ThreadMemo) {
+    RegexCache cache(2);
+    auto a = cache.get("a");
+    auto b = cache.get("b");
+    const RegexCache::Counts before = cache.counts();
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(cache.get("a"), a);
+        EXPECT_EQ(cache.get("b"), b);
+    }
+    EXPECT_EQ(cache.counts().currentHits, before.currentHits);  // none reached the generations
+    auto c = cache.get("c");                                    // retires {a, b}: a new epoch
+    EXPECT_EQ(cache.get("a"), a);                               // from the previous generation
+    EXPECT_EQ(cache.counts().previousHits, before.previousHits + 1);
+    cache.clear();
+    EXPECT_NE(cache.get("a"), a);  // the memo went with the clear: compiled anew
 }
 
 // Threads share one small cache over more patterns than two generations hold.
