@@ -42,12 +42,14 @@ def main() -> int:
     # family Count, contender Ours, arguments "bytes:64/mixed:0": only runs with the same
     # arguments are compared.
     times = defaultdict(lambda: defaultdict(list))
+    units = {}  # family -> the time unit its runs report in
     for run in runs:
         if run.get("run_type") != "iteration" or run.get("error_occurred"):
             continue
         name, _, arguments = run["run_name"].partition("/")
         family, _, contender = name.removeprefix("BM_").partition("_")
         times[(family, arguments)][contender or family].append(run["real_time"])
+        units[family] = run.get("time_unit", "ns")
 
     def in_order(item):  # family, then the arguments by their numbers: 64 before 4096
         (family, arguments), _ = item
@@ -58,12 +60,13 @@ def main() -> int:
         ours = {name: t for name, t in medians.items() if name.startswith("Ours")}
         peers = {name: t for name, t in medians.items() if not name.startswith("Ours")}
         title = f"{family} {arguments}".strip()
+        unit = units.get(family, "ns")
         if not ours or not peers:  # nothing to compare with
-            print(f"{title}: " + ", ".join(f"{name} {t:.1f} ns" for name, t in medians.items()))
+            print(f"{title}: " + ", ".join(f"{name} {t:.1f} {unit}" for name, t in medians.items()))
             continue
         for mine, mine_time in ours.items():
-            columns = [f"{mine} {mine_time:.1f} ns"]
-            columns += [f"{peer} {t:.1f} ns = {t / mine_time:.2f}x" for peer, t in peers.items()]
+            columns = [f"{mine} {mine_time:.1f} {unit}"]
+            columns += [f"{peer} {t:.1f} {unit} = {t / mine_time:.2f}x" for peer, t in peers.items()]
             print(f"{title}: " + " | ".join(columns))
     return 0
 

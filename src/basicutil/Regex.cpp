@@ -51,7 +51,9 @@ struct MatchResources {
     MatchResources(const MatchResources&) = delete;
     MatchResources& operator=(const MatchResources&) = delete;
 };
-thread_local MatchResources t_resources;
+MatchResources& matchResources() {
+    return regex_details::PerThread<MatchResources>::get();
+}
 
 // The pattern as a log line shows it: cut, so that one huge pattern cannot flood the log.
 std::string patternForLog(StrSegment pattern) {
@@ -139,6 +141,7 @@ Regex& Regex::operator=(Regex&& other) noexcept {
     _captures = other._captures;
     _names = std::move(other._names);
     _nameToGroup = std::move(other._nameToGroup);
+    _nameIndex = std::move(other._nameIndex);
     _error = std::move(other._error);
     _errorOffset = other._errorOffset;
     return *this;
@@ -153,6 +156,7 @@ void Regex::release() noexcept {
     _captures = 0;
     _names.clear();
     _nameToGroup.clear();
+    _nameIndex.clear();
 }
 
 bool Regex::compile(StrSegment pattern, unsigned options) {
@@ -210,6 +214,8 @@ bool Regex::compile(StrSegment pattern, unsigned options) {
         const auto* entry = reinterpret_cast<const unsigned char*>(table) + std::size_t{i} * entrySize;
         const unsigned group = (unsigned{entry[0]} << 8) | entry[1];
         _nameToGroup.emplace_back(Str(reinterpret_cast<const char*>(entry + 2)), group);
+        const Str& name = _nameToGroup.back().first;
+        _nameIndex.push_back({regex_details::nameHead(name), static_cast<std::uint32_t>(name.size()), group});
     }
     std::vector<std::pair<unsigned, Str>> byGroup;
     for (const auto& entry : _nameToGroup) {
@@ -254,6 +260,7 @@ RegexMatch& RegexMatch::operator=(RegexMatch&& other) noexcept {
     _regex = other._regex;
     _subject = other._subject;
     _limitName = other._limitName;
+    _keep = std::move(other._keep);
     return *this;
 }
 
@@ -261,14 +268,19 @@ static_assert(std::is_same_v<PCRE2_SIZE, std::size_t> && PCRE2_UNSET == ~std::si
 
 int RegexMatch::groupNumber(StrSegment name) const noexcept {
     if (_regex == nullptr) return -1;
-    // A plain scan: tables are short, and this runs for every named group of every match. With
-    // duplicate names (?J) the first of them that is set wins.
+    // A plain scan over (length, first 8 bytes): tables are short, and this runs for every named
+    // group of every match. With duplicate names (?J) the first of them that is set wins.
+    const std::uint64_t head = regex_details::nameHead(name);
+    const auto& index = _regex->_nameIndex;
     int fallback = -1;
-    for (const auto& [entryName, group] : _regex->_nameToGroup) {
-        if (entryName.size() != name.size() || std::memcmp(entryName.data(), name.data(), name.size()) != 0)
+    for (std::size_t i = 0; i < index.size(); ++i) {
+        const regex_details::NameKey& key = index[i];
+        if (key.size != name.size() || key.head != head) continue;
+        if (name.size() > 8 &&
+            std::memcmp(_regex->_nameToGroup[i].first.data() + 8, name.data() + 8, name.size() - 8) != 0)
             continue;
-        if (has(group)) return static_cast<int>(group);
-        if (fallback < 0) fallback = static_cast<int>(group);
+        if (has(key.group)) return static_cast<int>(key.group);
+        if (fallback < 0) fallback = static_cast<int>(key.group);
     }
     return fallback;
 }
@@ -281,11 +293,6 @@ StrSegment RegexMatch::named(StrSegment name) const noexcept {
 bool RegexMatch::hasNamed(StrSegment name) const noexcept {
     const int group = groupNumber(name);
     return group >= 0 && has(static_cast<unsigned>(group));
-}
-
-RegexStatus Regex::match(StrSegment subject, size_type offset, RegexMatch& m,
-                         const RegexLimits& limits) const {
-    return matchWith(subject, offset, 0, m, limits);
 }
 
 bool Regex::matches(StrSegment subject, const RegexLimits& limits) const {
@@ -307,7 +314,7 @@ RegexStatus Regex::matchWith(StrSegment subject, size_type offset, std::uint32_t
         m._capacity = m._data == nullptr ? 0 : needed;
         m._ovector = m._data == nullptr ? nullptr : pcre2_get_ovector_pointer(m._data);
     }
-    MatchResources& resources = t_resources;
+    MatchResources& resources = matchResources();
     if (m._data == nullptr || resources.context == nullptr) {
         regexChannel().log(LOG_ERROR, "cannot match: out of memory");
         return REGEX_ERROR;
@@ -326,7 +333,12 @@ RegexStatus Regex::matchWith(StrSegment subject, size_type offset, std::uint32_t
         resources.limits = limits;
     }
     const auto* bytes = reinterpret_cast<PCRE2_SPTR>(subject.data());
-    int rc = pcre2_match(_code, bytes, subject.size(), offset, matchOptions, m._data, resources.context);
+    // PCRE2's fast path skips checks that hold here (a compiled pattern, an offset inside the
+    // subject, no match-time options); not for UTF, whose validity check routes bad subjects.
+    int rc =
+        _jit && matchOptions == 0 && (_options & REGEX_UTF) == 0
+            ? pcre2_jit_match(_code, bytes, subject.size(), offset, 0, m._data, resources.context)
+            : pcre2_match(_code, bytes, subject.size(), offset, matchOptions, m._data, resources.context);
     if (rc <= PCRE2_ERROR_UTF8_ERR1 && rc >= PCRE2_ERROR_UTF8_ERR21 && _invalidUtfCode != nullptr)
         rc = pcre2_match(_invalidUtfCode, bytes, subject.size(), offset, matchOptions, m._data,
                          resources.context);

@@ -45,6 +45,16 @@ namespace basicutil {
 
 class Logger;
 
+namespace regex_details {
+// A group name as compared on every named lookup: its length and first 8 bytes (little-endian,
+// zero-padded); longer names also compare the rest.
+struct NameKey {
+    std::uint64_t head;
+    std::uint32_t size;
+    std::uint32_t group;
+};
+}  // namespace regex_details
+
 // The "Regex" channel: compile errors and exceeded limits.
 Logger& regexChannel() noexcept;
 
@@ -121,6 +131,7 @@ class RegexMatch {
 
   private:
     friend class Regex;
+    friend class RegexCache;
     int groupNumber(StrSegment name) const noexcept;
 
     static constexpr std::size_t kUnset = ~std::size_t{0};  // PCRE2_UNSET
@@ -132,6 +143,7 @@ class RegexMatch {
     const Regex* _regex = nullptr;
     StrSegment _subject;
     const char* _limitName = "";
+    std::shared_ptr<const Regex> _keep;  // the pattern, when the cache's match() made this match
 };
 
 class Regex {
@@ -162,7 +174,9 @@ class Regex {
 
     // The first match at or after `offset` (an offset inside the subject, or its end).
     RegexStatus match(StrSegment subject, size_type offset, RegexMatch& m,
-                      const RegexLimits& limits = {}) const;
+                      const RegexLimits& limits = {}) const {
+        return matchWith(subject, offset, 0, m, limits);
+    }
     // Whether it matches anywhere; REGEX_LIMIT and REGEX_ERROR count as no.
     bool matches(StrSegment subject, const RegexLimits& limits = {}) const;
 
@@ -195,6 +209,7 @@ class Regex {
     unsigned _captures = 0;
     std::vector<Str> _names;
     std::vector<std::pair<Str, unsigned>> _nameToGroup;  // sorted by name, lowest group first
+    std::vector<regex_details::NameKey> _nameIndex;      // _nameToGroup's keys, in its order
     Str _error;
     size_type _errorOffset = 0;
 };
@@ -250,6 +265,13 @@ class RegexCache {
     std::shared_ptr<const Regex> get(StrSegment pattern, unsigned options = REGEX_DEFAULT,
                                      Str* error = nullptr);
 
+    // Looks the pattern up (compiling it on first use) and matches: the per-line form, with no
+    // reference count changed while `m` keeps matching with the same pattern. `m` holds the
+    // compiled pattern for as long as it refers to it. REGEX_ERROR, with the message in
+    // `error`, when the pattern does not compile.
+    RegexStatus match(StrSegment pattern, unsigned options, StrSegment subject, size_type offset,
+                      RegexMatch& m, const RegexLimits& limits = {}, Str* error = nullptr);
+
     struct Counts {
         std::uint64_t currentHits = 0;
         std::uint64_t previousHits = 0;  // each promoted the pattern
@@ -263,6 +285,9 @@ class RegexCache {
 
   private:
     struct State;
+    [[gnu::noinline]] RegexStatus matchSlowly(StrSegment pattern, unsigned options, StrSegment subject,
+                                              size_type offset, RegexMatch& m, const RegexLimits& limits,
+                                              Str* error);
     std::unique_ptr<State> _state;
 };
 

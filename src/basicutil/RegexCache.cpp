@@ -8,6 +8,7 @@
 #include <unordered_map>
 
 #include "basicutil/Regex.h"
+#include "basicutil/Regex_details.h"
 #include "basicutil/ThreadMutex.h"
 
 namespace basicutil {
@@ -44,6 +45,23 @@ struct KeyEqual {
 
 using Generation = std::unordered_map<Key, std::shared_ptr<const Regex>, KeyHash, KeyEqual>;
 
+// Equal bytes. Patterns are typically 20 to 200 bytes and this runs on every lookup, so the
+// words are compared without a branch each (the last word overlaps the ones before it).
+bool sameBytes(const char* a, const char* b, std::size_t n) noexcept {
+    if (n < 16) return std::memcmp(a, b, n) == 0;
+    std::uint64_t diff = 0;
+    for (std::size_t i = 0; i + 16 <= n; i += 16) {
+        std::uint64_t x[2], y[2];
+        std::memcpy(x, a + i, 16);
+        std::memcpy(y, b + i, 16);
+        diff |= (x[0] ^ y[0]) | (x[1] ^ y[1]);
+    }
+    std::uint64_t x[2], y[2];
+    std::memcpy(x, a + n - 16, 16);
+    std::memcpy(y, b + n - 16, 16);
+    return (diff | (x[0] ^ y[0]) | (x[1] ^ y[1])) == 0;
+}
+
 // Each thread's memo of the patterns it looked up last, so that a steady lookup takes neither
 // the lock nor a hash. It holds only entries of the current generation of one cache, as of one
 // epoch; a retirement or a clear starts a new epoch and so empties every memo on its next use.
@@ -63,7 +81,7 @@ struct Memo {
         for (unsigned i = 0; i < used; ++i) {
             const Entry& e = entries[i];
             if (e.options == k.options && e.pattern.size() == k.pattern.size() &&
-                std::memcmp(e.pattern.data(), k.pattern.data(), k.pattern.size()) == 0)
+                sameBytes(e.pattern.data(), k.pattern.data(), k.pattern.size()))
                 return &e.regex;
         }
         return nullptr;
@@ -83,7 +101,9 @@ struct Memo {
         if (used < kSize) ++used;
     }
 };
-thread_local Memo t_memo;
+Memo& threadMemo() {
+    return regex_details::PerThread<Memo>::get();
+}
 
 }  // namespace
 
@@ -113,10 +133,38 @@ RegexCache::RegexCache(std::size_t generationSize) : _state(std::make_unique<Sta
 
 RegexCache::~RegexCache() = default;
 
+RegexStatus RegexCache::match(StrSegment pattern, unsigned options, StrSegment subject, size_type offset,
+                              RegexMatch& m, const RegexLimits& limits, Str* error) {
+    // From the memo the pattern is borrowed: the memo keeps it alive through this call, and m
+    // takes a reference of its own only when it did not already hold this very pattern.
+    const Memo& memo = threadMemo();
+    const State& s = *_state;
+    if (memo.cache == &s && memo.epoch == s.epoch.load(std::memory_order_acquire)) [[likely]] {
+        if (const auto* regex = memo.find(KeyView{pattern.view(), options})) [[likely]] {
+            if (m._keep != *regex) m._keep = *regex;
+            return (*regex)->match(subject, offset, m, limits);
+        }
+    }
+    return matchSlowly(pattern, options, subject, offset, m, limits, error);
+}
+
+RegexStatus RegexCache::matchSlowly(StrSegment pattern, unsigned options, StrSegment subject,
+                                    size_type offset, RegexMatch& m, const RegexLimits& limits, Str* error) {
+    std::shared_ptr<const Regex> regex = get(pattern, options, error);
+    if (regex == nullptr) {
+        m._keep.reset();
+        m._groups = 0;
+        m._regex = nullptr;
+        return REGEX_ERROR;
+    }
+    m._keep = std::move(regex);
+    return m._keep->match(subject, offset, m, limits);
+}
+
 std::shared_ptr<const Regex> RegexCache::get(StrSegment pattern, unsigned options, Str* error) {
     State& s = *_state;
     const KeyView wanted{pattern.view(), options};
-    Memo& memo = t_memo;
+    Memo& memo = threadMemo();
     if (memo.cache == &s && memo.epoch == s.epoch.load(std::memory_order_acquire)) {
         if (const auto* regex = memo.find(wanted)) return *regex;
     }

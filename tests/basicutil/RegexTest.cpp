@@ -165,6 +165,17 @@ TEST(RegexTest, NamedGroups) {
     EXPECT_TRUE(m.named("day").empty());
     EXPECT_FALSE(m.hasNamed("nope"));
 
+    // Names past 8 bytes that share their first 8, and a name that is a prefix of them.
+    Regex longNames;
+    ASSERT_TRUE(longNames.compile("(?<component_a>x)(?<component_b>y)(?<c>z)"));
+    ASSERT_EQ(longNames.match("xyz", 0, m), REGEX_MATCH);
+    EXPECT_EQ(m.named("component_a").view(), "x");
+    EXPECT_EQ(m.named("component_b").view(), "y");
+    EXPECT_EQ(m.named("c").view(), "z");
+    EXPECT_FALSE(m.hasNamed("component_c"));
+    EXPECT_FALSE(m.hasNamed("component"));
+    EXPECT_FALSE(m.hasNamed(""));
+
     // Duplicate names: the one that took part.
     Regex dup;
     ASSERT_TRUE(dup.compile("(?J)(?:(?<n>a+)|(?<n>b+))"));
