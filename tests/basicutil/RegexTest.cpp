@@ -470,6 +470,28 @@ TEST(RegexCacheTest, ThreadMemo) {
     EXPECT_NE(cache.get("a"), a);  // the memo went with the clear: compiled anew
 }
 
+// The per-line form: a match through the cache keeps its pattern alive after the cache lets go.
+TEST(RegexCacheTest, MatchThroughTheCache) {
+    RegexCache cache(2);
+    RegexMatch m;
+    ASSERT_EQ(cache.match("(?<k>\\w+)=(?<v>\\d+)", 0, "x a=1", 0, m), REGEX_MATCH);
+    EXPECT_EQ(m.named("v").view(), "1");
+    EXPECT_EQ(cache.match("(?<k>\\w+)=(?<v>\\d+)", 0, "b=22", 0, m), REGEX_MATCH);  // from the memo
+    cache.clear();
+    (void)cache.get("p");
+    (void)cache.get("q");
+    (void)cache.get("r");  // two retirements: nothing of the first pattern left in the cache
+    EXPECT_EQ(m.named("k").view(), "b");
+    EXPECT_EQ(m.group(2).view(), "22");
+    EXPECT_EQ(cache.match("(?<k>\\w+)=(?<v>\\d+)", REGEX_CASELESS, "c=3", 0, m), REGEX_MATCH);
+    EXPECT_EQ(cache.match("z", 0, "c=3", 0, m), REGEX_NO_MATCH);
+    Str error;
+    EXPECT_EQ(cache.match("(", 0, "c=3", 0, m, {}, &error), REGEX_ERROR);
+    EXPECT_EQ(error.view(), "missing closing parenthesis");
+    EXPECT_EQ(m.size(), 0u);
+    EXPECT_TRUE(m.named("k").empty());
+}
+
 // Threads share one small cache over more patterns than two generations hold.
 TEST(RegexCacheTest, StressFromManyThreads) {
     RegexCache cache(4);
