@@ -9,12 +9,12 @@ set -eu
 # formatting); tzdata is the zone directory the time-zone tests read, and cctz their second
 # oracle and the zone benchmark's peer; abseil is the time-format benchmark's peer; the JSON
 # parser checks every JSON log line; spdlog and log4cpp are the logger benchmark's peers;
-# hexdump (bsdextrautils) and xxd are the hex dump's oracle and peers; pcre2test (pcre2-utils) is
-# the regular expressions' oracle and RE2 their benchmark's peer.
+# hexdump (bsdextrautils) and xxd are the hex dump's oracle and peers; RE2 is the regular
+# expressions' benchmark peer (PCRE2 itself, called directly, is their tests' oracle).
 DEBIAN_PACKAGES="cmake ninja-build g++ clang clang-format libclang-rt-dev pkg-config python3 git
 libgtest-dev libgmock-dev libbenchmark-dev libdouble-conversion-dev libpcre2-dev libicu-dev libfmt-dev
 tzdata libcctz-dev libabsl-dev nlohmann-json3-dev
-libspdlog-dev liblog4cpp5-dev bsdextrautils xxd pcre2-utils libre2-dev"
+libspdlog-dev liblog4cpp5-dev bsdextrautils xxd libre2-dev"
 FREEBSD_PACKAGES="cmake ninja pkgconf python3 googletest benchmark double-conversion pcre2 icu libfmt cctz abseil nlohmann-json spdlog log4cpp re2"
 
 as_root() {
