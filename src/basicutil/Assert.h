@@ -26,6 +26,7 @@ inline constexpr std::string_view kAssertUnits[] = {
     "basicutil/PrintfFormat",  "basicutil/PrintFloatingPoint", "basicutil/BasicConversions",
     "basicutil/PrintHexBytes", "basicutil/HexDumper",          "basicutil/Regex",
     "basicutil/DecimalText",   "basicutil/StartupOrder",       "basicutil/BaseException",
+    "basicutil/File",          "basicutil/Pathname",           "libzero/unicode-file",
     "libzero/codepoint-width", "libzero/create-crash-dump",    "libzero/bounded-path",
     "main/vestra-helper",      "main/ParentMonitoringThread",  "main/vestra-tzpack",
 };

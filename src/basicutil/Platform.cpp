@@ -79,6 +79,18 @@ const char* errorText(int errnum, char* buf, std::size_t len) noexcept {
     return buf;
 }
 
+long long copyFileRange(int in, int out, std::size_t length) noexcept {
+#if defined(__linux__) || (defined(__FreeBSD__) && __FreeBSD_version >= 1300000)
+    return static_cast<long long>(::copy_file_range(in, nullptr, out, nullptr, length, 0));
+#else
+    static_cast<void>(in);
+    static_cast<void>(out);
+    static_cast<void>(length);
+    errno = ENOSYS;
+    return -1;
+#endif
+}
+
 bool readWallClock(struct timeval& out) noexcept {
     return gettimeofday(&out, nullptr) == 0;
 }

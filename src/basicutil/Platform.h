@@ -52,6 +52,12 @@ const char* errorText(int errnum, char* buf, std::size_t len) noexcept;
 [[nodiscard]] bool readMonotonicClock(struct timespec& out) noexcept;  // clock_gettime(CLOCK_MONOTONIC)
 [[nodiscard]] bool readUtcClock(struct timespec& out) noexcept;        // timespec_get(TIME_UTC)
 
+// Copies up to `length` bytes from `in` to `out` at their file positions inside the kernel
+// (copy_file_range on Linux and FreeBSD 13 on). Returns the bytes copied (0 at the end of
+// `in`), or -1 with errno; ENOSYS where the platform has no such call, and EXDEV, EINVAL or
+// EOPNOTSUPP where it refuses this pair of files: the caller then copies through a buffer.
+[[nodiscard]] long long copyFileRange(int in, int out, std::size_t length) noexcept;
+
 // One processor pause in a spin loop: it eases the pipeline and the sibling hyperthread.
 inline void cpuPause() noexcept {
 #if defined(__x86_64__) || defined(__i386__)

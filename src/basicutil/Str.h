@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iosfwd>
+#include <string>
 #include <string_view>
 
 namespace basicutil {
@@ -36,6 +37,7 @@ struct StrSegment {
     constexpr StrSegment(const char* data, size_type len) noexcept : _data(data), _len(len) {}
     StrSegment(const char* text) noexcept : _data(text), _len(std::strlen(text)) {}         // implicit
     constexpr StrSegment(std::string_view v) noexcept : _data(v.data()), _len(v.size()) {}  // implicit
+    StrSegment(const std::string& s) noexcept : _data(s.data()), _len(s.size()) {}          // implicit
     StrSegment(const Str& s) noexcept;  // implicit: a view of the whole string
 
     constexpr const char* data() const noexcept { return _data; }
@@ -63,6 +65,7 @@ class Str {
     Str(const char* data, size_type len);
     explicit Str(StrSegment s) : Str(s._data, s._len) {}
     explicit Str(std::string_view v) : Str(v.data(), v.size()) {}
+    explicit Str(const std::string& s) : Str(s.data(), s.size()) {}
     Str(size_type n, char c);
     Str(const Str& other) : Str(other._p, other._len) {}
     Str(Str&& other) noexcept;

@@ -10,6 +10,7 @@
 #include <map>
 #include <string>
 
+#include "basicutil/FileSystem.h"
 #include "basicutil/Platform.h"
 #include "basicutil/PrintfFormat.h"
 #include "basicutil/TimeZone_details.h"
@@ -145,31 +146,9 @@ bool TimeZoneArchive::packDirectory(const char* directory, Str& archive, Str* er
 bool TimeZoneArchive::pack(const char* directory, const char* archivePath, Str* error) {
     Str archive;
     if (!packDirectory(directory, archive, error)) return false;
-    // Written beside the target and renamed over it: readers see the old archive or the new.
-    const Str temporary = strprintf("%s.tmp%d", archivePath, static_cast<int>(::getpid()));
-    char text[128];
-    auto failure = [&](const char* operation, const char* path) {
-        const int saved = errno;
-        return timeZoneFailure(
-            error, strprintf("%s(%s): %s", operation, path, platform::errorText(saved, text, sizeof text)));
-    };
-    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) return failure("open", temporary.c_str());
-    size_type done = 0;
-    bool ok = true;
-    while (ok && done < archive.size()) {
-        const ssize_t n = ::write(fd, archive.data() + done, static_cast<std::size_t>(archive.size() - done));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            ok = failure("write", temporary.c_str());
-        } else {
-            done += static_cast<size_type>(n);
-        }
-    }
-    if (::close(fd) != 0 && ok) ok = failure("close", temporary.c_str());
-    if (ok && ::rename(temporary.c_str(), archivePath) != 0) ok = failure("rename", archivePath);
-    if (!ok && ::unlink(temporary.c_str()) != 0 && errno != ENOENT) failure("unlink", temporary.c_str());
-    return ok;
+    // Replaced whole: readers see the old archive or the new one, never a mixture.
+    const FileStatus st = replaceFileContents(archivePath, archive);
+    return st.ok() || timeZoneFailure(error, st.text());
 }
 
 }  // namespace basicutil

@@ -23,7 +23,7 @@ TEST(StartupOrderTest, GlobalsComeUpInTheDeclaredOrder) {
               (std::vector<std::string>{"+basicutil/Str", "+basicutil/Thread", "+basicutil/Timeval",
                                         "+basicutil/BaseException", "+basicutil/StrCharacterClasses",
                                         "+basicutil/DateTime", "+basicutil/DutyCycle", "+basicutil/Logger",
-                                        "+basicutil/Regex"}));
+                                        "+basicutil/Pathname", "+basicutil/Regex"}));
 }
 
 // Constructed before every unit's globals and so destroyed after them all: checks the teardown
@@ -39,8 +39,10 @@ struct TeardownCheck {
                                                    "+basicutil/DateTime",
                                                    "+basicutil/DutyCycle",
                                                    "+basicutil/Logger",
+                                                   "+basicutil/Pathname",
                                                    "+basicutil/Regex",
                                                    "-basicutil/Regex",
+                                                   "-basicutil/Pathname",
                                                    "-basicutil/Logger",
                                                    "-basicutil/DutyCycle",
                                                    "-basicutil/DateTime",

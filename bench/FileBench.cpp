@@ -1,0 +1,206 @@
+// Copying a 256 MiB file: ours against cp(1) (the whole process, as a shell user would run it)
+// and std::filesystem::copy_file. Reading a 64 MiB UTF-16 file of mixed text to UTF-8: the
+// Unicode reader against ICU's converter reading the same file in the same size of blocks.
+// The files live in $TMPDIR (or /tmp) and are removed at exit.
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unicode/ucnv.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include <benchmark/benchmark.h>
+
+#include "basicutil/FileSystem.h"
+#include "libzero/unicode-file.h"
+
+extern char** environ;
+
+using namespace basicutil;
+
+namespace {
+
+constexpr std::size_t kCopyBytes = std::size_t{256} << 20;
+constexpr std::size_t kTextBytes = std::size_t{64} << 20;
+constexpr std::size_t kBlock = 256 * 1024;
+
+struct Files {
+    TemporaryDirectory dir;
+    Str source, utf16;
+    std::string utf8;  // what reading utf16 must give
+    std::size_t utf16Bytes = 0;
+    bool ok = false;
+
+    Files() {
+        if (!dir.create("vestra-file-bench.").ok()) return;
+        source = dir / "source";
+        std::string data(kCopyBytes, '\0');
+        std::uint64_t x = 88172645463325252u;
+        for (std::size_t i = 0; i + 8 <= data.size(); i += 8) {
+            x ^= x << 13, x ^= x >> 7, x ^= x << 17;
+            std::memcpy(&data[i], &x, 8);
+        }
+        if (!replaceFileContents(source, data).ok()) return;
+
+        // Mixed text: Latin, Cyrillic, CJK, an emoji and line ends, as logs in many languages.
+        const char* const words[] = {"status ", "ok ", "Ошибка ", "файл ", "错误 ",
+                                     "文件 ",   "é ",  "😀 ",      "\n"};
+        std::string text;
+        std::size_t units16 = 0;  // UTF-16 bytes so far
+        for (std::uint32_t i = 0; units16 < kTextBytes; ++i) {
+            const char* word = words[(i * 2654435761u >> 7) % std::size(words)];
+            text += word;
+            for (const char* p = word; *p != '\0'; ++p) {
+                const auto b = static_cast<unsigned char>(*p);
+                if ((b & 0xC0) != 0x80) units16 += b >= 0xF0 ? 4 : 2;
+            }
+        }
+        std::string units(text.size() * 2 + 2, '\0');
+        UErrorCode status = U_ZERO_ERROR;
+        const int32_t n =
+            ucnv_convert("UTF-16LE", "UTF-8", units.data() + 2, static_cast<int32_t>(units.size() - 2),
+                         text.data(), static_cast<int32_t>(text.size()), &status);
+        if (U_FAILURE(status)) return;
+        units.resize(static_cast<std::size_t>(n) + 2);
+        units[0] = '\xFF';  // the mark
+        units[1] = '\xFE';
+        utf16Bytes = units.size();
+        utf16 = dir / "text.utf16";
+        if (!replaceFileContents(utf16, units).ok()) return;
+        utf8 = std::move(text);
+        ok = true;
+    }
+};
+
+Files& files() {
+    static Files f;
+    return f;
+}
+
+bool sameContents(const Str& a, const Str& b) {
+    FileDescriptor x, y;
+    Str ax, by;
+    return x.open(a, O_RDONLY).ok() && y.open(b, O_RDONLY).ok() && x.readAll(ax).ok() && y.readAll(by).ok() &&
+           ax == by;
+}
+
+void BM_Copy256MiB_Ours(benchmark::State& state) {
+    Files& f = files();
+    if (!f.ok) return state.SkipWithError("no test files");
+    const Str target = f.dir / "ours";
+    for (auto _ : state) {
+        if (!copyFile(f.source, target).ok()) return state.SkipWithError("copy failed");
+    }
+    if (!sameContents(f.source, target)) state.SkipWithError("the copy differs");
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(kCopyBytes));
+}
+BENCHMARK(BM_Copy256MiB_Ours)->Unit(benchmark::kMillisecond);
+
+void BM_Copy256MiB_Cp(benchmark::State& state) {
+    Files& f = files();
+    if (!f.ok) return state.SkipWithError("no test files");
+    const Str target = f.dir / "cp";
+    for (auto _ : state) {
+        char cp[] = "cp";
+        char* argv[] = {cp, const_cast<char*>(f.source.c_str()), const_cast<char*>(target.c_str()), nullptr};
+        pid_t pid;
+        int status = 0;
+        if (::posix_spawnp(&pid, "cp", nullptr, nullptr, argv, environ) != 0 ||
+            ::waitpid(pid, &status, 0) != pid || status != 0) {
+            return state.SkipWithError("cp failed");
+        }
+    }
+    if (!sameContents(f.source, target)) state.SkipWithError("the copy differs");
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(kCopyBytes));
+}
+BENCHMARK(BM_Copy256MiB_Cp)->Unit(benchmark::kMillisecond);
+
+void BM_Copy256MiB_StdFilesystem(benchmark::State& state) {
+    Files& f = files();
+    if (!f.ok) return state.SkipWithError("no test files");
+    const Str target = f.dir / "std";
+    for (auto _ : state) {
+        std::error_code error;
+        std::filesystem::copy_file(f.source.c_str(), target.c_str(),
+                                   std::filesystem::copy_options::overwrite_existing, error);
+        if (error) return state.SkipWithError("copy_file failed");
+    }
+    if (!sameContents(f.source, target)) state.SkipWithError("the copy differs");
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(kCopyBytes));
+}
+BENCHMARK(BM_Copy256MiB_StdFilesystem)->Unit(benchmark::kMillisecond);
+
+void BM_ReadUtf16_Ours(benchmark::State& state) {
+    Files& f = files();
+    if (!f.ok) return state.SkipWithError("no test files");
+    std::unique_ptr<char[]> out(new char[kBlock * 4]);
+    std::string check;
+    bool checked = false;
+    for (auto _ : state) {
+        int error = 0;
+        utrans_reader* r = utrans_open_read(f.utf16.c_str(), UTRANS_DETECT, &error);
+        if (r == nullptr) return state.SkipWithError("open failed");
+        std::size_t total = 0;
+        ptrdiff_t n;
+        while ((n = utrans_read(r, out.get(), kBlock * 4)) > 0) {
+            if (!checked) check.append(out.get(), static_cast<std::size_t>(n));
+            total += static_cast<std::size_t>(n);
+        }
+        if (n < 0 || utrans_close_read(r) != 0) return state.SkipWithError("read failed");
+        if (!checked && check != f.utf8) return state.SkipWithError("differs from the text written");
+        checked = true;
+        check = std::string();
+        benchmark::DoNotOptimize(total);
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(f.utf16Bytes));
+}
+BENCHMARK(BM_ReadUtf16_Ours)->Unit(benchmark::kMillisecond);
+
+void BM_ReadUtf16_Icu(benchmark::State& state) {
+    Files& f = files();
+    if (!f.ok) return state.SkipWithError("no test files");
+    std::unique_ptr<char[]> in(new char[kBlock]), out(new char[kBlock * 4]);
+    std::string check;
+    bool checked = false;
+    for (auto _ : state) {
+        UErrorCode status = U_ZERO_ERROR;
+        UConverter* from = ucnv_open("UTF-16", &status);  // reads the mark, like ours
+        UConverter* to = ucnv_open("UTF-8", &status);
+        UChar pivot[4096];
+        UChar* pivotSource = pivot;
+        UChar* pivotTarget = pivot;
+        FileDescriptor fd;
+        if (U_FAILURE(status) || !fd.open(f.utf16, O_RDONLY).ok()) return state.SkipWithError("open failed");
+        std::size_t total = 0;
+        for (bool reset = true;;) {
+            std::size_t got = 0;
+            if (!fd.readSome(in.get(), kBlock, got).ok()) return state.SkipWithError("read failed");
+            const char* source = in.get();
+            const bool flush = got == 0;
+            do {
+                char* target = out.get();
+                status = U_ZERO_ERROR;
+                ucnv_convertEx(to, from, &target, out.get() + kBlock * 4, &source, in.get() + got, pivot,
+                               &pivotSource, &pivotTarget, pivot + 4096, reset, flush, &status);
+                reset = false;
+                const std::size_t n = static_cast<std::size_t>(target - out.get());
+                if (!checked) check.append(out.get(), n);
+                total += n;
+            } while (status == U_BUFFER_OVERFLOW_ERROR);
+            if (U_FAILURE(status)) return state.SkipWithError("conversion failed");
+            if (flush) break;
+        }
+        ucnv_close(from);
+        ucnv_close(to);
+        if (!checked && check != f.utf8) return state.SkipWithError("differs from the text written");
+        checked = true;
+        check = std::string();
+        benchmark::DoNotOptimize(total);
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(f.utf16Bytes));
+}
+BENCHMARK(BM_ReadUtf16_Icu)->Unit(benchmark::kMillisecond);
+
+}  // namespace
