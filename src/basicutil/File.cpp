@@ -79,6 +79,16 @@ bool interruptedStream(std::FILE* file) noexcept {
     return false;
 }
 
+// Calls f (which returns 0 or -1 with errno) again as long as a signal interrupts it.
+template <typename F>
+int retryInterrupted(F&& f) {
+    int rc;
+    do {
+        rc = f();
+    } while (rc != 0 && errno == EINTR);
+    return rc;
+}
+
 // "e" asks for close-on-exec from both C libraries.
 Str withCloseOnExec(const char* mode) {
     Str m(mode);
@@ -314,29 +324,19 @@ FileStatus FileDescriptor::seek(std::int64_t offset, int whence, std::uint64_t* 
 }
 
 FileStatus FileDescriptor::truncate(std::uint64_t size) {
-    int rc;
-    do {
-        rc = ::ftruncate(_fd, static_cast<off_t>(size));
-    } while (rc != 0 && errno == EINTR);
-    if (rc != 0) return FileStatus::fromErrno("ftruncate", _path);
+    if (retryInterrupted([&] { return ::ftruncate(_fd, static_cast<off_t>(size)); }) != 0)
+        return FileStatus::fromErrno("ftruncate", _path);
     return {};
 }
 
 FileStatus FileDescriptor::sync() {
-    int rc;
-    do {
-        rc = ::fsync(_fd);
-    } while (rc != 0 && errno == EINTR);
-    if (rc != 0) return FileStatus::fromErrno("fsync", _path);
+    if (retryInterrupted([&] { return ::fsync(_fd); }) != 0) return FileStatus::fromErrno("fsync", _path);
     return {};
 }
 
 FileStatus FileDescriptor::syncData() {
-    int rc;
-    do {
-        rc = ::fdatasync(_fd);
-    } while (rc != 0 && errno == EINTR);
-    if (rc != 0) return FileStatus::fromErrno("fdatasync", _path);
+    if (retryInterrupted([&] { return ::fdatasync(_fd); }) != 0)
+        return FileStatus::fromErrno("fdatasync", _path);
     return {};
 }
 
@@ -453,11 +453,8 @@ FileStatus FileStream::flush() {
 
 FileStatus FileStream::sync() {
     if (FileStatus st = flush(); !st) return st;
-    int rc;
-    do {
-        rc = ::fsync(::fileno(_file));
-    } while (rc != 0 && errno == EINTR);
-    if (rc != 0) return FileStatus::fromErrno("fsync", _path);
+    if (retryInterrupted([&] { return ::fsync(::fileno(_file)); }) != 0)
+        return FileStatus::fromErrno("fsync", _path);
     return {};
 }
 

@@ -35,7 +35,7 @@ struct Replacements {
     }
 };
 
-char* putUtf8(char* out, uint32_t cp) noexcept {
+inline char* putUtf8(char* out, uint32_t cp) noexcept {
     if (cp < 0x80) {
         *out++ = static_cast<char>(cp);
     } else if (cp < 0x800) {
@@ -120,6 +120,22 @@ uint32_t unitAt(const unsigned char* p) noexcept {
     return kBigEndian ? (uint32_t{p[0]} << 8) | p[1] : (uint32_t{p[1]} << 8) | p[0];
 }
 
+// A character below U+10000 that is not a surrogate, without a branch on its length: mixed
+// text changes length at random, and a mispredicted branch costs more than the arithmetic. Four
+// bytes are stored; the output bound leaves room for the spare ones.
+inline char* putBmp(char* out, uint32_t u) noexcept {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    const uint32_t two = (0xC0 | (u >> 6)) | ((0x80 | (u & 0x3F)) << 8);
+    const uint32_t three =
+        (0xE0 | (u >> 12)) | ((0x80 | ((u >> 6) & 0x3F)) << 8) | ((0x80 | (u & 0x3F)) << 16);
+    const uint32_t bytes = u < 0x80 ? u : u < 0x800 ? two : three;
+    memcpy(out, &bytes, 4);
+    return out + 1 + (u >= 0x80) + (u >= 0x800);
+#else
+    return putUtf8(out, u);
+#endif
+}
+
 template <bool kBigEndian>
 size_t convertUtf16(const unsigned char* in, size_t n, bool final, size_t* consumed, char* out,
                     const Replacements& bad) noexcept {
@@ -127,22 +143,35 @@ size_t convertUtf16(const unsigned char* in, size_t n, bool final, size_t* consu
     size_t i = 0;
     while (n - i >= 2) {
 #if defined(__SSE2__)
-        // Eight ASCII units at a time: their high bytes are zero and their low bytes below 0x80.
-        const __m128i asciiMask = _mm_set1_epi16(static_cast<short>(kBigEndian ? 0x80FF : 0xFF80));
+        // Eight units at a time: packed when all are ASCII, encoded one by one without a check
+        // when none is a surrogate, and up to the first surrogate otherwise.
+        const __m128i asciiMask = _mm_set1_epi16(static_cast<short>(0xFF80));
+        const __m128i surrogateMask = _mm_set1_epi16(static_cast<short>(0xF800));
+        const __m128i surrogate = _mm_set1_epi16(static_cast<short>(0xD800));
         while (n - i >= 16) {
             __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-            if (_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(v, asciiMask), _mm_setzero_si128())) != 0xFFFF)
-                break;
-            if (kBigEndian) v = _mm_srli_epi16(v, 8);
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(v, v));
-            i += 16;
-            out += 8;
+            if (kBigEndian) v = _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8));
+            if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, asciiMask), _mm_setzero_si128())) ==
+                0xFFFF) {
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(v, v));
+                i += 16;
+                out += 8;
+                continue;
+            }
+            alignas(16) uint16_t units[8];
+            _mm_store_si128(reinterpret_cast<__m128i*>(units), v);
+            const unsigned surrogates = static_cast<unsigned>(
+                _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, surrogateMask), surrogate)));
+            const unsigned plain = surrogates == 0 ? 8 : static_cast<unsigned>(__builtin_ctz(surrogates)) / 2;
+            for (unsigned k = 0; k < plain; ++k) out = putBmp(out, units[k]);
+            i += 2 * plain;
+            if (plain < 8) break;
         }
         if (n - i < 2) break;
 #endif
         const uint32_t unit = unitAt<kBigEndian>(in + i);
         if (unit < 0xD800 || unit > 0xDFFF) {
-            out = putUtf8(out, unit);
+            out = putBmp(out, unit);
             i += 2;
         } else if (unit >= 0xDC00) {  // a low surrogate alone
             out = bad.put(out, in + i);
