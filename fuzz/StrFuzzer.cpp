@@ -5,10 +5,13 @@
 #include <vector>
 
 #include "FuzzReference.h"
+#include "basicutil/Platform.h"
 #include "basicutil/StrEscape.h"
 #include "basicutil/StrParse.h"
+#include "basicutil/StrSearch.h"
 #include "basicutil/StrSplit.h"
 #include "basicutil/StrUtf8.h"
+#include "basicutil/StrUtf8_details.h"
 
 using namespace basicutil;
 
@@ -74,12 +77,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // UTF-8 measures.
     FUZZ_CHECK(mem_count_utf8_codepoints(text.data(), text.size()) == referenceCount(text));
     FUZZ_CHECK(isValidUtf8(segment) == referenceValid(text));
+    // The vector paths against the scalar ones.
+    FUZZ_CHECK(utf8_details::isValidUtf8Scalar(segment) == referenceValid(text));
+    if (platform::cpuHasAvx2()) FUZZ_CHECK(utf8_details::isValidUtf8Avx2(segment) == referenceValid(text));
     for (size_type n : {size_type{0}, size_type{1}, size_type{7}, size_type{17}, size_type{size / 2}}) {
-        StrSegment cut = segment;
+        StrSegment cut = segment, scalar = segment;
         utf8_character_count_truncate(cut, n);
-        FUZZ_CHECK(cut._data == text.data() && cut._len <= text.size());
+        utf8_details::truncateScalar(scalar, n);
+        FUZZ_CHECK(cut._data == text.data() && cut._len <= text.size() && cut._len == scalar._len);
         FUZZ_CHECK(size <= n ? cut._len == size : referenceCount(cut.view()) == n || cut._len == size);
     }
+    const std::size_t lineEnd = text.find_first_of("\r\n");
+    FUZZ_CHECK(findLineEnd(segment) == (lineEnd == std::string_view::npos ? npos : lineEnd));
     size_type start = 0, end = 0;
     if (utf8Substring(segment, 1, 3, start, end)) FUZZ_CHECK(start <= end && end <= size);
 

@@ -91,6 +91,15 @@ long long copyFileRange(int in, int out, std::size_t length) noexcept {
 #endif
 }
 
+bool cpuHasAvx2() noexcept {
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+    static const bool has = __builtin_cpu_supports("avx2");
+    return has;
+#else
+    return false;
+#endif
+}
+
 bool readWallClock(struct timeval& out) noexcept {
     return gettimeofday(&out, nullptr) == 0;
 }

@@ -58,6 +58,10 @@ const char* errorText(int errnum, char* buf, std::size_t len) noexcept;
 // EOPNOTSUPP where it refuses this pair of files: the caller then copies through a buffer.
 [[nodiscard]] long long copyFileRange(int in, int out, std::size_t length) noexcept;
 
+// Whether the processor runs AVX2 code (x86-64 only; asked once). Vector paths that need more
+// than SSE2, which every x86-64 processor has, are chosen by it at run time.
+bool cpuHasAvx2() noexcept;
+
 // One processor pause in a spin loop: it eases the pipeline and the sibling hyperthread.
 inline void cpuPause() noexcept {
 #if defined(__x86_64__) || defined(__i386__)

@@ -41,6 +41,22 @@ inline unsigned equalMask(const char* p, char c) {
 }
 #endif
 
+// Swaps the case of the letters `first` ('A' or 'a') to `first` + 25 in the 16 bytes at p, all
+// of which are below 0x80.
+inline void swapAsciiCase(char* p, char first) {
+#if defined(__SSE2__)
+    const __m128i v = load(p);
+    const __m128i letters = _mm_and_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(static_cast<char>(first - 1))),
+                                          _mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(first + 26))));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
+                     _mm_xor_si128(v, _mm_and_si128(letters, _mm_set1_epi8(0x20))));
+#else
+    for (unsigned i = 0; i < 16; ++i) {
+        if (static_cast<unsigned char>(p[i] - first) < 26) p[i] = static_cast<char>(p[i] ^ 0x20);
+    }
+#endif
+}
+
 // Whether all 16 bytes at p are below 0x80.
 inline bool isAscii(const char* p) {
     return highBits(p) == 0;

@@ -3,34 +3,36 @@
 #include <string>
 
 #include "basicutil/StrBlocks.h"
-#include "basicutil/UnicodeCodepoint.h"
+#include "basicutil/UnicodeCodepointTables.h"
 
 namespace basicutil {
 
 namespace {
 
-// ASCII case in 16-byte blocks while the text is ASCII; false at the first block (or tail byte)
-// that is not, leaving the rest for the Unicode mapper.
-bool asciiCaseInPlace(char* p, char* end, char first) {
-    const auto convert = [first](char& c) {
-        if (static_cast<unsigned char>(c - first) < 26) c = static_cast<char>(c ^ 0x20);
-    };
-    for (; end - p >= blocks::kBlock; p += blocks::kBlock) {
-        if (!blocks::isAscii(p)) return false;
-        for (unsigned i = 0; i < blocks::kBlock; ++i) convert(p[i]);
+// ASCII case in place while the text is ASCII; returns where the first block (or tail byte) that
+// is not begins, leaving the rest for the Unicode mapper.
+size_type asciiCaseInPlace(char* const begin, char* const end, char first) {
+    char* p = begin;
+    for (; end - p >= blocks::kBlock && blocks::isAscii(p); p += blocks::kBlock)
+        blocks::swapAsciiCase(p, first);
+    for (; p < end && static_cast<unsigned char>(*p) < 0x80; ++p) {
+        if (static_cast<unsigned char>(*p - first) < 26) *p = static_cast<char>(*p ^ 0x20);
     }
-    for (; p < end; ++p) {
-        if (static_cast<unsigned char>(*p) >= 0x80) return false;
-        convert(*p);
-    }
-    return true;
+    return static_cast<size_type>(p - begin);
 }
 
 void caseInPlace(Str& s, bool upper) {
-    if (asciiCaseInPlace(s.data(), s.data() + s.size(), upper ? 'a' : 'A')) return;
-    std::string mapped;
-    (upper ? utf8_to_upper : utf8_to_lower)(s.view(), mapped);
-    s.assign(mapped.data(), mapped.size());
+    const size_type done = asciiCaseInPlace(s.data(), s.data() + s.size(), upper ? 'a' : 'A');
+    if (done == s.size()) return;
+    // The rest is mapped into a new string after the converted ASCII prefix.
+    const size_type rest = s.size() - done;
+    Str mapped;
+    mapped.reserve(done + 2 * rest + 16);
+    mapped.append(s.data(), done);
+    char* const out = mapped.appendUninitialized(2 * rest + 16);
+    const std::size_t written = utf8CaseInto(std::string_view(s.data() + done, rest), out, !upper);
+    mapped.resize(done + written);
+    s.swap(mapped);
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 #include "basicutil/StrUtf8.h"
 
 #include "basicutil/Assert.h"
+#include "basicutil/Platform.h"
 #include "basicutil/StrBlocks.h"
+#include "basicutil/StrUtf8_details.h"
 #include "libzero/codepoint-width.h"
 
 namespace basicutil {
@@ -30,7 +32,9 @@ size_type mem_count_utf8_codepoints(const char* bytes, size_type n) noexcept {
     return count;
 }
 
-void utf8_character_count_truncate(StrSegment& view, size_type n) noexcept {
+namespace utf8_details {
+
+void truncateScalar(StrSegment& view, size_type n) noexcept {
     if (view._len <= n) return;
     const char* p = view._data;
     const char* const pend = view._data + view._len;
@@ -44,6 +48,104 @@ void utf8_character_count_truncate(StrSegment& view, size_type n) noexcept {
     }
     if (p > pend) p = pend;  // a last sequence cut off by the end
     view.setEnd(p);
+}
+
+void truncateBlocks(StrSegment& view, size_type n) noexcept {
+    if (view._len <= n) return;
+    const char* p = view._data;
+    const char* const pend = view._data + view._len;
+#if defined(__SSE2__)
+    // Where every continuation byte is one its lead asks for and no lead goes without its own,
+    // stepping from lead to lead counts exactly the bytes that are not continuations: whole
+    // blocks are counted so, and the rest (and any block that breaks the rule) is stepped.
+    const auto range = [](__m128i v, int low, int high) {  // signed bounds, inclusive
+        return _mm_and_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(static_cast<char>(low - 1))),
+                             _mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(high + 1))));
+    };
+    __m128i previousTwo = _mm_setzero_si128(), previousThree = _mm_setzero_si128(),
+            previousFour = _mm_setzero_si128();
+    while (pend - p >= blocks::kBlock) {
+        const __m128i v = blocks::load(p);
+        const __m128i continuation = _mm_cmplt_epi8(v, _mm_set1_epi8(-64));          // 80-BF
+        const __m128i two = _mm_or_si128(range(v, -64, -17), range(v, -16, -12));    // C0-EF, F0-F4
+        const __m128i three = _mm_or_si128(range(v, -32, -17), range(v, -16, -12));  // E0-EF, F0-F4
+        const __m128i four = range(v, -16, -12);                                     // F0-F4
+        // A byte must continue when one, two or three bytes back is a lead that long or longer.
+        const __m128i must = _mm_or_si128(
+            _mm_or_si128(_mm_or_si128(_mm_slli_si128(two, 1), _mm_srli_si128(previousTwo, 15)),
+                         _mm_or_si128(_mm_slli_si128(three, 2), _mm_srli_si128(previousThree, 14))),
+            _mm_or_si128(_mm_slli_si128(four, 3), _mm_srli_si128(previousFour, 13)));
+        if (_mm_movemask_epi8(_mm_xor_si128(must, continuation)) != 0) break;
+        const unsigned leads =
+            static_cast<unsigned>(__builtin_popcount(~_mm_movemask_epi8(continuation) & 0xFFFF));
+        if (leads >= n) break;
+        n -= leads;
+        p += blocks::kBlock;
+        previousTwo = two;
+        previousThree = three;
+        previousFour = four;
+    }
+    // Back to the lead of a character that reaches past the blocks counted (it was counted, but
+    // what follows it was not checked against it).
+    for (size_type back = 1; back <= 3 && p - back >= view._data; ++back) {
+        const auto b = static_cast<unsigned char>(p[-static_cast<std::ptrdiff_t>(back)]);
+        if ((b & 0xC0) == 0x80) continue;
+        if (utf8SequenceLength(b) > back) {
+            p -= back;
+            ++n;
+        }
+        break;
+    }
+#endif
+    StrSegment rest(p, static_cast<size_type>(pend - p));
+    truncateScalar(rest, n);
+    view.setEnd(rest.end());
+}
+
+bool isValidUtf8Scalar(StrSegment s) noexcept {
+    const auto* p = reinterpret_cast<const unsigned char*>(s._data);
+    const auto* const end = p + s._len;
+    while (p < end) {
+        if (end - p >= blocks::kBlock && blocks::isAscii(reinterpret_cast<const char*>(p))) {
+            p += blocks::kBlock;
+            continue;
+        }
+        const unsigned char lead = *p;
+        if (lead < 0x80) {
+            ++p;
+            continue;
+        }
+        unsigned n;
+        unsigned char low = 0x80, high = 0xBF;  // bounds of the second byte
+        if (lead >= 0xC2 && lead <= 0xDF)
+            n = 2;
+        else if (lead >= 0xE0 && lead <= 0xEF)
+            n = 3;
+        else if (lead >= 0xF0 && lead <= 0xF4)
+            n = 4;
+        else
+            return false;
+        if (lead == 0xF0) low = 0x90;
+        if (lead == 0xF4) high = 0x8F;
+        if (end - p < n) return false;
+        if (p[1] < low || p[1] > high) return false;
+        for (unsigned k = 2; k < n; ++k)
+            if ((p[k] & 0xC0) != 0x80) return false;
+        p += n;
+    }
+    return true;
+}
+
+}  // namespace utf8_details
+
+void utf8_character_count_truncate(StrSegment& view, size_type n) noexcept {
+    utf8_details::truncateBlocks(view, n);
+}
+
+bool isValidUtf8(StrSegment s) noexcept {
+    // The vector path pays once a text is a few blocks long.
+    if (s._len >= 128 && platform::cpuHasAvx2()) return utf8_details::isValidUtf8Avx2(s);
+    return utf8_details::isValidUtf8Scalar(s);
 }
 
 size_type utf8DisplayWidth(StrSegment s) noexcept {
@@ -87,40 +189,6 @@ bool utf8Substring(StrSegment s, size_type first, size_type count, size_type& st
         for (size_type k = 0; k < count && i < s._len; ++k)
             i += utf8SequenceLength(static_cast<unsigned char>(s._data[i]));
         end = i < s._len ? i : s._len;
-    }
-    return true;
-}
-
-bool isValidUtf8(StrSegment s) noexcept {
-    const auto* p = reinterpret_cast<const unsigned char*>(s._data);
-    const auto* const end = p + s._len;
-    while (p < end) {
-        if (end - p >= blocks::kBlock && blocks::isAscii(reinterpret_cast<const char*>(p))) {
-            p += blocks::kBlock;
-            continue;
-        }
-        const unsigned char lead = *p;
-        if (lead < 0x80) {
-            ++p;
-            continue;
-        }
-        unsigned n;
-        unsigned char low = 0x80, high = 0xBF;  // bounds of the second byte
-        if (lead >= 0xC2 && lead <= 0xDF)
-            n = 2;
-        else if (lead >= 0xE0 && lead <= 0xEF)
-            n = 3;
-        else if (lead >= 0xF0 && lead <= 0xF4)
-            n = 4;
-        else
-            return false;
-        if (lead == 0xF0) low = 0x90;
-        if (lead == 0xF4) high = 0x8F;
-        if (end - p < n) return false;
-        if (p[1] < low || p[1] > high) return false;
-        for (unsigned k = 2; k < n; ++k)
-            if ((p[k] & 0xC0) != 0x80) return false;
-        p += n;
     }
     return true;
 }

@@ -1,6 +1,11 @@
 #include "basicutil/UnicodeCodepoint.h"
 
 #include <cctype>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "basicutil/Assert.h"
 #include "basicutil/UnicodeCodepointTables.h"
@@ -43,7 +48,7 @@ std::uint32_t utf8bytes_to_codepoint(std::uint32_t u) noexcept {
 namespace {
 // The codepoint of a packed value, without range checks: for indexing only. Values past the last
 // valid one land in the last block.
-std::uint32_t codepointOfPacked(std::uint32_t u) {
+inline std::uint32_t codepointOfPacked(std::uint32_t u) {
     std::uint32_t cp;
     if (u <= 0xFFFF)
         cp = ((u >> 2) & 0x7C0) | (u & 0x3F);
@@ -76,34 +81,33 @@ unsigned propertyRangeIndex(std::uint32_t utf8bytes) {
     return m - 1;
 }
 
-// Text tends to stay within one range (a script's lower-case letters, the CJK block): the range
-// of the last lookup answers the next one when it can.
-class PropertyRangeCache {
-  public:
-    std::uint32_t flags(std::uint32_t utf8bytes) {
-        if (utf8bytes - _start >= _span) {
-            const unsigned i = propertyRangeIndex(utf8bytes);
-            _start = unicode_property_ranges[i].utf8bytes;
-            _span = unicode_property_ranges[i + 1].utf8bytes - _start;
-            _flags = unicode_property_ranges[i].flags;
-        }
-        return _flags;
-    }
+}  // namespace
 
-  private:
-    std::uint32_t _start = 0, _span = 0, _flags = 0;
-};
+std::uint32_t unicodeFlagsBySearch(std::uint32_t utf8bytes) noexcept {
+    return unicode_property_ranges[propertyRangeIndex(utf8bytes)].flags;
+}
 
+namespace {
+// Whether a packed value is one that codepoint_to_utf8bytes makes: its flags can then come from
+// the two-stage table. Other values (a continuation byte out of place, an overlong form) keep
+// the answer of the range search, which places them between their neighbours.
+bool isPackedCodepoint(std::uint32_t u) {
+    if (u <= 0xDFBF) return (u & 0xC0) == 0x80;
+    if (u <= 0xEFBFBF) return u >= 0xE0A080 && (u & 0xC0C0) == 0x8080;
+    return u >= 0xF0908080 && u <= 0xF48FBFBF && (u & 0xC0C0C0) == 0x808080;
+}
 }  // namespace
 
 std::uint32_t flags_from_utf8bytes(std::uint32_t utf8bytes) noexcept {
     VESTRA_ASSERT(utf8bytes >= 0xC280);
-    return unicode_property_ranges[propertyRangeIndex(utf8bytes)].flags;
+    if (isPackedCodepoint(utf8bytes)) return unicodeFlagsOf(codepointOfPacked(utf8bytes));
+    return unicodeFlagsBySearch(utf8bytes);
 }
 
 std::uint32_t flags_from_cp(std::uint32_t _cp) noexcept {
     VESTRA_ASSERT(_cp >= 0x80);
-    return flags_from_utf8bytes(codepoint_to_utf8bytes(_cp));
+    if (_cp > 0x10FFFF) return flags_from_utf8bytes(codepoint_to_utf8bytes(_cp));  // which asserts
+    return unicodeFlagsOf(_cp);
 }
 
 namespace {
@@ -113,11 +117,12 @@ std::uint32_t caseClass(std::uint32_t flags) {
 }
 
 // The other case of a packed value, or the value itself when `from` is not its case.
-std::uint32_t mapPacked(std::uint32_t packed, std::uint32_t flags, std::uint32_t from, bool toLower) {
+// Written as selections, not branches: in mixed text the case changes from letter to letter.
+inline std::uint32_t mapPacked(std::uint32_t packed, std::uint32_t flags, std::uint32_t from, bool toLower) {
     const std::uint32_t cls = caseClass(flags);
-    if (cls == from) return packed ^ (flags & UNICODE_CASE_DELTA_MASK);
-    if (cls == UNICODE_CASE_ALTERNATING) return toLower ? (packed | 1) : (packed & ~std::uint32_t{1});
-    return packed;
+    const std::uint32_t delta = cls == from ? flags & UNICODE_CASE_DELTA_MASK : 0;
+    const std::uint32_t alternate = toLower ? (packed | 1) : (packed & ~std::uint32_t{1});
+    return cls == UNICODE_CASE_ALTERNATING ? alternate : packed ^ delta;
 }
 
 std::uint32_t mapCodepoint(std::uint32_t cp, bool toLower) {
@@ -284,33 +289,6 @@ inline Sequence sequenceAt(std::string_view src, std::size_t i) {
     return sequenceAt(src.data() + i, src.data() + src.size());
 }
 
-// Blocks of 256 codepoints in which no letter has a case: text there is copied, not looked up.
-class UncasedBlocks {
-  public:
-    UncasedBlocks() {
-        for (std::uint32_t block = 0; block < kBlocks; ++block) {
-            bool cased = false;
-            for (unsigned r = unicode_property_block_index[block];
-                 r <= unicode_property_block_index[block + 1]; ++r)
-                cased = cased || (unicode_property_ranges[r].flags & UNICODE_CASE_MASK) != 0;
-            if (!cased) _bits[block / 64] |= std::uint64_t{1} << (block % 64);
-        }
-    }
-    bool contains(std::uint32_t utf8bytes) const {
-        const std::uint32_t block = codepointOfPacked(utf8bytes) >> 8;
-        return (_bits[block / 64] >> (block % 64)) & 1;
-    }
-
-  private:
-    static constexpr std::uint32_t kBlocks = 0x1100;
-    std::uint64_t _bits[kBlocks / 64] = {};
-};
-
-const UncasedBlocks& uncasedBlocks() {
-    static const UncasedBlocks blocks;
-    return blocks;
-}
-
 char* writePacked(char* out, std::uint32_t packed) {
     if (packed > 0xFFFFFF) *out++ = static_cast<char>(packed >> 24);
     if (packed > 0xFFFF) *out++ = static_cast<char>(packed >> 16);
@@ -319,31 +297,184 @@ char* writePacked(char* out, std::uint32_t packed) {
     return out;
 }
 
-void convertCase(std::string_view src, std::string& dst, bool toLower) {
-    // A sequence of two or more bytes maps to at most four, and ASCII to one: twice the input
-    // always suffices, so the loop writes without checks and the string is cut to size after.
-    dst.resize(2 * src.size());
-    char* out = dst.data();
+// The bytes of a well-formed sequence, stored as one word when the machine allows: the output
+// has room for the spare bytes.
+char* writeSequence(char* out, std::uint32_t packed, unsigned length) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    const std::uint32_t bytes = __builtin_bswap32(packed << (8 * (4 - length)));
+    std::memcpy(out, &bytes, 4);
+    return out + length;
+#else
+    static_cast<void>(length);
+    return writePacked(out, packed);
+#endif
+}
+
+// The bytes that may begin a character with a case, found from the tables once: lead bytes whose
+// codepoints reach a cased block. Every other byte (continuation bytes, leads of CJK, Hangul,
+// Arabic...) passes through case conversion as it is, well-formed or not. The set is also kept
+// as at most eight ranges, for testing sixteen bytes at a time.
+class CasedLeads {
+  public:
+    CasedLeads() {
+        for (unsigned lead = 0xC2; lead <= 0xF4; ++lead) {
+            std::uint32_t first, count;
+            if (lead < 0xE0) {
+                first = (lead & 0x1F) << 6, count = 1 << 6;
+            } else if (lead < 0xF0) {
+                first = (lead & 0x0F) << 12, count = 1 << 12;
+            } else {
+                first = (lead & 0x07) << 18, count = 1 << 18;
+            }
+            for (std::uint32_t cp = first; cp < first + count && cp <= 0x10FFFF;
+                 cp += 1u << kUnicodeStageShift) {
+                if (unicode_property_stage1[cp >> kUnicodeStageShift] >= unicode_first_cased_block) {
+                    _cased[lead] = true;
+                    break;
+                }
+            }
+        }
+        for (unsigned b = 0x80; b <= 0xFF; ++b) {
+            if (!_cased[b] || _cased[b - 1]) continue;
+            unsigned last = b;
+            while (last < 0xFF && _cased[last + 1]) ++last;
+            VESTRA_ASSERT(_ranges < kMaxRanges);
+#if defined(__SSE2__)
+            // Unsigned bounds as signed ones (the top bit flipped), exclusive.
+            _below[_ranges] = _mm_set1_epi8(static_cast<char>((b ^ 0x80) - 1));
+            _above[_ranges] = _mm_set1_epi8(static_cast<char>((last ^ 0x80) + 1));
+#endif
+            ++_ranges;
+        }
+    }
+    bool contains(unsigned char b) const {
+        return _cased[b];
+    }
+#if defined(__SSE2__)
+    // Bit i set where v's byte i may begin a cased character.
+    unsigned positions(__m128i v) const {
+        const __m128i x = _mm_xor_si128(v, _mm_set1_epi8(static_cast<char>(0x80)));
+        __m128i hit = _mm_setzero_si128();
+        for (unsigned r = 0; r < _ranges; ++r) {
+            hit =
+                _mm_or_si128(hit, _mm_and_si128(_mm_cmpgt_epi8(x, _below[r]), _mm_cmplt_epi8(x, _above[r])));
+        }
+        return static_cast<unsigned>(_mm_movemask_epi8(hit));
+    }
+#endif
+
+  private:
+    static constexpr unsigned kMaxRanges = 8;
+    bool _cased[256] = {};
+#if defined(__SSE2__)
+    __m128i _below[kMaxRanges], _above[kMaxRanges];
+#endif
+    unsigned _ranges = 0;
+};
+
+const CasedLeads& casedLeads() {
+    static const CasedLeads leads;
+    return leads;
+}
+
+}  // namespace
+
+namespace {
+
+// One character at in[i] (a byte that may begin a cased one) mapped: its bytes in, its bytes out.
+struct Mapped {
+    std::uint32_t packed;  // what to write
+    unsigned length;       // bytes to write
+    unsigned consumed;     // bytes read
+};
+
+inline Mapped mapCased(const char* in, std::size_t i, std::size_t n, std::uint32_t from, bool toLower) {
+    const auto lead = static_cast<unsigned char>(in[i]);
+    const auto next = static_cast<unsigned char>(i + 1 < n ? in[i + 1] : 0);
+    Sequence s;
+    std::uint32_t cp;
+    if (lead <= 0xDF && (next & 0xC0) == 0x80) {  // the common two bytes
+        s = {(std::uint32_t{lead} << 8) | next, 2, true};
+        cp = ((lead & 0x1Fu) << 6) | (next & 0x3Fu);
+    } else {
+        s = sequenceAt(in + i, in + n);
+        if (!s.wellFormed) return {lead, 1, 1};
+        cp = codepointOfPacked(s.packed);
+    }
+    const unsigned block = unicode_property_stage1[cp >> kUnicodeStageShift];
+    if (block < unicode_first_cased_block) return {s.packed, s.length, s.length};
+    const std::uint32_t flags =
+        unicode_property_stage2[(block << kUnicodeStageShift) | (cp & ((1u << kUnicodeStageShift) - 1))];
+    const std::uint32_t mapped = mapPacked(s.packed, flags, from, toLower);
+    // The mapped value's length from its highest byte: U+0250 grows, U+0130 shrinks.
+    return {mapped, (39 - static_cast<unsigned>(__builtin_clz(mapped))) / 8, s.length};
+}
+
+}  // namespace
+
+std::size_t utf8CaseInto(std::string_view src, char* out, bool toLower) noexcept {
+    char* const start = out;
+    const char* const in = src.data();
+    const std::size_t n = src.size();
     const std::uint32_t from = toLower ? UNICODE_CASE_UPPER : UNICODE_CASE_LOWER;
     const char first = toLower ? 'A' : 'a';
-    PropertyRangeCache properties;
-    const UncasedBlocks& uncased = uncasedBlocks();
-    for (std::size_t i = 0; i < src.size();) {
-        for (char c; i < src.size() && static_cast<unsigned char>(c = src[i]) < 0x80; ++i) {
-            *out++ = static_cast<unsigned char>(c - first) < 26 ? static_cast<char>(c ^ 0x20) : c;
+    const CasedLeads& cased = casedLeads();
+    std::size_t i = 0;
+#if defined(__SSE2__)
+    // Sixteen bytes at a time: ASCII letters swapped and every other byte copied in one store;
+    // then the bytes that may begin a cased character are mapped over their own copies, jumping
+    // from one to the next. Bytes at or above 0x80 are negative as signed values, so they are
+    // never taken for letters. A character whose mapping changes its length ends the block: the
+    // bytes after it move.
+    const __m128i below = _mm_set1_epi8(static_cast<char>(first - 1));
+    const __m128i above = _mm_set1_epi8(static_cast<char>(first + 26));
+    const __m128i flip = _mm_set1_epi8(0x20);
+    while (n - i >= 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+        const __m128i letters = _mm_and_si128(_mm_cmpgt_epi8(v, below), _mm_cmplt_epi8(v, above));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_xor_si128(v, _mm_and_si128(letters, flip)));
+        char* const base = out - i;  // where input position p goes while lengths stay equal
+        std::size_t next = i + 16;
+        char* moved = nullptr;
+        for (unsigned stop = cased.positions(v); stop != 0; stop &= stop - 1) {
+            const std::size_t j = i + static_cast<unsigned>(__builtin_ctz(stop));
+            const Mapped m = mapCased(in, j, n, from, toLower);
+            if (m.consumed > 1) writePacked(base + j, m.packed);  // one byte: copied as it was
+            if (j + m.consumed > next) next = j + m.consumed;
+            if (m.length != m.consumed) {
+                next = j + m.consumed;
+                moved = base + j + m.length;
+                break;
+            }
         }
-        if (i == src.size()) break;
-        const Sequence s = sequenceAt(src, i);
-        if (s.wellFormed && !uncased.contains(s.packed)) {
-            out = writePacked(out, mapPacked(s.packed, properties.flags(s.packed), from, toLower));
-        } else if (s.wellFormed) {
-            out = writePacked(out, s.packed);
-        } else {
-            *out++ = src[i];
-        }
-        i += s.length;
+        out = moved != nullptr ? moved : base + next;
+        i = next;
     }
-    dst.resize(static_cast<std::size_t>(out - dst.data()));
+#endif
+    while (i < n) {
+        const char c = in[i];
+        if (static_cast<unsigned char>(c) < 0x80) {
+            *out++ = static_cast<unsigned char>(c - first) < 26 ? static_cast<char>(c ^ 0x20) : c;
+            ++i;
+        } else if (!cased.contains(static_cast<unsigned char>(c))) {
+            *out++ = c;
+            ++i;
+        } else {
+            const Mapped m = mapCased(in, i, n, from, toLower);
+            out = writeSequence(out, m.packed, m.length);
+            i += m.consumed;
+        }
+    }
+    return static_cast<std::size_t>(out - start);
+}
+
+namespace {
+
+void convertCase(std::string_view src, std::string& dst, bool toLower) {
+    // A sequence of two or more bytes maps to at most four, and ASCII to one: twice the input
+    // always suffices, so the conversion writes without checks and the string is cut after.
+    dst.resize(2 * src.size() + 16);
+    dst.resize(utf8CaseInto(src, dst.data(), toLower));
 }
 
 std::uint32_t foldForComparison(const Sequence& s) {

@@ -9,7 +9,7 @@ uint32_t rangeStart(uint32_t entry) {
 }
 }  // namespace
 
-extern "C" int codepoint_width(uint32_t cp) noexcept {
+extern "C" int codepoint_width_by_search(uint32_t cp) noexcept {
     if (cp < 0x80) return cp >= 0x20 ? 1 : 0;
     if (cp > 0x10FFFF) return 0;
     // The last entry whose range starts at or before cp, searched among the few entries of its

@@ -2,6 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+#include <string>
+
+#include "basicutil/Platform.h"
+#include "basicutil/StrUtf8_details.h"
+
 namespace basicutil {
 namespace {
 
@@ -87,6 +93,62 @@ TEST(StrUtf8Test, EncodingWithSet) {
         char buffer[4];
         const unsigned n = _set(buffer, c.cp);
         EXPECT_EQ(std::string(buffer, n), c.bytes) << std::hex << c.cp;
+    }
+}
+
+}  // namespace
+}  // namespace basicutil
+
+namespace basicutil {
+namespace {
+
+// The vector paths against the scalar ones: every length 0..300 at every alignment within 32
+// bytes, then with a bad byte at every position of every length.
+TEST(StrUtf8Test, VectorPathsAgreeWithTheScalarOnes) {
+    std::string text;
+    std::mt19937 rng(17);
+    const char* const pieces[] = {"a",
+                                  "plain words ",
+                                  "\xC3\xA9",
+                                  "\xD0\x96",
+                                  "\xE4\xB8\xAD",
+                                  "\xF0\x9F\x98\x80",
+                                  "\xE0\x80\x80",
+                                  "\xED\xA0\x80",
+                                  "\xF4\x8F\xBF\xBF",
+                                  "\n"};
+    while (text.size() < 340) text += pieces[rng() % std::size(pieces)];
+    const bool avx2 = platform::cpuHasAvx2();
+    std::string buffer(400, '\0');
+    const auto check = [&](const char* data, std::size_t length) {
+        const StrSegment s(data, length);
+        const bool valid = utf8_details::isValidUtf8Scalar(s);
+        if (avx2) {
+            ASSERT_EQ(utf8_details::isValidUtf8Avx2(s), valid) << length;
+        }
+        ASSERT_EQ(isValidUtf8(s), valid) << length;
+        for (size_type n :
+             {size_type{0}, size_type{1}, length / 3, length / 2, length - length / 8, length}) {
+            StrSegment a = s, b = s;
+            utf8_details::truncateScalar(a, n);
+            utf8_details::truncateBlocks(b, n);
+            ASSERT_EQ(a._len, b._len) << "length " << length << " n " << n;
+        }
+    };
+    for (std::size_t length = 0; length <= 300; ++length) {
+        for (std::size_t align = 0; align < 32; ++align) {
+            text.copy(buffer.data() + align, length);
+            check(buffer.data() + align, length);
+        }
+    }
+    const unsigned char bad[] = {0x80, 0xBF, 0xC0, 0xC2, 0xE0, 0xED, 0xF0, 0xF4, 0xF5, 0xFF, 'x'};
+    std::string broken;
+    for (std::size_t length = 1; length <= 300; ++length) {
+        for (std::size_t at = 0; at < length; ++at) {
+            broken.assign(text, 0, length);
+            broken[at] = static_cast<char>(bad[(at + length) % sizeof bad]);
+            check(broken.data(), length);
+        }
     }
 }
 

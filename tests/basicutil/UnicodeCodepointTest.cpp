@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 
+#include "basicutil/StrUtf8.h"
 #include "basicutil/UnicodeCodepointTables.h"
 
 namespace basicutil {
@@ -23,6 +25,24 @@ TEST(UnicodeCodepointTest, PropertyTableShape) {
     EXPECT_EQ(byCase[2], 291);
     EXPECT_EQ(byCase[3], 37);
     EXPECT_EQ(unicode_property_ranges[kUnicodePropertyRangeCount].utf8bytes, 0xFFFFFFFFu);
+}
+
+// The two-stage table answers exactly as the range search, for every codepoint; and a block
+// numbered as uncased holds no cased letter.
+TEST(UnicodeCodepointTest, TwoStageTableAgreesWithTheRanges) {
+    for (std::uint32_t cp = 0x80; cp <= 0x10FFFF; ++cp) {
+        const std::uint32_t expected = unicodeFlagsBySearch(codepoint_to_utf8bytes(cp));
+        ASSERT_EQ(unicodeFlagsOf(cp), expected) << std::hex << cp;
+        ASSERT_EQ(flags_from_cp(cp), expected) << std::hex << cp;
+        if (unicode_property_stage1[cp >> kUnicodeStageShift] < unicode_first_cased_block) {
+            ASSERT_EQ(expected & UNICODE_CASE_MASK, 0u) << std::hex << cp;
+        }
+    }
+    // Values that are no codepoint's packing keep the search's answer.
+    for (std::uint32_t packed :
+         {0xC2C0u, 0xC2FFu, 0xE08080u, 0xE0BFC0u, 0xF0808080u, 0xF4908080u, 0xF0A0C0BFu}) {
+        EXPECT_EQ(flags_from_utf8bytes(packed), unicodeFlagsBySearch(packed)) << std::hex << packed;
+    }
 }
 
 TEST(UnicodeCodepointTest, PropertySpotChecks) {
@@ -171,6 +191,81 @@ TEST(UnicodeCodepointTest, TextCaseConversion) {
         EXPECT_EQ(out, c.upper);
         utf8_to_lower(c.text, out);
         EXPECT_EQ(out, c.lower);
+    }
+}
+
+// Every codepoint, with ASCII runs of every length between them, converted as one text: the same
+// as mapping each character on its own.
+TEST(UnicodeCodepointTest, TextCaseConversionOfEveryCodepoint) {
+    std::string text, upper, lower;
+    const auto put = [](std::string& s, std::uint32_t cp) {
+        char bytes[4];
+        if (cp < 0x80) {
+            s.push_back(static_cast<char>(cp));
+        } else {
+            s.append(bytes, _set(bytes, cp));
+        }
+    };
+    const std::string ascii = "The Quick Brown Fox Jumps Over The Lazy Dog 0123456789 @[`{";
+    for (std::uint32_t cp = 0x80; cp <= 0x10FFFF; ++cp) {
+        put(text, cp);
+        put(upper, codepoint_to_upper(cp));
+        put(lower, codepoint_to_lower(cp));
+        if (cp % 97 == 0) {
+            const std::string run = ascii.substr(0, cp % ascii.size());
+            text += run;
+            for (char c : run) {
+                put(upper, codepoint_to_upper(static_cast<unsigned char>(c)));
+                put(lower, codepoint_to_lower(static_cast<unsigned char>(c)));
+            }
+        }
+    }
+    std::string out;
+    utf8_to_upper(text, out);
+    EXPECT_TRUE(out == upper);
+    utf8_to_lower(text, out);
+    EXPECT_TRUE(out == lower);
+}
+
+// Long texts with malformed bytes anywhere, against the rule applied one character at a time:
+// ASCII by the ASCII rule, a well-formed sequence by its codepoint's mapping, any other byte as
+// it is.
+TEST(UnicodeCodepointTest, TextCaseConversionWithMalformedBytes) {
+    const char* const pieces[] = {
+        "a",        "Z",        " ",        "\xC3\xA9",     "\xC3\x89",     "\xD0\x96",
+        "\xD1\x91", "\xC9\x90", "\xC4\xB0", "\xE4\xB8\xAD", "\xEA\xB5\xAD", "\xF0\x90\x90\xA8",
+        "\x80",     "\xC3",     "\xE2\x82", "\xF0\x9F",     "\xED\xA0\x80", "\xE0\x80\x80",
+        "\xFF",     "\xC0\xAF"};
+    std::mt19937 rng(23);
+    for (int round = 0; round < 200; ++round) {
+        std::string text;
+        const std::size_t length = rng() % 300;
+        while (text.size() < length) text += pieces[rng() % std::size(pieces)];
+        for (bool toLower : {false, true}) {
+            std::string expected;
+            for (std::size_t i = 0; i < text.size();) {
+                std::string_view view(text.data() + i, text.size() - i);
+                std::uint32_t cp;
+                const auto c = static_cast<unsigned char>(text[i]);
+                if (c >= 0x80 && decode_next_codepoint(view, cp)) {
+                    const std::uint32_t mapped = toLower ? codepoint_to_lower(cp) : codepoint_to_upper(cp);
+                    char bytes[4];
+                    if (mapped < 0x80) {
+                        expected.push_back(static_cast<char>(mapped));
+                    } else {
+                        expected.append(bytes, _set(bytes, mapped));
+                    }
+                    i = text.size() - view.size();
+                } else {
+                    const std::uint32_t mapped = toLower ? codepoint_to_lower(c) : codepoint_to_upper(c);
+                    expected.push_back(static_cast<char>(c < 0x80 ? mapped : c));
+                    ++i;
+                }
+            }
+            std::string out;
+            (toLower ? utf8_to_lower : utf8_to_upper)(text, out);
+            ASSERT_EQ(out, expected) << "round " << round << (toLower ? " lower" : " upper");
+        }
     }
 }
 

@@ -27,6 +27,13 @@ TEST(CodepointWidthTest, TableShape) {
     EXPECT_EQ(codepoint_width_table[CODEPOINT_WIDTH_TABLE_ENTRIES], 0x1FFFFFu);
 }
 
+// The two-stage table answers exactly as the range search, for every value up to past the end.
+TEST(CodepointWidthTest, TwoStageTableAgreesWithTheRanges) {
+    for (uint32_t cp = 0; cp <= 0x110100; ++cp)
+        ASSERT_EQ(codepoint_width(cp), codepoint_width_by_search(cp)) << cp;
+    EXPECT_EQ(codepoint_width(0xFFFFFFFFu), 0);
+}
+
 // Rows that tell the generation rule from its near misses: zero wins over wide, reserved
 // codepoints listed as wide count, First/Last blocks are not expanded, Hangul jamo are zero.
 TEST(CodepointWidthTest, SpotChecks) {
