@@ -2,7 +2,9 @@
 
 #include <cstring>
 
+#include "basicutil/Platform.h"
 #include "basicutil/StrBlocks.h"
+#include "basicutil/StrSearch_details.h"
 
 namespace basicutil {
 
@@ -88,7 +90,9 @@ size_type lineCount(StrSegment s) noexcept {
     return count;
 }
 
-size_type findLineEnd(StrSegment s, size_type pos) noexcept {
+namespace search_details {
+
+size_type findLineEndSse2(StrSegment s, size_type pos) noexcept {
     if (pos >= s._len) return npos;
     const char* p = s._data + pos;
     const char* const end = s.end();
@@ -111,6 +115,15 @@ size_type findLineEnd(StrSegment s, size_type pos) noexcept {
     for (; p < end; ++p)
         if (*p == '\n' || *p == '\r') return static_cast<size_type>(p - s._data);
     return npos;
+}
+
+}  // namespace search_details
+
+size_type findLineEnd(StrSegment s, size_type pos) noexcept {
+    // The wider path pays once the text is a few of its tests long.
+    if (pos < s._len && s._len - pos >= 256 && platform::cpuHasAvx2())
+        return search_details::findLineEndAvx2(s, pos);
+    return search_details::findLineEndSse2(s, pos);
 }
 
 }  // namespace basicutil

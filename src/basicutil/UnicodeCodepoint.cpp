@@ -340,9 +340,8 @@ class CasedLeads {
             while (last < 0xFF && _cased[last + 1]) ++last;
             VESTRA_ASSERT(_ranges < kMaxRanges);
 #if defined(__SSE2__)
-            // Unsigned bounds as signed ones (the top bit flipped), exclusive.
-            _below[_ranges] = _mm_set1_epi8(static_cast<char>((b ^ 0x80) - 1));
-            _above[_ranges] = _mm_set1_epi8(static_cast<char>((last ^ 0x80) + 1));
+            _low[_ranges] = _mm_set1_epi8(static_cast<char>(b));
+            _span[_ranges] = _mm_set1_epi8(static_cast<char>(last - b));
 #endif
             ++_ranges;
         }
@@ -353,13 +352,13 @@ class CasedLeads {
 #if defined(__SSE2__)
     // Bit i set where v's byte i may begin a cased character.
     unsigned positions(__m128i v) const {
-        const __m128i x = _mm_xor_si128(v, _mm_set1_epi8(static_cast<char>(0x80)));
-        __m128i hit = _mm_setzero_si128();
+        // b is in [low, low + span] when (b - low) saturated down by span is 0; the smallest of
+        // those over all ranges is 0 where any range holds b.
+        __m128i distance = _mm_set1_epi8(static_cast<char>(0xFF));
         for (unsigned r = 0; r < _ranges; ++r) {
-            hit =
-                _mm_or_si128(hit, _mm_and_si128(_mm_cmpgt_epi8(x, _below[r]), _mm_cmplt_epi8(x, _above[r])));
+            distance = _mm_min_epu8(distance, _mm_subs_epu8(_mm_sub_epi8(v, _low[r]), _span[r]));
         }
-        return static_cast<unsigned>(_mm_movemask_epi8(hit));
+        return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(distance, _mm_setzero_si128())));
     }
 #endif
 
@@ -367,7 +366,7 @@ class CasedLeads {
     static constexpr unsigned kMaxRanges = 8;
     bool _cased[256] = {};
 #if defined(__SSE2__)
-    __m128i _below[kMaxRanges], _above[kMaxRanges];
+    __m128i _low[kMaxRanges], _span[kMaxRanges];
 #endif
     unsigned _ranges = 0;
 };
@@ -438,6 +437,20 @@ std::size_t utf8CaseInto(std::string_view src, char* out, bool toLower) noexcept
         char* moved = nullptr;
         for (unsigned stop = cased.positions(v); stop != 0; stop &= stop - 1) {
             const std::size_t j = i + static_cast<unsigned>(__builtin_ctz(stop));
+            // Two bytes that stay two bytes, the common case, without a branch on the block.
+            const auto lead = static_cast<unsigned char>(in[j]);
+            const auto second = static_cast<unsigned char>(j + 1 < n ? in[j + 1] : 0);
+            if (lead <= 0xDF && (second & 0xC0) == 0x80) {
+                const std::uint32_t cp = ((lead & 0x1Fu) << 6) | (second & 0x3Fu);
+                const std::uint32_t mapped =
+                    mapPacked((std::uint32_t{lead} << 8) | second, unicodeFlagsOf(cp), from, toLower);
+                if (mapped - 0xC280 <= 0xDFBF - 0xC280) {
+                    base[j] = static_cast<char>(mapped >> 8);
+                    base[j + 1] = static_cast<char>(mapped);
+                    if (j + 2 > next) next = j + 2;
+                    continue;
+                }
+            }
             const Mapped m = mapCased(in, j, n, from, toLower);
             if (m.consumed > 1) writePacked(base + j, m.packed);  // one byte: copied as it was
             if (j + m.consumed > next) next = j + m.consumed;

@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
+#include "basicutil/Platform.h"
+#include "basicutil/StrSearch_details.h"
+
 namespace basicutil {
 namespace {
 
@@ -31,6 +36,39 @@ TEST(StrSearchTest, SearchingAndCounting) {
     EXPECT_EQ(findLineEnd(StrSegment(longLine), 39), npos);
     EXPECT_TRUE(hasNonAscii(StrSegment(std::string(33, 'a') + "\xC3\xA9")));
     EXPECT_FALSE(hasNonAscii(StrSegment(std::string(33, 'a'))));
+}
+
+// The vector paths find the first line end exactly as a byte loop does: every length up to 300,
+// every alignment within 32 bytes, "\n" or "\r" at every position, and every starting offset.
+TEST(StrSearchTest, LineEndVectorPathsAgree) {
+    std::string buffer(400, 'x');
+    const bool avx2 = platform::cpuHasAvx2();
+    for (std::size_t length = 0; length <= 300; ++length) {
+        for (std::size_t at = 0; at <= length; ++at) {
+            const std::size_t align = (length + at) % 32;
+            std::fill(buffer.begin(), buffer.end(), '\xC3');
+            if (at < length) buffer[align + at] = (at & 1) != 0 ? '\n' : '\r';
+            if (at + 7 < length) buffer[align + at + 7] = '\n';  // a later one must not win
+            const StrSegment s(buffer.data() + align, length);
+            for (size_type pos :
+                 {size_type{0}, size_type{1}, static_cast<size_type>(at), static_cast<size_type>(length)}) {
+                size_type expected = npos;
+                for (size_type i = pos; i < length; ++i) {
+                    if (s[i] == '\n' || s[i] == '\r') {
+                        expected = i;
+                        break;
+                    }
+                }
+                ASSERT_EQ(findLineEnd(s, pos), expected) << length << " " << at << " " << pos;
+                ASSERT_EQ(search_details::findLineEndSse2(s, pos), expected)
+                    << length << " " << at << " " << pos;
+                if (avx2) {
+                    ASSERT_EQ(search_details::findLineEndAvx2(s, pos), expected)
+                        << length << " " << at << " " << pos;
+                }
+            }
+        }
+    }
 }
 
 }  // namespace

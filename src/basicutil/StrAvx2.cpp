@@ -1,3 +1,5 @@
+// The string routines' AVX2 paths, chosen at run time where the processor has AVX2.
+//
 // UTF-8 validity 32 bytes at a time: each byte is judged with the one before it through three
 // 16-entry lookup tables (the high nibble of the previous byte, its low nibble, the high nibble
 // of this byte), whose AND is non-zero exactly where the pair is wrong; bytes that must be the
@@ -5,6 +7,7 @@
 // this library's rules: three-byte forms are not checked past their lead, so overlong forms
 // (E0 80 80) and surrogates (ED A0 80) pass, as they do byte by byte.
 #include "basicutil/Platform.h"
+#include "basicutil/StrSearch_details.h"
 #include "basicutil/StrUtf8_details.h"
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
@@ -124,6 +127,38 @@ VESTRA_AVX2 bool isValidUtf8Avx2(StrSegment s) noexcept {
 
 }  // namespace basicutil::utf8_details
 
+namespace basicutil::search_details {
+
+VESTRA_AVX2 size_type findLineEndAvx2(StrSegment s, size_type pos) noexcept {
+    if (pos >= s._len) return npos;
+    const char* p = s._data + pos;
+    const char* const end = s.end();
+    // A byte is a line end when it equals the table entry of its low nibble: the table holds
+    // 0x0A and 0x0D at their own nibbles and 0xFF elsewhere, and bytes with the top bit set look
+    // up 0. One shuffle and one compare test both characters.
+    const __m256i ends =
+        utf8_details::table(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, '\n', -1, -1, '\r', -1, -1);
+    const auto hits = [&](const char* q) VESTRA_AVX2 {
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
+        return _mm256_cmpeq_epi8(_mm256_shuffle_epi8(ends, v), v);
+    };
+    // Four blocks per test while nothing is found.
+    for (; end - p >= 128; p += 128) {
+        const __m256i any = _mm256_or_si256(_mm256_or_si256(hits(p), hits(p + 32)),
+                                            _mm256_or_si256(hits(p + 64), hits(p + 96)));
+        if (!_mm256_testz_si256(any, any)) break;
+    }
+    for (; end - p >= 32; p += 32) {
+        if (const auto found = static_cast<unsigned>(_mm256_movemask_epi8(hits(p)))) {
+            return static_cast<size_type>(p - s._data) + static_cast<size_type>(__builtin_ctz(found));
+        }
+    }
+    const size_type at = findLineEndSse2(StrSegment(p, static_cast<size_type>(end - p)), 0);
+    return at == npos ? npos : static_cast<size_type>(p - s._data) + at;
+}
+
+}  // namespace basicutil::search_details
+
 #else
 
 namespace basicutil::utf8_details {
@@ -131,5 +166,11 @@ bool isValidUtf8Avx2(StrSegment s) noexcept {
     return isValidUtf8Scalar(s);
 }
 }  // namespace basicutil::utf8_details
+
+namespace basicutil::search_details {
+size_type findLineEndAvx2(StrSegment s, size_type pos) noexcept {
+    return findLineEndSse2(s, pos);
+}
+}  // namespace basicutil::search_details
 
 #endif
