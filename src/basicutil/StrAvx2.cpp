@@ -13,6 +13,8 @@
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #include <immintrin.h>
 
+#include <cstdint>
+
 namespace basicutil::utf8_details {
 
 namespace {
@@ -142,6 +144,14 @@ VESTRA_AVX2 size_type findLineEndAvx2(StrSegment s, size_type pos) noexcept {
         const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
         return _mm256_cmpeq_epi8(_mm256_shuffle_epi8(ends, v), v);
     };
+    // The first block unaligned, then from the next 32-byte boundary on, so that no load
+    // straddles two cache lines (those that do cost about a third more).
+    if (end - p >= 64) {
+        if (const auto found = static_cast<unsigned>(_mm256_movemask_epi8(hits(p)))) {
+            return static_cast<size_type>(p - s._data) + static_cast<size_type>(__builtin_ctz(found));
+        }
+        p = reinterpret_cast<const char*>((reinterpret_cast<std::uintptr_t>(p) + 32) & ~std::uintptr_t{31});
+    }
     // Four blocks per test while nothing is found.
     for (; end - p >= 128; p += 128) {
         const __m256i any = _mm256_or_si256(_mm256_or_si256(hits(p), hits(p + 32)),
