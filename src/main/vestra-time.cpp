@@ -1,0 +1,270 @@
+// vestra date, strptime, tz, elapsed and sortable.
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "basicutil/DateTime.h"
+#include "basicutil/File.h"
+#include "basicutil/Pathname.h"
+#include "basicutil/PrintfFormat.h"
+#include "basicutil/TimeZone.h"
+#include "basicutil/TimeZoneArchive.h"
+#include "basicutil/Timeval.h"
+#include "basicutil/TimevalElapsed.h"
+#include "main/vestra_details.h"
+
+namespace vestra::tool {
+
+using namespace basicutil;
+
+namespace {
+
+constexpr const char* kDefaultDateFormat = "%a %b %e %H:%M:%S %Z %Y";
+
+// The zone named, the local one when the name is empty; null (diagnosed) when it cannot load.
+TimeZonePtr zoneNamed(const std::string& name) {
+    if (name.empty()) return TimeZone::local();
+    Str error;
+    TimeZonePtr zone = TimeZone::load(StrSegment(name), &error);
+    if (zone == nullptr) diagnose("zone '" + name + "': " + std::string(error.view()));
+    return zone;
+}
+
+// A time as the commands take it: "@" and decimal seconds, "now", or a text in one of the
+// standard formats ("%FT%T%:z" and the others), "%F %T" or "%F" read in `zone`.
+bool parseTime(const std::string& text, const TimeZone& zone, Timeval& out) {
+    if (text == "now") {
+        out = Timeval::now();
+        return true;
+    }
+    if (!text.empty() && text[0] == '@') return out.mem_parse_into(text.data() + 1, text.size() - 1);
+    std::vector<const TimeFormat*> formats;
+    for (std::size_t i = 0; i < 6; ++i) formats.push_back(&TimeFormat::standard(i));
+    static const TimeFormat dateAndClock("%F %T"), dateOnly("%F"), dateAndClockT("%FT%T");
+    formats.insert(formats.end(), {&dateAndClock, &dateAndClockT, &dateOnly});
+    for (const TimeFormat* format : formats) {
+        TimeFormatRawParseResult parsed;
+        Timeval tv;
+        if (format->rawParse(StrSegment(text), parsed) && tv._set(parsed, zone, Timeval::now())) {
+            out = tv;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool parseTimeOrSay(const std::string& text, const TimeZone& zone, Timeval& out) {
+    if (parseTime(text, zone, out)) return true;
+    diagnose("'" + text + "': not a time (give @SECONDS, now, or a text like 2024-03-01T12:00:00+01:00)");
+    return false;
+}
+
+int dateCommand(const std::string& zoneName, const std::string& when, const std::string& format) {
+    const TimeZonePtr zone = zoneNamed(zoneName);
+    if (zone == nullptr) return kNegative;
+    Timeval tv = Timeval::now();
+    if (!when.empty() && !parseTimeOrSay(when, *zone, tv)) return kNegative;
+    std::string text = kDefaultDateFormat;
+    if (!format.empty()) {
+        if (format[0] != '+') {
+            diagnose("a format starts with '+' (see: vestra date --help)");
+            return kUsage;
+        }
+        text = format.substr(1);
+    }
+    const TimeFormat compiled{StrSegment(text)};
+    if (!compiled.valid()) {
+        diagnose("'" + text + "': not a time format");
+        return kNegative;
+    }
+    Str out;
+    compiled.render(tv, *zone, out);
+    out.push_back('\n');
+    tool::out().write(out);
+    return kOk;
+}
+
+int strptimeCommand(const std::string& format, const std::string& text, const std::string& zoneName) {
+    const TimeZonePtr zone = zoneNamed(zoneName);
+    if (zone == nullptr) return kNegative;
+    const TimeFormat compiled{StrSegment(format)};
+    if (!compiled.valid()) {
+        diagnose("'" + format + "': not a time format");
+        return kNegative;
+    }
+    TimeFormatRawParseResult parsed;
+    if (!compiled.rawParse(StrSegment(text), parsed)) {
+        diagnose("'" + text + "' does not match '" + format + "'");
+        return kNegative;
+    }
+    static const char* const kHave[] = {"year",   "month",      "day",      "hour",   "minute",
+                                        "second", "subseconds", "yday",     "week",   "weekday",
+                                        "epoch",  "zone",       "meridian", "century"};
+    std::string have;
+    for (std::size_t bit = 0; bit < std::size(kHave); ++bit) {
+        if ((parsed.have & (1u << bit)) != 0) have += (have.empty() ? "" : " ") + std::string(kHave[bit]);
+    }
+    Timeval tv;
+    if (!tv._set(parsed, *zone, Timeval::now())) {
+        diagnose("'" + text + "' names no time that exists (a date out of range or an unknown abbreviation)");
+        return kNegative;
+    }
+    Str rendered;
+    TimeFormat::standard(1).render(tv, *zone, rendered);
+    out().write("time: " + std::string(rendered.view()) + "\nhave: " + have + "\nepoch: " + tv.toDecimal(6) +
+                "\n");
+    return kOk;
+}
+
+// Zone names under the zone directory: regular files that start with "TZif".
+void listZones(const Str& directory, const Str& prefix, std::vector<std::string>& names) {
+    std::vector<Str> entries;
+    if (!listDirectory(pathJoin(directory, prefix), entries).ok()) return;
+    for (const Str& entry : entries) {
+        const Str relative = prefix.empty() ? entry : pathJoin(prefix, entry);
+        const Str full = pathJoin(directory, relative);
+        FileInfo info;
+        if (!fileInfo(full, info).ok()) continue;
+        if (info.type == FILE_TYPE_DIRECTORY) {
+            listZones(directory, relative, names);
+        } else if (info.type == FILE_TYPE_REGULAR) {
+            FileDescriptor fd;
+            char magic[4];
+            std::size_t got = 0;
+            if (fd.open(full, O_RDONLY).ok() && fd.read(magic, 4, got).ok() && got == 4 &&
+                std::string_view(magic, 4) == "TZif") {
+                names.emplace_back(relative.view());
+            }
+        }
+    }
+}
+
+int tzCommand(const std::string& action, const std::vector<std::string>& args) {
+    const auto need = [&](std::size_t n, const char* usage) {
+        if (args.size() == n) return true;
+        diagnose(std::string("usage: vestra tz ") + usage);
+        return false;
+    };
+    if (action == "list") {
+        if (!need(0, "list")) return kUsage;
+        std::vector<std::string> names;
+        listZones(TimeZone::directory(), Str(), names);
+        std::sort(names.begin(), names.end());
+        for (const std::string& name : names) out().write(name + "\n");
+        return names.empty() ? kNegative : kOk;
+    }
+    if (action == "pack") {
+        if (!need(2, "pack DIRECTORY ARCHIVE")) return kUsage;
+        Str error;
+        if (!TimeZoneArchive::pack(args[0].c_str(), args[1].c_str(), &error)) {
+            diagnose(error.view());
+            return kNegative;
+        }
+        const auto archive = TimeZoneArchive::open(args[1].c_str(), &error);
+        if (archive == nullptr) {
+            diagnose(error.view());
+            return kNegative;
+        }
+        out().write(
+            strprintf("%zu zones from %s into %s\n", archive->size(), args[0].c_str(), args[1].c_str()));
+        return kOk;
+    }
+    if (action == "info" || action == "serialize") {
+        if (!need(1, (action + " ZONE").c_str())) return kUsage;
+        const TimeZonePtr zone = zoneNamed(args[0]);
+        if (zone == nullptr) return kNegative;
+        if (action == "serialize") {
+            out().write(zone->serialize());
+            return kOk;
+        }
+        const TimeZoneLookup now = zone->lookup(Timeval::now().tv_sec);
+        std::int32_t fixed = 0;
+        out().write(strprintf(
+            "name: %s\nrule: %s\ntransitions: %zu\nleap seconds: %zu\nfixed: %s\nnow: %s, %+d s%s\n",
+            zone->name().c_str(), zone->posixRule().empty() ? "(none)" : zone->posixRule().c_str(),
+            zone->transitions().size(), zone->leapSeconds().size(), zone->fixedOffset(fixed) ? "yes" : "no",
+            now.abbreviation, now.utcOffset, now.isDst ? ", daylight" : ""));
+        return kOk;
+    }
+    // at ZONE TIME
+    if (!need(2, "at ZONE TIME")) return kUsage;
+    const TimeZonePtr zone = zoneNamed(args[0]);
+    if (zone == nullptr) return kNegative;
+    Timeval tv;
+    if (!parseTimeOrSay(args[1], *zone, tv)) return kNegative;
+    static const TimeFormat format("%FT%T%:z %Z");
+    Str text;
+    format.render(tv, *zone, text);
+    text.push_back('\n');
+    out().write(text);
+    return kOk;
+}
+
+int elapsedCommand(const std::string& from, const std::string& to) {
+    const TimeZonePtr zone = TimeZone::local();
+    Timeval a, b;
+    if (!parseTimeOrSay(from, *zone, a) || !parseTimeOrSay(to, *zone, b)) return kNegative;
+    out().write(ElapsedDescription::between(a, b).toString() + "\n");
+    return kOk;
+}
+
+int sortableCommand(const std::string& when) {
+    Timeval tv;
+    if (when.size() == Timeval::kSortableCodeLength && tv.decodeSortable(when.data(), when.size())) {
+        out().write(tv.toDecimal(6) + "\n");  // a code given: the time it stands for
+        return kOk;
+    }
+    if (!parseTimeOrSay(when, *TimeZone::local(), tv)) return kNegative;
+    out().write(tv.sortableCode() + "\n");
+    return kOk;
+}
+
+}  // namespace
+
+void addTimeCommands(CLI::App& app, Context& context) {
+    static std::string zone, when, format, text, action, from, to;
+    static std::vector<std::string> args;
+
+    CLI::App* date = app.add_subcommand("date",
+                                        "Render a time through the library's time formats.\n"
+                                        "Example: vestra date -z Asia/Tokyo -d @1700000000.5 +%FT%T.%3Q%:z");
+    date->add_option("-z,--zone", zone, "the zone (default: the local one)");
+    date->add_option("-d,--date", when, "the time: @SECONDS[.FRACTION], now, or 2024-03-01T12:00:00+01:00");
+    date->add_option("FORMAT", format, "+FORMAT (default: +\"%a %b %e %H:%M:%S %Z %Y\")");
+    date->callback([&context] { context.status = dateCommand(zone, when, format); });
+
+    CLI::App* strptime =
+        app.add_subcommand("strptime",
+                           "Parse a time and show its fields, the `have` set and the epoch.\n"
+                           "Example: vestra strptime '%d/%b/%Y:%H:%M:%S %z' '10/Oct/2000:13:55:36 -0700'");
+    strptime->add_option("FORMAT", format, "the format")->required();
+    strptime->add_option("TEXT", text, "the text")->required();
+    strptime->add_option("-z,--zone", zone, "the zone to read it in when it names none (default: local)");
+    strptime->callback([&context] { context.status = strptimeCommand(format, text, zone); });
+
+    CLI::App* tz = app.add_subcommand(
+        "tz",
+        "Time zones: list | info ZONE | at ZONE TIME | pack DIR ARCHIVE | serialize ZONE.\n"
+        "Example: vestra tz at America/New_York 2024-03-10T07:30:00+00:00");
+    tz->add_option("ACTION", action, "list, info, at, pack or serialize")
+        ->required()
+        ->check(CLI::IsMember({"list", "info", "at", "pack", "serialize"}));
+    tz->add_option("ARGS", args, "the action's arguments");
+    tz->callback([&context] { context.status = tzCommand(action, args); });
+
+    CLI::App* elapsed = app.add_subcommand("elapsed",
+                                           "Describe the time from T1 to T2 as the logs do.\n"
+                                           "Example: vestra elapsed @0 @2.5");
+    elapsed->add_option("T1", from, "the start")->required();
+    elapsed->add_option("T2", to, "the end")->required();
+    elapsed->callback([&context] { context.status = elapsedCommand(from, to); });
+
+    CLI::App* sortable =
+        app.add_subcommand("sortable",
+                           "The 14-character code that sorts as text in time order, or the time of a code.\n"
+                           "Example: vestra sortable @1700000000");
+    sortable->add_option("TIME", when, "a time, or a 14-character code")->required();
+    sortable->callback([&context] { context.status = sortableCommand(when); });
+}
+
+}  // namespace vestra::tool

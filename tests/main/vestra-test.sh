@@ -1,0 +1,119 @@
+#!/bin/sh
+# vestra TOOL COMPLETION: the tool end to end, against printf(1), date(1), hexdump -C and xxd where the
+# behaviour is shared, and every exit status and usage error.
+set -u
+vestra=$1
+completion=$2
+out=$(mktemp -d)
+trap 'rm -rf "$out"' EXIT
+failures=0
+fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
+
+# same_as NAME PEER-COMMAND -- VESTRA-ARGS: both outputs byte for byte.
+same_as() {
+    name=$1; peer=$2; shift 3
+    sh -c "$peer" >"$out/peer" 2>/dev/null
+    "$vestra" "$@" >"$out/ours" 2>"$out/err" || fail "$name: exit $?: $(cat "$out/err")"
+    cmp -s "$out/peer" "$out/ours" || { fail "$name"; diff "$out/peer" "$out/ours" | head -5; }
+}
+
+# status NAME EXPECTED STDERR-PATTERN -- VESTRA-ARGS
+status() {
+    name=$1; expected=$2; pattern=$3; shift 4
+    "$vestra" "$@" >"$out/ours" 2>"$out/err" </dev/null
+    got=$?
+    [ "$got" -eq "$expected" ] || fail "$name: exit $got, not $expected"
+    [ -z "$pattern" ] || grep -q -- "$pattern" "$out/err" || { fail "$name: stderr"; cat "$out/err"; }
+}
+
+# --- printf, against printf(1) ---
+for args in "'%5.2f|%-4s|%x|%d\n' 3.14159 ab 255 -7" "'%s-%s\n' a b c" "'%08.3e|%+d|%o|%X|%u\n' 12345.678 5 8 255 42" \
+    "'%c%c|\n' hello world" "'%%|%5s|%-5s|%.2s|\n' x y abcdef" "'\t\x41\101\\\\|\n'" "'%*d|%-*d|\n' 5 42 4 7" \
+    "'%.3g %g %G\n' 0.0001234 1e20 1e-10" "'%#x %#o\n' 255 8" "'%d %d\n' 0x1F 010" "'no conversions\n' extra"; do
+    eval "set -- $args"
+    same_as "printf $args" "env printf $args" -- printf "$@"
+done
+
+# --- date, against date(1) ---
+for zone in UTC Europe/Paris America/New_York Asia/Kolkata Australia/Lord_Howe; do
+    for t in 1 1700000000 -86400 1710054000 2147483648; do
+        fmt='+%F %T %Z %z|%a %b %e|%j %U %W %u %w|%s|%I:%M %p|%y %C %G-%V'
+        same_as "date $zone @$t" "TZ=$zone date -d @$t '$fmt'" -- date -z "$zone" -d "@$t" "$fmt"
+    done
+done
+# The epoch itself is the library's <zero> sentinel, on purpose; date(1) has none.
+[ "$("$vestra" date -z UTC -d @0 +%F)" = "<zero>" ] || fail "date @0 is the sentinel"
+same_as "date subseconds" "TZ=UTC date -d @1700000000.25 +%T.%3N" -- date -z UTC -d @1700000000.25 +%T.%3Q
+
+# --- hexdump and hex, against hexdump -C -v and xxd ---
+# An empty input dumps as its length line alone ("00000000"), where hexdump writes nothing.
+[ "$("$vestra" hexdump /dev/null)" = "00000000" ] || fail "hexdump of nothing"
+for size in 1 15 16 17 4095 4097 100000; do
+    head -c "$size" /dev/urandom >"$out/in"
+    same_as "hexdump $size" "hexdump -C -v '$out/in'" -- hexdump "$out/in"
+    same_as "hex encode $size" "xxd -p '$out/in' | tr -d '\n'; echo" -- hex encode "$out/in"
+    xxd -p "$out/in" >"$out/hex"
+    same_as "hex decode $size" "cat '$out/in'" -- hex decode "$out/hex"
+done
+head -c 70000 /dev/urandom >"$out/in"
+"$vestra" hexdump - <"$out/in" >"$out/ours" && hexdump -C -v "$out/in" | cmp -s - "$out/ours" || fail "hexdump from standard input"
+
+# --- text ---
+printf 'h\303\251llo w\303\266rld\n\344\270\255\346\226\207\n' >"$out/text"
+[ "$("$vestra" utf8 count "$out/text")" = 15 ] || fail "utf8 count"
+[ "$("$vestra" utf8 width "$out/text" | tr '\n' ' ')" = "11 4 " ] || fail "utf8 width"
+[ "$("$vestra" utf8 upper "$out/text" | head -1)" = "H$(printf '\303\211')LLO W$(printf '\303\226')RLD" ] || fail "utf8 upper"
+[ "$("$vestra" utf8 truncate 3 "$out/text" | head -1)" = "h$(printf '\303\251')l" ] || fail "utf8 truncate"
+[ "$(printf 'a b&c' | "$vestra" url encode)" = "a%20b%26c" ] || fail "url encode"
+[ "$(printf 'a%%20b+c' | "$vestra" url decode)" = "a b c" ] || fail "url decode"
+[ "$(printf 'a,"b"\n' | "$vestra" csv quote)" = '"a,""b"""' ] || fail "csv quote"
+printf 'user bob@example.com\nnone\nann@x.org\n' >"$out/mail"
+[ "$("$vestra" regex -o '\w+@\S+' "$out/mail" | tr '\n' ' ')" = "bob@example.com ann@x.org " ] || fail "regex -o"
+"$vestra" regex --json '(?<user>\w+)@(?<host>\S+)' "$out/mail" | head -1 |
+    grep -qx '{"line":1,"offset":5,"match":"bob@example.com","groups":{"user":"bob","host":"example.com"}}' || fail "regex --json"
+[ "$("$vestra" elapsed @0 @2.5)" = "2500 milliseconds" ] || fail "elapsed"
+code=$("$vestra" sortable @1700000000)
+[ "$("$vestra" sortable "$code")" = "1700000000.000000" ] || fail "sortable round trip"
+[ "$("$vestra" tz at America/New_York 2024-03-10T07:30:00+00:00)" = "2024-03-10T03:30:00-04:00 EDT" ] || fail "tz at"
+"$vestra" strptime '%d/%b/%Y:%H:%M:%S %z' '10/Oct/2000:13:55:36 -0700' | grep -qx 'epoch: 971211336.000000' || fail "strptime"
+"$vestra" log render --json --pattern '%p %c %m' --level warn --channel Disk 'low "space"' |
+    grep -qx '{"log_level":"WARN","component":"Disk","data":"low \\"space\\""}' || fail "log render --json"
+
+# --- exit statuses and diagnostics ---
+printf 'rootLogger=INFO, A\n' >"$out/bad.cfg"
+status "log check: a bad line" 1 "bad.cfg:1: Parse error" -- log check "$out/bad.cfg"
+status "log check: a missing file" 1 "^vestra: Couldn't open" -- log check "$out/none.cfg"
+printf '\377' >"$out/invalid"
+status "utf8 validate: invalid" 1 "^vestra: .*not valid UTF-8" -- utf8 validate "$out/invalid"
+status "utf8 validate: valid" 0 "" -- utf8 validate "$out/text"
+status "regex: no match" 1 "" -- regex nomatch "$out/text"
+status "regex: a bad pattern" 2 "^vestra: bad pattern at offset 1" -- regex '(' "$out/text"
+status "a missing file" 1 "^vestra: open \"$out/none\": No such file" -- hexdump "$out/none"
+status "printf: not a number" 1 "^vestra: 'abc': expected a numeric value" -- printf '%d' abc
+status "date: not a time" 1 "^vestra: 'garbage': not a time" -- date -d garbage
+status "date: an unknown zone" 1 "^vestra: zone 'No/Such'" -- date -z No/Such
+status "no subcommand" 2 "^vestra: " --
+status "an unknown option" 2 "^vestra: " -- date --frobnicate
+status "a missing argument" 2 "^vestra: " -- printf
+status "an unknown action" 2 "^vestra: " -- hex reverse
+status "truncate without N" 2 "^vestra: utf8 truncate needs" -- utf8 truncate
+status "--help" 0 "" -- --help
+grep -q "Example:" "$out/ours" || fail "--help shows an example"
+for sub in printf date strptime tz hexdump hex utf8 url csv log regex elapsed sortable "log check" "log render"; do
+    # shellcheck disable=SC2086
+    status "$sub --help" 0 "" -- $sub --help
+    grep -q "Example:" "$out/ours" || fail "$sub --help shows an example"
+done
+status "--version" 0 "" -- --version
+grep -qx "vestra [0-9]*\.[0-9]*\.[0-9]*" "$out/ours" || fail "--version"
+
+# The bash completion offers the subcommands and their actions.
+if command -v bash >/dev/null 2>&1; then
+    words=$(bash -c ". '$completion'; COMP_WORDS=(vestra u); COMP_CWORD=1; _vestra; echo \${COMPREPLY[*]}")
+    [ "$words" = "utf8 url" ] || fail "completion of 'vestra u': $words"
+    words=$(bash -c ". '$completion'; COMP_WORDS=(vestra tz s); COMP_CWORD=2; _vestra; echo \${COMPREPLY[*]}")
+    [ "$words" = "serialize" ] || fail "completion of 'vestra tz s': $words"
+fi
+
+[ "$failures" -eq 0 ] || { echo "$failures failures"; exit 1; }
+echo "all vestra checks passed"
