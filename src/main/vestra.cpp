@@ -17,6 +17,7 @@
 
 #include "basicutil/File.h"
 #include "basicutil/Platform.h"
+#include "basicutil/Version.h"
 #include "main/vestra_details.h"
 
 namespace vestra::tool {
@@ -131,7 +132,7 @@ int run(int argc, char** argv) {
         "vestra: the library's formats, zones, logs, dumps, text and patterns from a shell.\n"
         "Example: vestra printf '%5.2f|%-4s|\\n' 3.14159 ab",
         "vestra"};
-    app.set_version_flag("--version", std::string("vestra ") + VESTRA_VERSION);
+    app.set_version_flag("--version", std::string("vestra ") + basicutil::libraryVersion());
     app.require_subcommand(1);
     app.fallthrough(false);
     Context context;

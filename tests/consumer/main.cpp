@@ -1,0 +1,18 @@
+// Renders one line through the installed library: its version, a time in a fixed format and a
+// number through its printf.
+#include <cstdio>
+
+#include "basicutil/DateTime.h"
+#include "basicutil/PrintfFormat.h"
+#include "basicutil/TimeZone.h"
+#include "basicutil/Version.h"
+#include "libzero/codepoint-width.h"
+
+int main() {
+    using namespace basicutil;
+    Str line = strprintf("vestra %s: ", libraryVersion());
+    TimeFormat::standard(0).render(Timeval{1700000000, 0}, *TimeZone::utc(), line);
+    appendf(line, " |%6.2f| width %d\n", 3.14159, codepoint_width(0x4E2D));
+    std::fputs(line.c_str(), stdout);
+    return 0;
+}
