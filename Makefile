@@ -1,5 +1,5 @@
 # Everything starts here: `make run` and `make test` work on a fresh machine.
-.PHONY: all deps build run test asan tsan fuzz stress format-check unicode-tables windows-zones clean
+.PHONY: all deps build run test asan tsan fuzz stress format-check unicode-tables windows-zones package package-check clean
 
 JOBS ?= 2
 FUZZ_SECONDS ?= 30
@@ -47,6 +47,15 @@ fuzz: deps
 	cmake --preset fuzz
 	cmake --build --preset fuzz -j $(JOBS)
 	sh scripts/run-fuzzers.sh build/fuzz/bin $(FUZZ_SECONDS)
+
+# The Debian development package, in build/release.
+package: build
+	cd build/release && cpack -G DEB
+
+# Installs that package with dpkg and builds a program against it (find_package and pkg-config):
+# run it in a fresh root with ../shared/tools/fresh-machine-test package-check.
+package-check: package
+	sh scripts/package-check.sh build/release
 
 # Every tracked source as clang-format would write it (.clang-format); nothing is changed.
 format-check: deps
