@@ -263,12 +263,11 @@ class CharacterChunks {
 int utf8Command(const std::string& action, std::uint64_t n, const std::string& path) {
     if (action == "count" || action == "validate") {
         CharacterChunks chunks;
-        std::uint64_t count = 0, bytes = 0;
+        std::uint64_t count = 0;
         bool valid = true;
         const auto each = [&](std::string_view text) {
             count += mem_count_utf8_codepoints(text.data(), text.size());
             if (valid && !isValidUtf8(StrSegment(text))) valid = false;
-            bytes += text.size();
         };
         if (!forEachChunk(path, [&](std::string_view chunk) { chunks.add(chunk, each); })) return kNegative;
         chunks.finish(each);
@@ -419,7 +418,6 @@ int regexCommand(const std::string& pattern, bool onlyMatching, bool json, const
 void addTextCommands(CLI::App& app, Context& context) {
     static std::string format, path = "-", action, pattern;
     static std::vector<std::string> arguments;
-    static std::uint64_t count = 0;
     static bool onlyMatching = false, json = false;
 
     CLI::App* printf =
@@ -500,7 +498,6 @@ void addTextCommands(CLI::App& app, Context& context) {
     regex->add_option("PATTERN", pattern, "the pattern")->required();
     regex->add_option("FILE", path, "the input, - for standard input")->capture_default_str();
     regex->callback([&context] { context.status = regexCommand(pattern, onlyMatching, json, path); });
-    static_cast<void>(count);
 }
 
 }  // namespace vestra::tool
