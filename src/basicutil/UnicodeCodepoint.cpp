@@ -317,6 +317,15 @@ char* writeSequence(char* out, std::uint32_t packed, unsigned length) {
 class CasedLeads {
   public:
     CasedLeads() {
+        // Below U+0800 each direction's mapping as a two-byte packed value, or 0 where the
+        // mapped character is not two bytes long (those take the general path).
+        for (std::uint32_t cp = 0x80; cp < 0x800; ++cp) {
+            const std::uint32_t packed = codepoint_to_utf8bytes(cp), flags = unicodeFlagsOf(cp);
+            const std::uint32_t upper = mapPacked(packed, flags, UNICODE_CASE_LOWER, false);
+            const std::uint32_t lower = mapPacked(packed, flags, UNICODE_CASE_UPPER, true);
+            _twoByte[0][cp] = static_cast<std::uint16_t>(upper >= 0xC280 && upper <= 0xDFBF ? upper : 0);
+            _twoByte[1][cp] = static_cast<std::uint16_t>(lower >= 0xC280 && lower <= 0xDFBF ? lower : 0);
+        }
         for (unsigned lead = 0xC2; lead <= 0xF4; ++lead) {
             std::uint32_t first, count;
             if (lead < 0xE0) {
@@ -346,6 +355,10 @@ class CasedLeads {
             ++_ranges;
         }
     }
+    // The two-byte mapping of cp (< 0x800), or 0.
+    std::uint16_t twoByte(bool toLower, std::uint32_t cp) const {
+        return _twoByte[toLower ? 1 : 0][cp];
+    }
     bool contains(unsigned char b) const {
         return _cased[b];
     }
@@ -365,6 +378,7 @@ class CasedLeads {
   private:
     static constexpr unsigned kMaxRanges = 8;
     bool _cased[256] = {};
+    std::uint16_t _twoByte[2][0x800] = {};
 #if defined(__SSE2__)
     __m128i _low[kMaxRanges], _span[kMaxRanges];
 #endif
@@ -441,10 +455,8 @@ std::size_t utf8CaseInto(std::string_view src, char* out, bool toLower) noexcept
             const auto lead = static_cast<unsigned char>(in[j]);
             const auto second = static_cast<unsigned char>(j + 1 < n ? in[j + 1] : 0);
             if (lead <= 0xDF && (second & 0xC0) == 0x80) {
-                const std::uint32_t cp = ((lead & 0x1Fu) << 6) | (second & 0x3Fu);
-                const std::uint32_t mapped =
-                    mapPacked((std::uint32_t{lead} << 8) | second, unicodeFlagsOf(cp), from, toLower);
-                if (mapped - 0xC280 <= 0xDFBF - 0xC280) {
+                const std::uint32_t mapped = cased.twoByte(toLower, ((lead & 0x1Fu) << 6) | (second & 0x3Fu));
+                if (mapped != 0) {
                     base[j] = static_cast<char>(mapped >> 8);
                     base[j + 1] = static_cast<char>(mapped);
                     if (j + 2 > next) next = j + 2;
