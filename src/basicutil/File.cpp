@@ -185,7 +185,8 @@ FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
 }
 
 FileStatus FileDescriptor::open(StrSegment path, int flags, mode_t mode) {
-    FileStatus closed = close();
+    // Whatever was open before is closed first; close() first to see how that went.
+    static_cast<void>(close());
     _path = Str(path);
     int fd;
     do {
@@ -193,11 +194,12 @@ FileStatus FileDescriptor::open(StrSegment path, int flags, mode_t mode) {
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) return FileStatus::fromErrno("open", path);
     _fd = fd;
-    return closed;
+    return {};
 }
 
 FileStatus FileDescriptor::openAt(int directory, StrSegment name, int flags, mode_t mode) {
-    FileStatus closed = close();
+    // Whatever was open before is closed first; close() first to see how that went.
+    static_cast<void>(close());
     _path = Str(name);
     int fd;
     do {
@@ -205,7 +207,7 @@ FileStatus FileDescriptor::openAt(int directory, StrSegment name, int flags, mod
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) return FileStatus::fromErrno("openat", name);
     _fd = fd;
-    return closed;
+    return {};
 }
 
 FileStatus FileDescriptor::close() {
@@ -374,7 +376,8 @@ FileStream& FileStream::operator=(FileStream&& other) noexcept {
 }
 
 FileStatus FileStream::open(StrSegment path, const char* mode) {
-    FileStatus closed = close();
+    // Whatever was open before is closed first; close() first to see how that went.
+    static_cast<void>(close());
     _path = Str(path);
     const Str m = withCloseOnExec(mode);
     std::FILE* file;
@@ -383,17 +386,18 @@ FileStatus FileStream::open(StrSegment path, const char* mode) {
     } while (file == nullptr && errno == EINTR);
     if (file == nullptr) return FileStatus::fromErrno("fopen", path);
     _file = file;
-    return closed;
+    return {};
 }
 
 FileStatus FileStream::adopt(FileDescriptor& fd, const char* mode) {
-    FileStatus closed = close();
+    // Whatever was open before is closed first; close() first to see how that went.
+    static_cast<void>(close());
     _path = fd.path();
     std::FILE* file = ::fdopen(fd.get(), mode);
     if (file == nullptr) return FileStatus::fromErrno("fdopen", _path);
     static_cast<void>(fd.release());
     _file = file;
-    return closed;
+    return {};
 }
 
 FileStatus FileStream::close() {
@@ -477,17 +481,19 @@ Directory& Directory::operator=(Directory&& other) noexcept {
 }
 
 FileStatus Directory::open(StrSegment path) {
-    FileStatus closed = close();
+    // Whatever was open before is closed first; close() first to see how that went.
+    static_cast<void>(close());
     FileDescriptor fd;
     // Opened by descriptor so that it is close-on-exec from the start.
     if (FileStatus st = fd.open(path, O_RDONLY | O_DIRECTORY); !st) return st;
     if (FileStatus st = adopt(fd); !st) return st;
-    return closed;
+    return {};
 }
 
 FileStatus Directory::openAt(const Directory& parent, StrSegment name) {
     VESTRA_ASSERT(parent.isOpen() && &parent != this);
-    FileStatus closed = close();
+    // Whatever was open before is closed first; close() first to see how that went.
+    static_cast<void>(close());
     FileDescriptor fd;
     if (FileStatus st = fd.openAt(parent.descriptor(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW); !st) {
         return st.within(parent._path);
@@ -497,7 +503,7 @@ FileStatus Directory::openAt(const Directory& parent, StrSegment name) {
     path.append(name);
     fd = FileDescriptor(fd.release(), path);
     if (FileStatus st = adopt(fd); !st) return st;
-    return closed;
+    return {};
 }
 
 FileStatus Directory::adopt(FileDescriptor& fd) {

@@ -94,7 +94,8 @@ class FileDescriptor {
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
 
-    // open(2) with O_CLOEXEC added; closes what was open before, whatever the outcome.
+    // open(2) with O_CLOEXEC added. What was open before is closed first, and how that went is
+    // not reported (call close() first to see it).
     FileStatus open(StrSegment path, int flags, mode_t mode = 0666);
     // openat(2): `name` relative to the open directory `directory` (a descriptor).
     FileStatus openAt(int directory, StrSegment name, int flags, mode_t mode = 0666);

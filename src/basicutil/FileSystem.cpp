@@ -224,9 +224,8 @@ TemporaryDirectory::~TemporaryDirectory() {
 }
 
 FileStatus TemporaryDirectory::create(StrSegment prefix, StrSegment directory) {
-    FileStatus removed = remove();
-    if (FileStatus st = makeTemporaryDirectory(_path, prefix, directory); !st) return st;
-    return removed;
+    static_cast<void>(remove());  // a directory made before is let go first
+    return makeTemporaryDirectory(_path, prefix, directory);
 }
 
 FileStatus TemporaryDirectory::remove() {
