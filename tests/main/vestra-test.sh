@@ -1,11 +1,13 @@
 #!/bin/sh
-# vestra TOOL COMPLETION: the tool end to end, against printf(1), date(1), hexdump -C and xxd where the
-# behaviour is shared, and every exit status and usage error.
+# vestra-test.sh BUILD_DIR: installs the build into a temporary prefix and runs the installed tool
+# (and its installed bash completion) end to end: against printf(1), date(1), hexdump -C and xxd
+# where the behaviour is shared, and every exit status and usage error.
 set -u
-vestra=$1
-completion=$2
 out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
+cmake --install "$1" --prefix "$out/prefix" >/dev/null || { echo "cmake --install failed"; exit 1; }
+vestra=$out/prefix/bin/vestra
+completion=$out/prefix/share/bash-completion/completions/vestra
 failures=0
 fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 
