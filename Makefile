@@ -48,14 +48,17 @@ fuzz: deps
 	cmake --build --preset fuzz -j $(JOBS)
 	sh scripts/run-fuzzers.sh build/fuzz/bin $(FUZZ_SECONDS)
 
-# The Debian development package, in build/release.
-package: build
-	cd build/release && cpack -G DEB
+# The Debian development package, in build/package: a Release build (no debug information;
+# assertions stay on in every build type).
+package: deps
+	cmake --preset package
+	cmake --build --preset package -j $(JOBS)
+	cd build/package && cpack -G DEB
 
 # Installs that package with dpkg and builds a program against it (find_package and pkg-config):
 # run it in a fresh root with ../shared/tools/fresh-machine-test package-check.
 package-check: package
-	sh scripts/package-check.sh build/release
+	sh scripts/package-check.sh build/package
 
 # Every tracked source as clang-format would write it (.clang-format); nothing is changed.
 format-check: deps
