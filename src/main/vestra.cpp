@@ -121,10 +121,6 @@ bool forEachLine(const std::string& path, const std::function<void(std::string_v
     return ok;
 }
 
-bool readWhole(const std::string& path, basicutil::Str& text) {
-    return forEachChunk(path, [&](std::string_view chunk) { text.append(chunk); });
-}
-
 namespace {
 
 int run(int argc, char** argv) {

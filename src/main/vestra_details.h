@@ -49,8 +49,6 @@ int finish(int status);
 bool forEachChunk(const std::string& path, const std::function<void(std::string_view)>& chunk);
 // The same, one line at a time with its "\n" (a last line may lack it).
 bool forEachLine(const std::string& path, const std::function<void(std::string_view)>& line);
-// The whole input, for the commands that need it at once.
-bool readWhole(const std::string& path, basicutil::Str& text);
 
 void addTextCommands(CLI::App& app, Context& context);
 void addTimeCommands(CLI::App& app, Context& context);
