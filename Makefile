@@ -1,5 +1,5 @@
 # Everything starts here: `make run` and `make test` work on a fresh machine.
-.PHONY: all deps build run test asan tsan fuzz stress format-check unicode-tables windows-zones package package-check clean
+.PHONY: all deps build run test asan tsan fuzz stress format-check docs unicode-tables windows-zones package package-check clean
 
 JOBS ?= 2
 FUZZ_SECONDS ?= 30
@@ -64,6 +64,11 @@ package-check: package
 format-check: deps
 	git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format --dry-run -Werror
 	@echo "format-check: every tracked source is formatted"
+
+# The API reference from the public headers, in build/docs/html; any Doxygen warning (an
+# undocumented public declaration included) fails it.
+docs: deps
+	sh scripts/make-docs.sh build/docs
 
 # Regenerates the Unicode tables from the character database and fails if they differ from
 # what is committed (the changed files stay in the tree for a look).

@@ -11,12 +11,12 @@ set -eu
 # parser checks every JSON log line; spdlog and log4cpp are the logger benchmark's peers;
 # hexdump (bsdextrautils) and xxd are the hex dump's oracle and peers; RE2 is the regular
 # expressions' benchmark peer (PCRE2 itself, called directly, is their tests' oracle); CLI11 reads
-# the vestra tool's arguments.
+# the vestra tool's arguments; Doxygen makes the API reference (make docs, and its test).
 DEBIAN_PACKAGES="cmake ninja-build g++ clang clang-format libclang-rt-dev pkg-config python3 git
 libgtest-dev libgmock-dev libbenchmark-dev libdouble-conversion-dev libpcre2-dev libicu-dev libfmt-dev
 tzdata libcctz-dev libabsl-dev nlohmann-json3-dev
-libspdlog-dev liblog4cpp5-dev bsdextrautils xxd libre2-dev libcli11-dev"
-FREEBSD_PACKAGES="cmake ninja pkgconf python3 googletest benchmark double-conversion pcre2 icu libfmt cctz abseil nlohmann-json spdlog log4cpp re2 cli11"
+libspdlog-dev liblog4cpp5-dev bsdextrautils xxd libre2-dev libcli11-dev doxygen"
+FREEBSD_PACKAGES="cmake ninja pkgconf python3 googletest benchmark double-conversion pcre2 icu libfmt cctz abseil nlohmann-json spdlog log4cpp re2 cli11 doxygen"
 
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"

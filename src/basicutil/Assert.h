@@ -76,8 +76,11 @@ consteval const char* assertUnitOf(std::string_view path) {
 
 }  // namespace vestra::detail
 
+// Checks `expr` in every build; when it is false, reports the expression, the function, the
+// topic and the line, and aborts.
 #define VESTRA_ASSERT(expr) VESTRA_ASSERT_TEXT(expr, #expr)
 
+// The same, reporting `text` (a string literal) in place of the expression.
 #define VESTRA_ASSERT_TEXT(expr, text)                            \
     (static_cast<bool>(expr) ? void(0)                            \
                              : ::vestra::detail::assertionFailed( \

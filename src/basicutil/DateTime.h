@@ -70,30 +70,36 @@ struct TimeFormatRawParseResult {
         HAVE_MERIDIAN = 1u << 12,  // hour is 1-12 and `pm` tells the half of the day
         HAVE_CENTURY = 1u << 13,   // year holds only the century's years (%y) until combined
     };
+    // How `week` counts: %U (weeks start on Sunday), %W (on Monday), or %V (ISO 8601).
     enum WeekKind : std::uint8_t { WEEK_SUNDAY_FIRST, WEEK_MONDAY_FIRST, WEEK_ISO };
 
-    std::uint32_t have = 0;
-    std::int64_t year = 0;
-    unsigned month = 0, day = 0;  // 1-based
-    unsigned hour = 0, minute = 0, second = 0;
-    unsigned yday = 0;  // 0-based
-    unsigned week = 0;  // as %U, %W or %V number it
-    WeekKind weekKind = WEEK_SUNDAY_FIRST;
-    unsigned weekday = 0;  // 0 = Sunday
-    bool pm = false;
-    unsigned century = 0;
-    std::int64_t epoch = 0;     // seconds, with HAVE_EPOCH
-    std::uint64_t fracsec = 0;  // encoded subseconds, with HAVE_SUBSECONDS
-    std::uint8_t tzType = 0;    // TimeFormat::TZ_AS_SECOFFSET or TZ_AS_NEEDEDOFFSET
-    std::int32_t tzOffset = 0;  // seconds east, with TZ_AS_SECOFFSET
-    char tzName[16] = {};       // with TZ_AS_NEEDEDOFFSET, NUL-terminated
+    std::uint32_t have = 0;                 // HAVE_ bits
+    std::int64_t year = 0;                  // as written, or the century's years with HAVE_CENTURY
+    unsigned month = 0;                     // 1-based
+    unsigned day = 0;                       // 1-based
+    unsigned hour = 0;                      // 0..23, or 1..12 with HAVE_MERIDIAN
+    unsigned minute = 0;                    // 0..59
+    unsigned second = 0;                    // 0..60
+    unsigned yday = 0;                      // 0-based
+    unsigned week = 0;                      // as %U, %W or %V number it
+    WeekKind weekKind = WEEK_SUNDAY_FIRST;  // which of those
+    unsigned weekday = 0;                   // 0 = Sunday
+    bool pm = false;                        // with HAVE_MERIDIAN: the second half of the day
+    unsigned century = 0;                   // %C, combined with a %y year
+    std::int64_t epoch = 0;                 // seconds, with HAVE_EPOCH
+    std::uint64_t fracsec = 0;              // encoded subseconds, with HAVE_SUBSECONDS
+    std::uint8_t tzType = 0;                // TimeFormat::TZ_AS_SECOFFSET or TZ_AS_NEEDEDOFFSET
+    std::int32_t tzOffset = 0;              // seconds east, with TZ_AS_SECOFFSET
+    char tzName[16] = {};                   // with TZ_AS_NEEDEDOFFSET, NUL-terminated
 
-    void setFracsec(std::uint64_t encoded) noexcept;
-    void store_parsed_epoch(std::int64_t seconds) noexcept;
+    void setFracsec(std::uint64_t encoded) noexcept;         // sets HAVE_SUBSECONDS too
+    void store_parsed_epoch(std::int64_t seconds) noexcept;  // sets HAVE_EPOCH too
     // False when the name is longer than tzName holds. zlen > 0.
     [[nodiscard]] bool store_parsed_tzname(const char* name, std::size_t zlen) noexcept;
 };
 
+// A compiled time format (the conversions above): renders times in a zone and parses text
+// back into fields. Compile once, use from any thread.
 class TimeFormat {
   public:
     // What an atom renders or parses.
@@ -125,11 +131,14 @@ class TimeFormat {
         TZ_AS_NEEDEDOFFSET,  // %Z: a name, its offset found later
         TZ_AS_SECOFFSET,     // %z %:z: the offset itself
     };
+    // The flags "_", "0" and "-" (or none): the padding of numbers.
     enum Padding : std::uint8_t { PAD_DEFAULT, PAD_SPACE, PAD_ZERO, PAD_NONE };
+    // The flags "#" and "^" (or none): the case of names.
     enum Casing : std::uint8_t { CASE_DEFAULT, CASE_SWAP, CASE_UPPER };
 
+    // One piece of the format.
     struct Atom {
-        What what = LITERAL;
+        What what = LITERAL;  // what it renders or parses
         union {
             struct {
                 Padding padding;
@@ -143,26 +152,29 @@ class TimeFormat {
             struct {
                 std::uint32_t offset, length;  // LITERAL: into _literals
             } text;
-        } x{};
+        } x{};  // by `what`: a conversion's flags, a punctuation index, or a literal's place
     };
 
-    TimeFormat() = default;
+    TimeFormat() = default;  // invalid until compiled
+    // Compiles `format`; valid() says whether it could.
     explicit TimeFormat(StrSegment format) { static_cast<void>(_setFtime(format)); }
+
     TimeFormat(const TimeFormat&) = delete;
     TimeFormat& operator=(const TimeFormat&) = delete;
 
     // Compiles the format; false (and an invalid object) for an invalid one.
     [[nodiscard]] bool _setFtime(StrSegment format);
-    bool valid() const noexcept { return _valid; }
-    std::size_t atomCount() const noexcept { return _n; }
-    const Atom* atoms() const noexcept { return _atoms.get(); }
-    const Str& text() const noexcept { return _text; }
+    bool valid() const noexcept { return _valid; }               // compiled
+    std::size_t atomCount() const noexcept { return _n; }        // atoms compiled
+    const Atom* atoms() const noexcept { return _atoms.get(); }  // ... and the atoms
+    const Str& text() const noexcept { return _text; }           // the format as given
     // How many decimal digits of the subseconds the rendering depends on (0 to 6): two times in
     // one zone whose seconds and first that many digits agree render the same.
     unsigned subsecondDigitsRendered() const noexcept { return _subsecondDigits; }
     // Different for every compilation in the process, so that a cache can tell formats apart
     // even when one lives where another did.
     std::uint64_t serial() const noexcept { return _serial; }
+    // A LITERAL atom's characters (a.x.text.length of them).
     const char* literalText(const Atom& a) const noexcept { return _literals.data() + a.x.text.offset; }
 
     // Appends the time as the zone shows it.
@@ -183,6 +195,7 @@ class TimeFormat {
     // The six standard formats, compiled once at start-up.
     static const TimeFormat& standard(std::size_t index) noexcept;
 
+    // The characters PUNCT atoms stand for.
     static constexpr char kPunctuation[] = {',', ' ', ':', '/', '-', '\t', '\n'};
 
     struct Sink;  // where _fill writes: a buffer in front of the output string

@@ -10,11 +10,13 @@
 
 namespace basicutil {
 
+// Every day has 86400 seconds here; leap seconds are the zones' business.
 inline constexpr std::int64_t kSecondsPerDay = 86400;
 // The Gregorian calendar repeats itself, weekdays included, every 400 years.
 inline constexpr std::int64_t kDaysPer400Years = 146097;
 inline constexpr std::int64_t kSecondsPer400Years = kDaysPer400Years * kSecondsPerDay;
 
+// Gregorian: every fourth year, except centuries not divisible by 400.
 constexpr bool is_leap_year(std::int64_t year) noexcept {
     return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
 }
@@ -29,6 +31,7 @@ constexpr std::int64_t floorMod(std::int64_t a, std::int64_t b) noexcept {
     return r < 0 ? r + b : r;
 }
 
+// 28..31.
 constexpr unsigned daysInMonth(std::int64_t year, unsigned month) noexcept {
     constexpr unsigned char kDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     return kDays[month - 1] + (month == 2 && is_leap_year(year) ? 1u : 0u);
@@ -45,12 +48,14 @@ constexpr std::int64_t daysFromCivil(std::int64_t year, unsigned month, unsigned
     return era * kDaysPer400Years + dayOfEra - 719468;  // 0000-03-01 to 1970-01-01
 }
 
+// A date of the calendar.
 struct CivilDate {
-    std::int64_t year;
-    unsigned month;    // 1..12
-    unsigned day;      // 1..31
-    unsigned yearDay;  // 0..365
+    std::int64_t year;  // 0 is 1 BC
+    unsigned month;     // 1..12
+    unsigned day;       // 1..31
+    unsigned yearDay;   // 0..365
 };
+// The date `days` after 1970-01-01 (before it when negative); |days| below 2^50.
 CivilDate civilFromDays(std::int64_t days) noexcept;
 
 // 0 = Sunday .. 6 = Saturday.
@@ -64,20 +69,23 @@ unsigned dayOfYear(std::int64_t year, unsigned month, unsigned day) noexcept;
 // A moment of the year as zone rules write it: a day, then a time of day (seconds, possibly
 // negative or past 24 h) in the local time in force just before the moment.
 struct DateRule {
+    // How the day is written.
     enum Type : std::uint8_t {
         JULIAN_NO_LEAP,  // "Jn", n 1..365: February 29 is never counted
         ZERO_BASED,      // "n", 0..365: February 29 counts in leap years
         DOW,             // "Mm.w.d": weekday d (0 Sunday) of week w (1..4, 5 = last) of month m
     };
     Type _type = DOW;
-    std::uint16_t _day = 0;  // JULIAN_NO_LEAP and ZERO_BASED
-    std::uint8_t _month = 1, _week = 1, _weekday = 0;
-    std::int32_t _time = 2 * 3600;
+    std::uint16_t _day = 0;         // JULIAN_NO_LEAP and ZERO_BASED
+    std::uint8_t _month = 1;        // DOW: 1..12
+    std::uint8_t _week = 1;         // DOW: 1..5
+    std::uint8_t _weekday = 0;      // DOW: 0 = Sunday
+    std::int32_t _time = 2 * 3600;  // seconds after the day's start (02:00 unless given)
 
     // Seconds from January 1, 00:00:00 of the year to the moment.
     std::int64_t secondsFromJanuary(std::int64_t year) const noexcept;
 
-    friend bool operator==(const DateRule&, const DateRule&) = default;
+    friend bool operator==(const DateRule&, const DateRule&) = default;  // every field
 };
 
 }  // namespace basicutil

@@ -93,6 +93,7 @@ inline std::size_t formatUnsigned(char* out, std::uint64_t v) noexcept {
     return count;
 }
 
+// Appends v in decimal ("-" before a negative value).
 void appendUnsigned(std::string& out, std::uint64_t v);
 void appendSigned(std::string& out, std::int64_t v);
 

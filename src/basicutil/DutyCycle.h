@@ -29,6 +29,7 @@
 
 namespace basicutil {
 
+// One estimate and its lock.
 class DutyCycleEstimate {
   public:
     static constexpr std::uint64_t kWindowNs = 15000000000;  // 15 s, everywhere in the program
@@ -49,10 +50,10 @@ class DutyCycleEstimate {
     // The estimate now. Takes the lock.
     double estimateNow() noexcept;
 
-    PthreadMutexImpl& lock() const noexcept { return _lock; }
-    bool busy() const noexcept { return _busy; }        // under lock()
-    bool claimed() const noexcept { return _claimed; }  // under lock()
-    std::uint64_t windowNs() const noexcept { return _window; }
+    PthreadMutexImpl& lock() const noexcept { return _lock; }     // guards the fields below
+    bool busy() const noexcept { return _busy; }                  // under lock()
+    bool claimed() const noexcept { return _claimed; }            // under lock()
+    std::uint64_t windowNs() const noexcept { return _window; }   // as constructed
     Timespec lastUpdate() const noexcept { return _lastUpdate; }  // under lock()
 
   private:
@@ -74,6 +75,7 @@ DutyCycleEstimate& perThread() noexcept;
 // busy true, the time from construction to destruction counts as busy.
 class [[nodiscard]] ScopedDutyCycleClaimThread : private DutyCycleEstimate {
   public:
+    // Claims the estimate (above); `busy` says how the scope's time counts.
     explicit ScopedDutyCycleClaimThread(bool busy);
     ~ScopedDutyCycleClaimThread();
     ScopedDutyCycleClaimThread(const ScopedDutyCycleClaimThread&) = delete;

@@ -36,6 +36,7 @@ class [[nodiscard]] FileStatus {
     // closest errno value, `what` says the rest.
     static FileStatus failure(int error, StrSegment path, StrSegment what);
 
+    // Whether it is success.
     bool ok() const noexcept { return _error == 0; }
     explicit operator bool() const noexcept { return ok(); }
     int error() const noexcept { return _error; }       // 0 on success
@@ -49,6 +50,7 @@ class [[nodiscard]] FileStatus {
     Str _text;
 };
 
+// What kind of file a path names (without following a last symbolic link where the call says).
 enum FileType : unsigned char {
     FILE_TYPE_NONE,  // missing
     FILE_TYPE_REGULAR,
@@ -63,17 +65,18 @@ enum FileType : unsigned char {
 // "regular file", "directory", ... for messages.
 const char* fileTypeName(FileType type) noexcept;
 
+// What stat(2) says about a file, in portable types.
 struct FileInfo {
-    FileType type = FILE_TYPE_NONE;
-    std::uint64_t size = 0;
-    mode_t permissions = 0;  // the 07777 bits
-    dev_t device = 0;
-    ino_t inode = 0;
-    std::uint64_t links = 0;
-    uid_t owner = 0;
-    gid_t group = 0;
-    std::int64_t modifiedSeconds = 0;
-    std::int64_t modifiedNanoseconds = 0;
+    FileType type = FILE_TYPE_NONE;        // FILE_TYPE_NONE: missing
+    std::uint64_t size = 0;                // bytes
+    mode_t permissions = 0;                // the 07777 bits
+    dev_t device = 0;                      // the file system's device
+    ino_t inode = 0;                       // the file's number on it
+    std::uint64_t links = 0;               // hard links
+    uid_t owner = 0;                       // user id
+    gid_t group = 0;                       // group id
+    std::int64_t modifiedSeconds = 0;      // last data change, seconds since the epoch
+    std::int64_t modifiedNanoseconds = 0;  // ... and nanoseconds within that second
 
     // The same file: same device and inode.
     bool sameFileAs(const FileInfo& other) const noexcept {
@@ -85,9 +88,11 @@ struct FileInfo {
 // call close() to see it). It remembers the path it was opened with, for error texts.
 class FileDescriptor {
   public:
-    FileDescriptor() noexcept = default;
+    FileDescriptor() noexcept = default;  // none open
     // Adopts fd; `path` is only for error texts.
     explicit FileDescriptor(int fd, StrSegment path = "") noexcept;
+
+    // Closes what is open. Moving hands the descriptor over and leaves the source with none.
     ~FileDescriptor();
     FileDescriptor(FileDescriptor&& other) noexcept;
     FileDescriptor& operator=(FileDescriptor&& other) noexcept;
@@ -99,10 +104,12 @@ class FileDescriptor {
     FileStatus open(StrSegment path, int flags, mode_t mode = 0666);
     // openat(2): `name` relative to the open directory `directory` (a descriptor).
     FileStatus openAt(int directory, StrSegment name, int flags, mode_t mode = 0666);
-    FileStatus close();
+    FileStatus close();  // close(2), reported; nothing is open afterwards either way
     // Gives up ownership: returns the descriptor (-1 if none) and forgets it.
     int release() noexcept;
 
+    // Whether a descriptor is open, the descriptor (-1 if none), and the path it was opened
+    // with.
     bool isOpen() const noexcept { return _fd >= 0; }
     int get() const noexcept { return _fd; }
     const Str& path() const noexcept { return _path; }
@@ -119,13 +126,18 @@ class FileDescriptor {
     // Writes all of it, or fails (a full disk, RLIMIT_FSIZE).
     FileStatus write(const void* data, std::size_t size);
     FileStatus write(StrSegment text) { return write(text.data(), static_cast<std::size_t>(text.size())); }
+    // Like write, at `offset`, leaving the file position alone.
     FileStatus writeAt(const void* data, std::size_t size, std::uint64_t offset);
 
+    // lseek(2); the new position in `position` when asked.
     FileStatus seek(std::int64_t offset, int whence, std::uint64_t* position = nullptr);
+    // ftruncate(2): cuts or extends (with zeros) to `size` bytes.
     FileStatus truncate(std::uint64_t size);
     FileStatus sync();      // fsync: data and metadata are on the disk
     FileStatus syncData();  // fdatasync: data, and the metadata needed to read it back
+    // fstat(2) of the open file.
     FileStatus info(FileInfo& out) const;
+    // fchmod(2): the 07777 bits.
     FileStatus setPermissions(mode_t mode);
 
   private:
@@ -137,7 +149,9 @@ class FileDescriptor {
 // signal interrupts them.
 class FileStream {
   public:
-    FileStream() noexcept = default;
+    FileStream() noexcept = default;  // none open
+
+    // Closes what is open. Moving hands the stream over and leaves the source with none.
     ~FileStream();
     FileStream(FileStream&& other) noexcept;
     FileStream& operator=(FileStream&& other) noexcept;
@@ -150,6 +164,7 @@ class FileStream {
     FileStatus adopt(FileDescriptor& fd, const char* mode);
     FileStatus close();  // fclose: buffered data is written, and its failure reported
 
+    // Whether a stream is open, the stream (null if none), and the path it was opened with.
     bool isOpen() const noexcept { return _file != nullptr; }
     std::FILE* get() const noexcept { return _file; }
     const Str& path() const noexcept { return _path; }
@@ -159,8 +174,10 @@ class FileStream {
     // The next line with its "\n" (none on a last line without one) in place of `line`; at the
     // end of the file `line` is empty.
     FileStatus readLine(Str& line);
+    // Writes all of it into the stream's buffer (and the file as the buffer fills), or fails.
     FileStatus write(const void* data, std::size_t size);
     FileStatus write(StrSegment text) { return write(text.data(), static_cast<std::size_t>(text.size())); }
+    // fflush: the buffer goes to the file.
     FileStatus flush();
     // flush, then fsync of the descriptor underneath.
     FileStatus sync();
@@ -170,8 +187,9 @@ class FileStream {
     Str _path;
 };
 
+// One entry of a directory.
 struct DirectoryEntry {
-    Str name;
+    Str name;                        // the name within the directory
     FileType type = FILE_TYPE_NONE;  // from the directory itself, or lstat where it does not say
 };
 
@@ -184,19 +202,22 @@ struct DirectoryEntry {
 //   if (!st) ...                                     // a read error ended the walk
 class Directory {
   public:
-    Directory() noexcept = default;
+    Directory() noexcept = default;  // none open
+
+    // Closes what is open. Moving hands the directory over and leaves the source with none.
     ~Directory();
     Directory(Directory&& other) noexcept;
     Directory& operator=(Directory&& other) noexcept;
     Directory(const Directory&) = delete;
     Directory& operator=(const Directory&) = delete;
 
+    // opendir(3) with the descriptor close-on-exec; what was open before is closed first.
     FileStatus open(StrSegment path);
     // The subdirectory `name` of an open directory, found from it rather than by path (so a
     // rename above cannot redirect a walk); a symbolic link there is refused (ELOOP/ENOTDIR).
     FileStatus openAt(const Directory& parent, StrSegment name);
-    FileStatus close();
-    bool isOpen() const noexcept { return _dir != nullptr; }
+    FileStatus close();                                       // closedir(3), reported
+    bool isOpen() const noexcept { return _dir != nullptr; }  // whether a directory is open
     // The descriptor, for openat and friends relative to this directory.
     int descriptor() const noexcept;
 

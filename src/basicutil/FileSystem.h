@@ -19,9 +19,11 @@ namespace basicutil {
 
 // --- Permissions ---
 
-FileStatus filePermissions(StrSegment path, mode_t& permissions);  // the 07777 bits
+// A file's 07777 bits, read or set (following symbolic links).
+FileStatus filePermissions(StrSegment path, mode_t& permissions);
 FileStatus setFilePermissions(StrSegment path, mode_t permissions);
 
+// What checkAccess asks about: a bitwise or of these, or ACCESS_EXISTS alone.
 enum FileAccess : unsigned {
     ACCESS_EXISTS = 0,
     ACCESS_READ = 4,
@@ -34,11 +36,13 @@ FileStatus checkAccess(StrSegment path, unsigned access);
 
 // --- Facts ---
 
+// The size of a file system, and its room.
 struct FileSystemSpace {
     std::uint64_t total = 0;      // bytes in the file system
     std::uint64_t available = 0;  // bytes this process may still use
     std::uint64_t free = 0;       // bytes free, those kept for the superuser included
 };
+// statvfs(3) of the file system that holds `path`.
 FileStatus fileSystemSpace(StrSegment path, FileSystemSpace& out);
 
 // Both names lead to one file (after symbolic links); both must exist.
@@ -77,10 +81,12 @@ class TemporaryDirectory {
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
+    // Makes the directory, as makeTemporaryDirectory does; one that exists is removed first.
     FileStatus create(StrSegment prefix = "vestra.", StrSegment directory = "");
+    // Removes it with everything in it now, reporting how that went.
     FileStatus remove();
-    const Str& path() const noexcept { return _path; }
-    Str operator/(StrSegment name) const;  // a path inside it
+    const Str& path() const noexcept { return _path; }  // empty when there is none
+    Str operator/(StrSegment name) const;               // a path inside it
 
   private:
     Str _path;
@@ -112,15 +118,17 @@ class FileReplacement {
     FileReplacement(const FileReplacement&) = delete;
     FileReplacement& operator=(const FileReplacement&) = delete;
 
+    // Opens the temporary file beside `target`; what was begun before is abandoned.
     FileStatus begin(StrSegment target, mode_t mode = 0644);
+    // Appends data to the new contents.
     FileStatus write(StrSegment data);
     // The temporary file, for writers that want the descriptor itself.
     FileDescriptor& descriptor() noexcept { return _fd; }
-    const Str& temporaryPath() const noexcept { return _temporary; }
+    const Str& temporaryPath() const noexcept { return _temporary; }  // its path
     // With `sync` false the data and the rename are not waited for: the target is still old or
     // new whole after a crash of the process, but not necessarily after one of the machine.
     FileStatus commit(bool sync = true);
-    void abandon() noexcept;
+    void abandon() noexcept;  // removes the temporary file; the target stays as it was
 
   private:
     FileDescriptor _fd;
@@ -128,10 +136,12 @@ class FileReplacement {
     Str _temporary;
 };
 
+// A FileReplacement in one call: the target holds `contents`, or is untouched on failure.
 FileStatus replaceFileContents(StrSegment target, StrSegment contents, mode_t mode = 0644);
 
 // --- Copy, link, move ---
 
+// How copyFile copies: a bitwise or of these.
 enum CopyOptions : unsigned {
     COPY_DEFAULT = 0,
     COPY_SYNC = 1u << 0,                // sync the copy and its directory before it is in place

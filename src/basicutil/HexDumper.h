@@ -16,19 +16,22 @@
 
 namespace basicutil {
 
+// The dump's engine: a subclass says where lines go.
 class HexDumper {
   public:
     virtual ~HexDumper();
     // One finished line, without a line end.
     virtual void line(const char* text, std::size_t length) = 0;
 
+    // Dumps `length` bytes at `data`, line by line, ending with the length line.
     void do_dump(const void* data, std::size_t length);
 };
 
 // The lines, each with "\n", appended to a string.
 class HexDumper_to_Str : public HexDumper {
   public:
-    explicit HexDumper_to_Str(Str& out) : _out(out) {}
+    explicit HexDumper_to_Str(Str& out) : _out(out) {}  // `out` must outlive the dumper
+
     void line(const char* text, std::size_t length) override;
 
   private:
@@ -38,7 +41,8 @@ class HexDumper_to_Str : public HexDumper {
 // One element per line.
 class HexDumper_to_StrVector : public HexDumper {
   public:
-    explicit HexDumper_to_StrVector(StrVector& out) : _out(out) {}
+    explicit HexDumper_to_StrVector(StrVector& out) : _out(out) {}  // `out` must outlive the dumper
+
     void line(const char* text, std::size_t length) override;
 
   private:
@@ -48,7 +52,9 @@ class HexDumper_to_StrVector : public HexDumper {
 // One message per line on a channel, at the given level.
 class HexDumper_to_Logger : public HexDumper {
   public:
+    // `logger` must outlive the dumper.
     HexDumper_to_Logger(Logger& logger, LogLevel level) : _logger(logger), _level(level) {}
+
     void line(const char* text, std::size_t length) override;
 
   private:

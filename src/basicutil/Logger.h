@@ -38,6 +38,7 @@
 
 namespace basicutil {
 
+// The nine levels, least to most severe; a channel writes a level at or above its threshold.
 enum LogLevel : std::uint8_t {
     LOG_DEBUG = 0,
     LOG_INFO = 1,
@@ -61,8 +62,8 @@ const char* logLevelName(int level) noexcept;
 struct LogEvent {
     StrSegment component;  // the channel's name
     int level = LOG_INFO;  // out of range renders "???"
-    Timeval time;
-    StrSegment message;
+    Timeval time;          // when it was logged (the date, clock and elapsed conversions)
+    StrSegment message;    // the text, before any trimming
 };
 
 // Consulted when a message is longer than the maximum message size.
@@ -77,8 +78,11 @@ class LogFormatCallback {
                                       std::uint64_t length) = 0;
 };
 
+// A compiled line pattern (the language above): the pattern is parsed once into atoms, and each
+// line is rendered from them.
 class LogFormat {
   public:
+    // What an atom renders: the conversions, and literal text.
     enum Kind : std::uint32_t {
         KIND_MESSAGE = 0,
         KIND_LITERAL = 1,
@@ -91,18 +95,21 @@ class LogFormat {
         KIND_CLOCK = 8,
         KIND_DATE = 9,
     };
+    // An atom's max_width when the conversion gave none.
     static constexpr std::uint32_t kNoMaximum = 0xffffffffu;
 
+    // One piece of the pattern.
     struct Atom {
-        std::uint32_t kind = KIND_LITERAL;
-        const char* text = nullptr;  // a literal: into the pattern, or a constant
-        std::uint32_t length = 0;
-        std::uint32_t min_width = 0;
-        std::uint32_t max_width = kNoMaximum;
+        std::uint32_t kind = KIND_LITERAL;       // a Kind
+        const char* text = nullptr;              // a literal: into the pattern, or a constant
+        std::uint32_t length = 0;                // the literal's length
+        std::uint32_t min_width = 0;             // padded to this
+        std::uint32_t max_width = kNoMaximum;    // cut (or, for the message, trimmed) to this
         char pad = ' ';                          // ' ', '0', or 0 for padding on the right
         std::shared_ptr<const TimeFormat> time;  // a date atom's format
     };
 
+    // A line as the pattern's text, or as one JSON object (above).
     enum Serialization : int { SERIALIZE_TEXT = 0, SERIALIZE_JSON = 2 };
 
     // A null pattern is the empty pattern.
@@ -114,6 +121,7 @@ class LogFormat {
     void render(Str& out, const LogEvent& event, int serialization, std::uint64_t maxMessageSize,
                 LogFormatCallback* callback) const;
 
+    // The pattern as given, and what it compiled to.
     const Str& pattern() const noexcept { return _pattern; }
     const std::vector<Atom>& atoms() const noexcept { return _atoms; }
     // For tests of the corrupt-list path: a kind no pattern produces.
@@ -137,6 +145,7 @@ class LogAppender;
 class LogObserver {
   public:
     virtual ~LogObserver();
+    // One rendered line (with its newline, as the layout makes it) and the event behind it.
     virtual void observe(const LogEvent& event, StrSegment line) = 0;
 };
 
@@ -160,16 +169,22 @@ class LogObserver {
 // is lost.
 class Logger {
   public:
+    // Registers the channel under `name`; the arguments are described above.
     Logger(const char* name, int quiet, unsigned similarSeconds, unsigned similarCapacity);
     virtual ~Logger();
     Logger(const Logger&) = delete;
     Logger& operator=(const Logger&) = delete;
 
+    // The channel's name.
     const Str& name() const noexcept { return _name; }
+    // Whether `level` is at or above the threshold: the check every logging call makes first.
     bool enabled(int level) const noexcept { return level >= _threshold.load(std::memory_order_relaxed); }
+    // The lowest level written; above LOG_EMERG switches the channel off.
     void setThreshold(int level) noexcept { _threshold.store(level, std::memory_order_relaxed); }
     int threshold() const noexcept { return _threshold.load(std::memory_order_relaxed); }
 
+    // Formats with the library's printf (PrintfFormat.h) and logs the text; the format text is
+    // the similarity key. Nothing is formatted below the threshold.
     template <typename... Args>
     void logf(LogLevel level, std::string_view format, const Args&... args) {
         if (!enabled(level)) return;
@@ -186,6 +201,7 @@ class Logger {
         ~ScratchText();
         ScratchText(const ScratchText&) = delete;
         ScratchText& operator=(const ScratchText&) = delete;
+        // The buffer, empty when the ScratchText is made.
         Str& text() noexcept { return *_text; }
 
       private:
@@ -200,6 +216,8 @@ class Logger {
     // two breaks is left out).
     void debugSplitLines(LogLevel level, StrSegment text);
 
+    // Adds or removes an observer of every line the channel renders; not from inside an
+    // observer of this channel.
     void registerLogObserver(LogObserver* observer);
     void unregisterLogObserver(LogObserver* observer);
     // Writes the counts of suppressed messages now.
@@ -212,9 +230,13 @@ class Logger {
     class iterate_channels_callback {
       public:
         virtual ~iterate_channels_callback();
+        // Called once per channel, under the channel list's lock: it must not create or
+        // destroy channels.
         virtual void visit(Logger& logger) = 0;
     };
+    // Calls `callback` for each channel.
     static void iterateChannels(iterate_channels_callback& callback);
+    // The channel named `name` (exactly), or null.
     static Logger* find(StrSegment name) noexcept;
 
     // Sets up the channels created before logging was (the globals of every unit); channels
@@ -238,10 +260,11 @@ class Logger {
     // Lines decided under the mutex, written to the appenders after it: reports of suppressed
     // messages (owned), then the submitted message (the caller's text, still alive).
     struct Outgoing {
+        // One report of suppressed messages.
         struct Line {
-            LogLevel level;
-            Timeval time;
-            Str message;
+            LogLevel level;  // the suppressed message's
+            Timeval time;    // when the report was decided
+            Str message;     // the report's text
         };
         std::vector<Line> reports;
         bool hasMessage = false;
@@ -279,12 +302,14 @@ Logger* loggerChannelIfAlive() noexcept;
 // A channel with nothing of its own beyond Logger: what components declare.
 class LoggerSimple : public Logger {
   public:
+    // Logger's constructor.
     using Logger::Logger;
 };
 
 // Registers in its constructor, unregisters in its destructor.
 class ScopedLogObserverRegistration {
   public:
+    // Registers `observer` with `logger`; both must outlive this object.
     ScopedLogObserverRegistration(Logger& logger, LogObserver& observer)
         : _logger(logger), _observer(observer) {
         _logger.registerLogObserver(&_observer);
@@ -304,8 +329,10 @@ class ScopedLogObserverRegistration {
 // inside another) gets a buffer of its own, marked by DYNAMIC_FLAG in its logger word.
 class LoggerStreamAccumulator {
   public:
+    // Marks an accumulator whose buffer is its own.
     static constexpr std::uintptr_t DYNAMIC_FLAG = 1;
 
+    // Starts a message at `level` on `logger`.
     LoggerStreamAccumulator(Logger& logger, LogLevel level) : LoggerStreamAccumulator(&logger, level) {}
     // Not null, and without DYNAMIC_FLAG (an assertion).
     LoggerStreamAccumulator(Logger* logger, LogLevel level);
@@ -313,6 +340,7 @@ class LoggerStreamAccumulator {
     LoggerStreamAccumulator(const LoggerStreamAccumulator&) = delete;
     LoggerStreamAccumulator& operator=(const LoggerStreamAccumulator&) = delete;
 
+    // Appends text, a byte, or a number (integers in decimal, doubles as printf's "%g" does).
     LoggerStreamAccumulator& operator<<(StrSegment text);
     LoggerStreamAccumulator& operator<<(const char* text) { return *this << StrSegment(text); }
     LoggerStreamAccumulator& operator<<(char c);

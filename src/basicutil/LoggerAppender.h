@@ -30,20 +30,22 @@ namespace basicutil {
 // ("\n", "\t", "\\", "\x1b"), so that one message is one line.
 enum class LogEscape : std::uint8_t { NONE, C };
 
+// What an appender is configured with.
 struct LogAppenderSettings {
-    Str name;
-    bool hasFileName = false;  // none: standard error
-    Str fileName;
+    Str name;                                 // the appender's name in the configuration
+    bool hasFileName = false;                 // none: standard error
+    Str fileName;                             // the file, with hasFileName
     std::uint64_t maxFileSize = 0;            // 0: not set
     std::uint64_t maxBackupIndex = 0;         // 0: not set
     std::shared_ptr<const LogFormat> layout;  // null: the default "%m%n"
     int serialization = 1;                    // 1 text, 2 JSON
     std::uint64_t maxMessageSize = 0;         // 0: no limit
-    std::uint64_t bufferSize = 8192;
-    bool buffered = false;
-    LogEscape escape = LogEscape::NONE;
+    std::uint64_t bufferSize = 8192;          // bytes held before a buffered write
+    bool buffered = false;                    // hold lines (above) rather than write each
+    LogEscape escape = LogEscape::NONE;       // how message text is written
 };
 
+// One destination of log lines (above); shared by the channels a configuration points at it.
 class LogAppender : private LogFormatCallback {
   public:
     // Runs the checks (each warning at WARN on the "Logger" channel) and, unless suspended,
@@ -53,7 +55,10 @@ class LogAppender : private LogFormatCallback {
     LogAppender(const LogAppender&) = delete;
     LogAppender& operator=(const LogAppender&) = delete;
 
+    // Renders the event with the layout and writes the line (or buffers it); rotates first
+    // when the line would pass the maximum file size.
     void write(const LogEvent& event);
+    // Writes out what is buffered.
     void flush();
 
     // Output goes to the null device until unsuspend(), which reopens the file; unsuspend
@@ -66,10 +71,14 @@ class LogAppender : private LogFormatCallback {
     // open a fresh file. False, with the error logged, when a step fails.
     bool rotateFile();
 
+    // Adds or removes an observer of every line the appender writes; not from inside one of
+    // its own observers.
     void registerLogObserver(LogObserver* observer);
     void unregisterLogObserver(LogObserver* observer);
 
+    // The settings, as checked.
     const LogAppenderSettings& settings() const noexcept { return _settings; }
+    // The file name, or "stderr".
     const char* target() const noexcept {
         return _settings.hasFileName ? _settings.fileName.c_str() : "stderr";
     }

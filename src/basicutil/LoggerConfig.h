@@ -36,6 +36,7 @@ namespace basicutil {
 
 // A problem found while reading, reported once logging is set up.
 struct DeferredLogConf {
+    // What went wrong.
     enum ErrorType : int {
         PARSE_ERROR = 1,
         UNTERMINATED_COMMENT = 2,
@@ -43,11 +44,11 @@ struct DeferredLogConf {
         INVALID_SERIALIZATION = 4,
         INVALID_ESCAPE = 5,
     };
-    int error_type = PARSE_ERROR;
-    Str file;
-    unsigned line = 0;
-    Str text;       // the text at fault
-    int error = 0;  // errno, for OPEN_FAILED
+    int error_type = PARSE_ERROR;  // an ErrorType
+    Str file;                      // the configuration file
+    unsigned line = 0;             // 1-based
+    Str text;                      // the text at fault
+    int error = 0;                 // errno, for OPEN_FAILED
     // "%s:%u: Parse error at \"%s\"", "%s:%u: Unterminated XML comment started",
     // "Couldn't open log file configuration \"%s\": %m", "%s:%u: Invalid serialization='%s'",
     // "%s:%u: Invalid escape='%s'", or for an unknown type
@@ -55,6 +56,7 @@ struct DeferredLogConf {
     Str describe() const;
 };
 
+// A logging configuration read from files: channel levels, appenders and their settings.
 class LogConfiguration {
   public:
     // Reads one file into the configuration; keys read later override earlier ones. False when
@@ -67,6 +69,7 @@ class LogConfiguration {
     // later take the same. The deferred records are then reported and cleared.
     void apply();
 
+    // What reading found wrong, not yet reported.
     const std::vector<DeferredLogConf>& problems() const noexcept { return _problems; }
 
   private:

@@ -30,8 +30,10 @@
 
 namespace basicutil {
 
+// A one-byte lock sleeping on a shared chain (above).
 class MutexByte {
   public:
+    // The byte's values.
     enum State : std::uint8_t {
         STATE_UNLOCKED = 0,
         STATE_LOCKED = 1,
@@ -42,19 +44,23 @@ class MutexByte {
     MutexByte(const MutexByte&) = delete;
     MutexByte& operator=(const MutexByte&) = delete;
 
+    // Takes the byte: at once, after spinning, or when an unlocker hands it over.
     void lock() noexcept {
         std::uint8_t expected = STATE_UNLOCKED;
         if (!_state.compare_exchange_strong(expected, STATE_LOCKED)) bounceContended();
     }
+    // Takes the byte only if it is free now.
     [[nodiscard]] bool try_lock() noexcept {
         std::uint8_t expected = STATE_UNLOCKED;
         return _state.compare_exchange_strong(expected, STATE_LOCKED);
     }
+    // Frees the byte, or hands it to the first sleeper.
     void unlock() noexcept {
         std::uint8_t expected = STATE_LOCKED;
         if (!_state.compare_exchange_strong(expected, STATE_UNLOCKED)) unlockContended();
     }
 
+    // The byte's State bits now.
     std::uint8_t get(std::memory_order order = std::memory_order_seq_cst) const noexcept {
         return _state.load(order);
     }
@@ -87,6 +93,7 @@ struct MutexByteThreadCounts {
     std::uint64_t failedEnqueues = 0;  // the byte changed while going to sleep
     std::uint64_t handOffs = 0;        // locks passed to a sleeper by this thread's unlocks
 };
+// The calling thread's counts so far.
 MutexByteThreadCounts mutexByteThreadCounts() noexcept;
 
 // A byte with a waiter chain of its own. Dumps as "qmutex{" chain ", " byte "}".
@@ -96,6 +103,7 @@ class QMutex {
     QMutex(const QMutex&) = delete;
     QMutex& operator=(const QMutex&) = delete;
 
+    // As MutexByte's, on the QMutex's own chain.
     void lock() noexcept {
         if (!_byte.try_lock()) _lock_slowpath(*this);
     }
@@ -106,6 +114,7 @@ class QMutex {
             mutex_byte_details::unlockWithSleepers(_byte, _chain);
     }
 
+    // "qmutex{" chain ", " byte "}".
     void dumpState(std::string& out) const;
 
     // The contended lock: returns once the caller owns the byte.

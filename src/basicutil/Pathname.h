@@ -27,6 +27,7 @@ const Str& copyingOperationText() noexcept;      // "copying source to destinati
 const Str& hardLinkingOperationText() noexcept;  // "hard linking source to destination"
 const Str& movingOperationText() noexcept;       // "moving source to destination"
 
+// Whether the path starts with "/".
 inline bool pathIsAbsolute(StrSegment path) noexcept {
     return !path.empty() && path[0] == '/';
 }

@@ -19,16 +19,17 @@
 
 namespace basicutil {
 
+// A double as decimal digits and a decimal point position, with the rounding limits asked for.
 struct DoubleWithSignificantFigures {
     static constexpr std::uint16_t MAX_SIGFIGS = 65535;    // unset
     static constexpr std::uint16_t MAX_PRECISION = 65535;  // unset
 
-    char digits[18];  // up to 17 significant digits and a NUL
-    bool negative = false;
-    std::int32_t ndigits = 0;  // 1..17
-    std::int32_t point = 0;    // the value is 0.d1d2... x 10^point
-    std::uint16_t sigfigs = MAX_SIGFIGS;
-    std::uint16_t precision = MAX_PRECISION;
+    char digits[18];                          // up to 17 significant digits and a NUL
+    bool negative = false;                    // the sign, kept for a negative zero too
+    std::int32_t ndigits = 0;                 // 1..17
+    std::int32_t point = 0;                   // the value is 0.d1d2... x 10^point
+    std::uint16_t sigfigs = MAX_SIGFIGS;      // significant figures to keep
+    std::uint16_t precision = MAX_PRECISION;  // digits after the point to keep
 
     DoubleWithSignificantFigures() : digits{'0'}, ndigits(1), point(1) {}  // zero
     // The shortest digits of a finite value (double-conversion, shortest mode). Zero is "0"
@@ -36,7 +37,7 @@ struct DoubleWithSignificantFigures {
     explicit DoubleWithSignificantFigures(double value);
     // The exact digits of scaled / 10^decimals (scaled below 10^17), without trailing zeros.
     DoubleWithSignificantFigures(bool negative, std::uint64_t scaled, unsigned decimals);
-    const char* data() const noexcept { return digits; }
+    const char* data() const noexcept { return digits; }  // the digits, NUL-terminated
 };
 
 // Keeps min(sigfigs, point + precision) digits, rounding as described above. At least one
@@ -64,10 +65,13 @@ bool shouldRoundAwayFromZero(const DoubleWithSignificantFigures& dsf, std::int32
 // Fixed form (%f, and %g when it chooses it) of digits already rounded, `decimals` after the point.
 class PrintfRenderedNormalFloat {
   public:
+    // Renders the value for `atom`, which must outlive this object.
     PrintfRenderedNormalFloat(const PrintfFormatAtom& atom, const DoubleWithSignificantFigures& digits,
                               std::size_t decimals);
     PrintfRenderedNormalFloat(const PrintfRenderedNormalFloat&) = delete;
     PrintfRenderedNormalFloat& operator=(const PrintfRenderedNormalFloat&) = delete;
+
+    // Writes the rendering, padded to the atom's width.
     void appendTo(const PrintfOutput& out) const;
 
   private:
@@ -79,10 +83,13 @@ class PrintfRenderedNormalFloat {
 // Exponential form (%e, and %g when it chooses it): one digit, `decimals` more, the exponent.
 class PrintfRenderedExponentialFloat {
   public:
+    // Renders the value for `atom`, which must outlive this object.
     PrintfRenderedExponentialFloat(const PrintfFormatAtom& atom, const DoubleWithSignificantFigures& digits,
                                    std::size_t decimals);
     PrintfRenderedExponentialFloat(const PrintfRenderedExponentialFloat&) = delete;
     PrintfRenderedExponentialFloat& operator=(const PrintfRenderedExponentialFloat&) = delete;
+
+    // Writes the rendering, padded to the atom's width.
     void appendTo(const PrintfOutput& out) const;
 
   private:
@@ -95,9 +102,12 @@ class PrintfRenderedExponentialFloat {
 // %a: hexadecimal digits straight from the bits, as C's printf writes them.
 class PrintfRenderedHexFloat {
   public:
+    // Renders the value for `atom`, which must outlive this object.
     PrintfRenderedHexFloat(const PrintfFormatAtom& atom, double value);
     PrintfRenderedHexFloat(const PrintfRenderedHexFloat&) = delete;
     PrintfRenderedHexFloat& operator=(const PrintfRenderedHexFloat&) = delete;
+
+    // Writes the rendering, padded to the atom's width.
     void appendTo(const PrintfOutput& out) const;
 
   private:
@@ -111,7 +121,10 @@ class PrintfRenderedHexFloat {
 // Infinities and NaN: "Infinity", "-Infinity" or "NaN", padded with blanks only.
 class PrintfNonfiniteFloatingPointRenderingBuffer {
   public:
+    // Renders the value for `atom`, which must outlive this object.
     PrintfNonfiniteFloatingPointRenderingBuffer(const PrintfFormatAtom& atom, double val);
+
+    // Writes the rendering, padded to the atom's width.
     void appendTo(const PrintfOutput& out) const;
 
   private:

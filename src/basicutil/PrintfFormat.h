@@ -40,7 +40,10 @@ namespace printf_details {
 enum class Route : std::uint8_t;  // how an atom is rendered (PrintfFormat_details.h)
 }  // namespace printf_details
 
+// One piece of a format: constant text, or one conversion with its flags, width, precision and
+// argument size.
 struct PrintfFormatAtom {
+    // Bits of `flags`.
     enum : std::uint8_t {
         FLAG_ALTERNATE = 1,           // #
         FLAG_VARIABLE_WIDTH = 2,      // *
@@ -48,12 +51,17 @@ struct PrintfFormatAtom {
         FLAG_UPPER_CASE = 8,          // X A E F G, and p read as hexadecimal
         FLAG_SEPARATORS = 16,         // '
     };
+    // Where padding goes: blanks on the left (the default), blanks on the right ("-"), zeros
+    // on the left ("0").
     enum Padding : std::int32_t { PAD_LEFT_SPACES = 0, PAD_RIGHT_SPACES = 1, PAD_LEFT_ZEROS = 2 };
+    // What a signed conversion puts before a nonnegative number: nothing, " " or "+".
     enum SignNonnegative : std::int32_t {
         SIGN_NONNEGATIVE_NONE = 0,
         SIGN_NONNEGATIVE_SPACE = 1,
         SIGN_NONNEGATIVE_PLUS = 2,
     };
+    // The conversion letter's job (d i; u; x X; o; e E; f F; g G; a A; c; s; m; p), or constant
+    // text.
     enum Conversion : std::int32_t {
         CONV_CONSTANT_STRING = 0,
         CONV_SIGNED_DECIMAL = 1,
@@ -71,21 +79,22 @@ struct PrintfFormatAtom {
     };
     // getNext options.
     enum : unsigned { OPTION_ERRNO = 1, OPTION_POINTERS = 2, OPTION_Z_STRING = 8 };
+    // A width or precision not given.
     static constexpr std::size_t NONE = static_cast<std::size_t>(-1);
 
-    std::uint8_t flags = 0;
-    Padding padding = PAD_LEFT_SPACES;
-    SignNonnegative sign_nonnegative = SIGN_NONNEGATIVE_NONE;
-    Conversion conversion = CONV_CONSTANT_STRING;
+    std::uint8_t flags = 0;                                    // FLAG_ bits
+    Padding padding = PAD_LEFT_SPACES;                         // the - and 0 flags
+    SignNonnegative sign_nonnegative = SIGN_NONNEGATIVE_NONE;  // the blank and + flags
+    Conversion conversion = CONV_CONSTANT_STRING;              // the letter
     union {
         std::size_t size;  // a conversion's argument size in bytes: 1, 2, 4 or 8
         const char* text;  // a constant's text, inside the format
     };
-    std::size_t length = 0;  // a constant's length
-    std::size_t width = NONE;
-    std::size_t precision = NONE;
+    std::size_t length = 0;        // a constant's length
+    std::size_t width = NONE;      // the minimum width
+    std::size_t precision = NONE;  // digits, significant figures or bytes, by conversion
 
-    PrintfFormatAtom() : text("") {}
+    PrintfFormatAtom() : text("") {}  // an empty constant
 
     // Parses the next atom at the front of `format` and advances past it. False only when the
     // format is empty (the atom is then an empty constant). The format must outlive the atom.
@@ -97,10 +106,12 @@ struct PrintfFormatAtom {
     // A constant atom's text.
     StrSegment constantText() const noexcept;
 
-    bool has(std::uint8_t flag) const noexcept { return (flags & flag) != 0; }
+    bool has(std::uint8_t flag) const noexcept { return (flags & flag) != 0; }  // a FLAG_ bit
+    // d i u x X o.
     bool isInteger() const noexcept {
         return conversion >= CONV_SIGNED_DECIMAL && conversion <= CONV_UNSIGNED_OCTAL;
     }
+    // e E f F g G a A.
     bool isFloat() const noexcept {
         return conversion >= CONV_FLOAT_EXPONENT && conversion <= CONV_FLOAT_HEX;
     }
@@ -116,11 +127,13 @@ void append_stringified(Str& out, const PrintfFormatAtom& atom);
 // anything with append(const char*, size).
 class PrintfOutput {
   public:
+    // Output to `target`, which must outlive this object.
     explicit PrintfOutput(Str& target) : _str(&target), _target(nullptr), _append(nullptr) {}
     template <typename Target>
     explicit PrintfOutput(Target& target)
         : _target(&target),
           _append([](void* t, const char* p, std::size_t n) { static_cast<Target*>(t)->append(p, n); }) {}
+    // Appends n bytes at p, or n copies of c.
     void append(const char* p, std::size_t n) const {
         if (_str != nullptr)
             _str->append(p, n);
@@ -143,14 +156,17 @@ class PrintfOutput {
 // A parsed format, rendered as often as needed. The format text must outlive it.
 class PrintfFormat {
   public:
+    // Parses `format` with the getNext options.
     explicit PrintfFormat(StrSegment format, unsigned options = 0);
-    const std::vector<PrintfFormatAtom>& atoms() const noexcept { return _atoms; }
+    const std::vector<PrintfFormatAtom>& atoms() const noexcept { return _atoms; }  // as parsed
+    // Renders the format with `args` (an argument list, or the arguments themselves).
     void appendTo(const PrintfOutput& out, std::span<const PrintfArg> args) const;
     template <typename... Args>
     void append(Str& out, const Args&... args) const {
         appendTo(PrintfOutput(out), argumentList(args...));
     }
 
+    // The arguments as PrintfArgs, in an array on the caller's stack.
     template <typename... Args>
     static auto argumentList(const Args&... args) {
         return std::array<PrintfArg, sizeof...(Args)>{PrintfArg(args)...};
@@ -175,6 +191,7 @@ class PrintfFormat {
 void appendPrintf(const PrintfOutput& out, StrSegment format, std::span<const PrintfArg> args,
                   unsigned options = 0);
 
+// Appends the formatted arguments to a Str or a std::string.
 template <typename... Args>
 void appendf(Str& out, std::string_view format, const Args&... args) {
     appendPrintf(PrintfOutput(out), StrSegment(format), PrintfFormat::argumentList(args...));
@@ -183,6 +200,7 @@ template <typename... Args>
 void appendf(std::string& out, std::string_view format, const Args&... args) {
     appendPrintf(PrintfOutput(out), StrSegment(format), PrintfFormat::argumentList(args...));
 }
+// The formatted arguments as a new Str.
 template <typename... Args>
 Str strprintf(std::string_view format, const Args&... args) {
     Str out;

@@ -11,10 +11,14 @@
 
 namespace basicutil {
 
+// One argument: its kind and its value. Made implicitly from what a printf call is given.
 class PrintfArg {
   public:
+    // What the argument holds.
     enum Kind : std::uint8_t { ARG_SIGNED, ARG_UNSIGNED, ARG_DOUBLE, ARG_STRING, ARG_POINTER };
 
+    // Any integer (signed or unsigned by its type), a double (a float too), a string (a null
+    // C string reads "(null)"; the text must outlive the call) or a pointer.
     template <typename T>
     requires std::is_integral_v<T>
     constexpr PrintfArg(T v) noexcept {  // implicit on purpose, like a printf argument
@@ -32,13 +36,15 @@ class PrintfArg {
     constexpr PrintfArg(std::string_view s) noexcept : _kind(ARG_STRING), _string(s) {}
     constexpr PrintfArg(const void* p) noexcept : _kind(ARG_POINTER), _pointer(p) {}
 
-    constexpr Kind kind() const noexcept { return _kind; }
+    constexpr Kind kind() const noexcept { return _kind; }  // what it holds
+    // An integer argument, read as signed or unsigned 64 bits.
     constexpr std::int64_t asSigned() const noexcept {
         return _kind == ARG_SIGNED ? _signed : static_cast<std::int64_t>(_unsigned);
     }
     constexpr std::uint64_t asUnsigned() const noexcept {
         return _kind == ARG_UNSIGNED ? _unsigned : static_cast<std::uint64_t>(_signed);
     }
+    // The value of a double, string or pointer argument (only of that kind).
     constexpr double asDouble() const noexcept { return _double; }
     constexpr std::string_view asString() const noexcept { return _string; }
     constexpr const void* asPointer() const noexcept { return _pointer; }

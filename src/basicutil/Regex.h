@@ -65,6 +65,7 @@ const ByteSet& regexMetacharacters() noexcept;
 void quoteRegex(Str& out, StrSegment text);
 Str quoteRegex(StrSegment text);
 
+// How a pattern is compiled: a bitwise or of these.
 enum RegexOptions : unsigned {
     REGEX_DEFAULT = 0,
     REGEX_CASELESS = 1u << 0,   // letters match either case
@@ -75,19 +76,23 @@ enum RegexOptions : unsigned {
     REGEX_ANCHORED = 1u << 5,   // a match starts exactly at the offset given
     REGEX_NO_JIT = 1u << 6,     // interpreter only (JIT compilation costs time and memory)
 };
+// Every option bit; compile refuses others.
 inline constexpr unsigned kRegexAllOptions = (1u << 7) - 1;
 
+// How much work one match may do before it stops with REGEX_LIMIT (PCRE2's match and depth
+// limits). A caller's own depth limit runs the interpreter, where it is exact.
 struct RegexLimits {
     static constexpr std::uint32_t kDefaultMatchLimit = 1000000;  // PCRE2's own is 10000000
     static constexpr std::uint32_t kDefaultDepthLimit = 100000;   // PCRE2's own is 10000000
-    std::uint32_t matchLimit = kDefaultMatchLimit;
-    std::uint32_t depthLimit = kDefaultDepthLimit;
+    std::uint32_t matchLimit = kDefaultMatchLimit;                // backtracking steps
+    std::uint32_t depthLimit = kDefaultDepthLimit;                // nested backtracking points
 };
 
 // The JIT stack of each thread that matches: enough for patterns of ordinary depth, bounded
 // for the others.
 inline constexpr std::size_t kJitStackBytes = 512 * 1024;
 
+// How a match call ended.
 enum RegexStatus : int {
     REGEX_MATCH = 1,
     REGEX_NO_MATCH = 0,
@@ -101,8 +106,9 @@ class Regex;
 // outlive it. Reusing one RegexMatch across calls avoids an allocation per match.
 class RegexMatch {
   public:
-    RegexMatch() noexcept = default;
+    RegexMatch() noexcept = default;  // no match yet
     ~RegexMatch();
+    // Moving hands the spans over; the source is left with none.
     RegexMatch(RegexMatch&& other) noexcept;
     RegexMatch& operator=(RegexMatch&& other) noexcept;
     RegexMatch(const RegexMatch&) = delete;
@@ -123,8 +129,8 @@ class RegexMatch {
     size_type end(unsigned i) const noexcept { return has(i) ? _ovector[2 * i + 1] : npos; }
     // The named group's text (the first set one, for duplicate names); empty when unknown.
     StrSegment named(StrSegment name) const noexcept;
-    bool hasNamed(StrSegment name) const noexcept;
-    StrSegment subject() const noexcept { return _subject; }
+    bool hasNamed(StrSegment name) const noexcept;            // whether a group of that name took part
+    StrSegment subject() const noexcept { return _subject; }  // the subject matched
     // When the status was REGEX_LIMIT: which limit ("match limit", "depth limit", "heap limit",
     // "JIT stack limit"); otherwise "".
     const char* limitName() const noexcept { return _limitName; }
@@ -146,10 +152,13 @@ class RegexMatch {
     std::shared_ptr<const Regex> _keep;  // the pattern, when the cache's match() made this match
 };
 
+// A compiled pattern (PCRE2 syntax, JIT-compiled where the platform has it). Matching is
+// const and safe from many threads at once.
 class Regex {
   public:
-    Regex() noexcept = default;
+    Regex() noexcept = default;  // not compiled: ok() is false
     ~Regex();
+    // Moving hands the compiled pattern over; the source is left not compiled.
     Regex(Regex&& other) noexcept;
     Regex& operator=(Regex&& other) noexcept;
     Regex(const Regex&) = delete;
@@ -158,12 +167,12 @@ class Regex {
     // False on a bad pattern, with PCRE2's message and the offset it stopped at; logged. Any
     // previous pattern is released first.
     [[nodiscard]] bool compile(StrSegment pattern, unsigned options = REGEX_DEFAULT);
-    bool ok() const noexcept { return _code != nullptr; }
-    const Str& pattern() const noexcept { return _pattern; }
-    unsigned options() const noexcept { return _options; }
-    bool jitCompiled() const noexcept { return _jit; }
-    const Str& errorText() const noexcept { return _error; }
-    size_type errorOffset() const noexcept { return _errorOffset; }
+    bool ok() const noexcept { return _code != nullptr; }            // compiled
+    const Str& pattern() const noexcept { return _pattern; }         // as given to compile
+    unsigned options() const noexcept { return _options; }           // as given to compile
+    bool jitCompiled() const noexcept { return _jit; }               // runs JIT code
+    const Str& errorText() const noexcept { return _error; }         // the last failure's message
+    size_type errorOffset() const noexcept { return _errorOffset; }  // ... and where it stopped
 
     // Capturing groups, group 0 not counted.
     unsigned captureCount() const noexcept { return _captures; }
@@ -223,11 +232,12 @@ class Regex {
 //   if (it.status() == REGEX_LIMIT) ...
 class RegexMatchIterator {
   public:
+    // Before the first match; `regex` and `subject` must outlive the iterator.
     RegexMatchIterator(const Regex& regex, StrSegment subject, const RegexLimits& limits = {});
 
     // Moves to the next match; false at the end, or when a limit or an error stopped it.
     bool next();
-    const RegexMatch& match() const noexcept { return _match; }
+    const RegexMatch& match() const noexcept { return _match; }  // the current match
     // REGEX_MATCH while matches come, REGEX_NO_MATCH at the end, or what stopped it.
     RegexStatus status() const noexcept { return _status; }
 
@@ -255,7 +265,9 @@ class RegexCache {
   public:
     static constexpr std::size_t kDefaultGenerationSize = 256;  // patterns per generation
 
+    // An empty cache; regexCache() is the process's own.
     explicit RegexCache(std::size_t generationSize = kDefaultGenerationSize);
+
     ~RegexCache();
     RegexCache(const RegexCache&) = delete;
     RegexCache& operator=(const RegexCache&) = delete;
@@ -272,15 +284,17 @@ class RegexCache {
     RegexStatus match(StrSegment pattern, unsigned options, StrSegment subject, size_type offset,
                       RegexMatch& m, const RegexLimits& limits = {}, Str* error = nullptr);
 
+    // What the lookups that reached the generations found.
     struct Counts {
-        std::uint64_t currentHits = 0;
+        std::uint64_t currentHits = 0;   // found in the current generation
         std::uint64_t previousHits = 0;  // each promoted the pattern
         std::uint64_t misses = 0;        // compiled (or failed)
         std::uint64_t generations = 0;   // times the current generation was retired
-        std::size_t currentSize = 0;
-        std::size_t previousSize = 0;
+        std::size_t currentSize = 0;     // patterns in the current generation
+        std::size_t previousSize = 0;    // ... and in the previous one
     };
-    Counts counts() const;
+    Counts counts() const;  // the counts so far and the sizes now
+    // Drops both generations and every thread's memo; patterns held by callers live on.
     void clear();
 
   private:

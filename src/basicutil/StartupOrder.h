@@ -10,6 +10,7 @@
 
 namespace basicutil {
 
+// The priorities, earliest first; gaps are kept for units to come.
 enum StartupOrder : int {
     STARTUP_STRING_UTILITIES = 1001,  // boolean words, escape sets, percent-encoding table
     STARTUP_STATIC_CONTAINER_A = 1002,
@@ -31,13 +32,14 @@ enum StartupOrder : int {
     STARTUP_LAST_LIBRARY = 1018,
 };
 
+// Marks a global to be constructed at `order` (a StartupOrder).
 #define VESTRA_STARTUP(order) __attribute__((init_priority(order)))
 
 // A record of start-up and teardown, for tests and crash logs: "+basicutil/Thread" when a unit's
 // globals come into being, "-basicutil/Thread" when they are torn down. Usable before any
 // dynamic initialisation (constant-initialised storage, no allocation).
 void recordStartupEvent(const char* event) noexcept;
-std::size_t startupEventCount() noexcept;
-const char* startupEvent(std::size_t index) noexcept;
+std::size_t startupEventCount() noexcept;              // events recorded so far
+const char* startupEvent(std::size_t index) noexcept;  // the index-th, oldest first
 
 }  // namespace basicutil

@@ -22,7 +22,9 @@
 
 namespace basicutil {
 
+// Positions and lengths: 64 bits on every platform.
 using size_type = std::uint64_t;
+// "Not found", and "to the end" as a length.
 inline constexpr size_type npos = ~size_type{0};
 
 class Str;
@@ -30,9 +32,12 @@ class Str;
 // A view of bytes: not owning, not NUL-terminated. Shortening a view only moves _data forward
 // or reduces _len; the bytes are never written.
 struct StrSegment {
+    // The first byte and the number of bytes; public so that a view is an aggregate-like pair.
     const char* _data = "";
     size_type _len = 0;
 
+    // An empty view; a view of `len` bytes at `data`; of a C string, a std::string_view, a
+    // std::string or a Str (the last four implicitly, so that every text converts to a view).
     constexpr StrSegment() noexcept = default;
     constexpr StrSegment(const char* data, size_type len) noexcept : _data(data), _len(len) {}
     StrSegment(const char* text) noexcept : _data(text), _len(std::strlen(text)) {}         // implicit
@@ -40,6 +45,7 @@ struct StrSegment {
     StrSegment(const std::string& s) noexcept : _data(s.data()), _len(s.size()) {}          // implicit
     StrSegment(const Str& s) noexcept;  // implicit: a view of the whole string
 
+    // The view as bytes, as a range and as a std::string_view (implicitly too).
     constexpr const char* data() const noexcept { return _data; }
     constexpr size_type size() const noexcept { return _len; }
     constexpr bool empty() const noexcept { return _len == 0; }
@@ -55,11 +61,18 @@ struct StrSegment {
     void setBegin(const char* p) noexcept;
 };
 
+// An owning byte string, always NUL-terminated (the bytes may contain NULs too). Up to
+// kInlineCapacity bytes live inside the object; longer strings on the heap.
 class Str {
   public:
+    // Bytes held without allocating.
     static constexpr size_type kInlineCapacity = 15;
+    // The longest string; growing past it throws std::length_error("basic_string::append").
     static constexpr size_type kMaxLength = (size_type{1} << 62) - 1;
 
+    // An empty string; a copy of a C string (implicitly, like a literal), of `len` bytes at
+    // `data`, of a view or a std::string (explicitly: copying should show); `n` copies of `c`.
+    // Copies and moves; a moved-from string is empty.
     Str() noexcept : _p(_local), _len(0) { _local[0] = '\0'; }
     Str(const char* text) : Str(text, std::strlen(text)) {}  // implicit, like a literal
     Str(const char* data, size_type len);
@@ -73,6 +86,9 @@ class Str {
     Str& operator=(Str&& other) noexcept;
     ~Str();
 
+    // The bytes (c_str() and data() are NUL-terminated), the length, the room before the next
+    // allocation, and the bytes as a range and as a std::string_view (implicitly too). back()
+    // and operator[] take a position inside the string.
     const char* c_str() const noexcept { return _p; }
     const char* data() const noexcept { return _p; }
     char* data() noexcept { return _p; }
@@ -112,12 +128,15 @@ class Str {
         }
         return appendUninitializedSlow(n);
     }
+
+    // Appends a view, a C string, `n` copies of `c` or one byte; throws like append above.
     Str& append(StrSegment s) { return append(s._data, s._len); }
     Str& append(const char* text) { return append(text, std::strlen(text)); }
     Str& append(size_type n, char c);
     Str& operator+=(StrSegment s) { return append(s); }
     Str& operator+=(const char* text) { return append(text); }
     Str& operator+=(char c) { return append(1, c); }
+    // Appends one byte.
     void push_back(char c) {
         if (_len < capacity()) {  // the common case, inline
             _p[_len++] = c;
@@ -126,18 +145,26 @@ class Str {
             append(1, c);
         }
     }
-    void pop_back() noexcept;  // not on an empty string
+    // Removes the last byte; not on an empty string.
+    void pop_back() noexcept;
 
+    // Replaces the contents with `len` bytes at `data` (which may be this string's own).
     Str& assign(const char* data, size_type len);
+    // Makes room for `capacity` bytes without changing the contents; never shrinks.
     void reserve(size_type capacity);
+    // Cuts the string to `len` bytes, or extends it with `fill`.
     void resize(size_type len, char fill = '\0');
-    void clear() noexcept {  // keeps the capacity
+    // Empties the string and keeps the capacity.
+    void clear() noexcept {
         _len = 0;
         _p[0] = '\0';
     }
+    // Removes up to `n` bytes from `pos` (at most the length).
     Str& erase(size_type pos, size_type n = npos) noexcept;
+    // Exchanges contents, inline or not.
     void swap(Str& other) noexcept;
 
+    // Byte-wise comparison, as unsigned bytes.
     friend bool operator==(const Str& a, const Str& b) noexcept { return a.view() == b.view(); }
     friend std::strong_ordering operator<=>(const Str& a, const Str& b) noexcept {
         return a.view() <=> b.view();
@@ -167,14 +194,17 @@ inline StrSegment::StrSegment(const Str& s) noexcept : _data(s.data()), _len(s.s
 // A set of byte values: byte c is a member when bit (c & 63) of word (c >> 6) is set.
 class ByteSet {
   public:
+    // The empty set, or the set of the bytes in `members`.
     constexpr ByteSet() noexcept = default;
     constexpr explicit ByteSet(std::string_view members) noexcept {
         for (char c : members) add(c);
     }
+    // Makes `c` a member.
     constexpr void add(char c) noexcept {
         const auto b = static_cast<unsigned char>(c);
         _words[b >> 6] |= std::uint64_t{1} << (b & 63);
     }
+    // Whether `c` is a member.
     constexpr bool contains(char c) const noexcept {
         const auto b = static_cast<unsigned char>(c);
         return (_words[b >> 6] >> (b & 63)) & 1;
@@ -186,10 +216,13 @@ class ByteSet {
 
 // --- Start-up constants ------------------------------------------------------------------------
 inline constexpr ByteSet kWhitespace{" \t"};  // the default for trimming and token splits
+// The bytes that make a CSV field need quotes.
 inline constexpr ByteSet kCsvSpecial{",\r\n\""};
+// The bytes a URL carries as they are.
 inline constexpr ByteSet kUrlUnreserved{"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.~"};
+// The bytes URL decoding changes.
 inline constexpr ByteSet kUrlDecodeTriggers{"%+"};
-const Str& emptyStr() noexcept;
+const Str& emptyStr() noexcept;         // ""
 const Str& trueStr() noexcept;          // "true"
 const Str& falseStr() noexcept;         // "false"
 const Str& emptySearchTerm() noexcept;  // two double quotes
@@ -210,6 +243,7 @@ enum CharacterClass : unsigned {
     CHARS_IDENTIFIER_DASH_DOT,  // ... and "_-."
     CHARS_CLASS_COUNT
 };
+// The bytes of a class.
 const ByteSet& characterClass(CharacterClass which) noexcept;
 
 // Writes the bytes to the stream (for GoogleTest and logging).

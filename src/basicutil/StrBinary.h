@@ -7,6 +7,7 @@
 
 namespace basicutil {
 
+// v in 4 or 8 bytes, most significant first.
 void appendBigEndian32(Str& s, std::uint32_t v);
 void appendBigEndian64(Str& s, std::uint64_t v);
 // v >= 128: seven bits a byte, least significant first, bit 7 set on all but the last.

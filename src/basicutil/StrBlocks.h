@@ -11,15 +11,19 @@
 
 namespace basicutil::blocks {
 
+// Bytes per block.
 inline constexpr unsigned kBlock = 16;
 
 #if defined(__SSE2__)
+// The 16 bytes at p, unaligned.
 inline __m128i load(const char* p) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
 }
+// Bit i set when byte i of the block has its high bit set (is not ASCII).
 inline unsigned highBits(const char* p) {
     return static_cast<unsigned>(_mm_movemask_epi8(load(p)));
 }
+// Bit i set when byte i of the block equals c.
 inline unsigned equalMask(const char* p, char c) {
     return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(load(p), _mm_set1_epi8(c))));
 }

@@ -5,7 +5,8 @@
 
 namespace basicutil {
 
-// ASCII in 16-byte blocks; text with non-ASCII bytes goes through the Unicode case mapper.
+// Upper or lower case, in place or as a copy. ASCII goes in 16-byte blocks; text with non-ASCII
+// bytes goes through the Unicode case mapper.
 void toUpperInPlace(Str& s);
 void toLowerInPlace(Str& s);
 Str toUpperCopy(StrSegment s);

@@ -6,8 +6,8 @@
 
 namespace basicutil {
 
-size_type replaceByte(Str& s, char from, char to) noexcept;  // returns the count
-size_type replaceMembers(Str& s, const ByteSet& set, char to) noexcept;
+size_type replaceByte(Str& s, char from, char to) noexcept;              // returns the count
+size_type replaceMembers(Str& s, const ByteSet& set, char to) noexcept;  // every member byte; the count
 // A copy with every member byte preceded by `escape`.
 Str escapeMembers(StrSegment s, const ByteSet& set, char escape);
 // Removes a first and last byte equal to q (length >= 2); returns the new length.

@@ -18,6 +18,7 @@ bool parseBoolOr(StrSegment s, bool ifEmpty, bool ifUnrecognised) noexcept;
 [[nodiscard]] bool parseUnsigned64(StrSegment s, std::uint64_t& value) noexcept;
 [[nodiscard]] bool parseUnsigned32(StrSegment s, std::uint32_t& value) noexcept;
 [[nodiscard]] bool parseInt32(StrSegment s, std::int32_t& value) noexcept;
+// The same, with `fallback` for text that does not parse.
 std::uint32_t parseUnsigned32Or(StrSegment s, std::uint32_t fallback) noexcept;
 std::int32_t parseInt32Or(StrSegment s, std::int32_t fallback) noexcept;
 

@@ -13,24 +13,32 @@
 
 namespace basicutil {
 
+// Receives a splitter's pieces.
 class StrSegmentTokenAcceptor {
   public:
     virtual ~StrSegmentTokenAcceptor() = default;
+    // One piece, a view into the input; the acceptor may shorten it.
     virtual void accept(StrSegment& token) = 0;
 };
 
+// Collects the views themselves (they point into the input).
 class acceptor_PopulateStrSegmentVector : public StrSegmentTokenAcceptor {
   public:
+    // Appends to `out`, which must outlive the acceptor.
     explicit acceptor_PopulateStrSegmentVector(std::vector<StrSegment>& out) : _out(out) {}
+
     void accept(StrSegment& token) override { _out.push_back(token); }
 
   private:
     std::vector<StrSegment>& _out;
 };
 
+// Collects copies of the pieces.
 class acceptor_PopulateStrVector : public StrSegmentTokenAcceptor {
   public:
+    // Appends to `out`, which must outlive the acceptor.
     explicit acceptor_PopulateStrVector(StrVector& out) : _out(out) {}
+
     void accept(StrSegment& token) override { _out.emplace_back(token); }
 
   private:

@@ -7,6 +7,7 @@
 
 namespace basicutil {
 
+// A plain vector: these functions add what the standard one lacks.
 using StrVector = std::vector<Str>;
 
 // "[" items "]", separated by one blank; an item with whitespace in it is written as 'item'.

@@ -36,31 +36,39 @@ Logger& threadChannel() noexcept;
 // Raised when a thread cannot be created.
 class ThreadException : public BaseException {
   public:
+    // BaseException's constructor: the message.
     using BaseException::BaseException;
+    // "ThreadException".
     const char* typeName() const noexcept override { return "ThreadException"; }
 };
 
 // How a thread is created. The defaults create with the process's default attributes.
 struct ThreadAttributes {
     static constexpr std::size_t kDefaultStackBytes = 2097152;  // 2 MiB
-    int policy = platform::kSchedOther;  // the platform's own number: 0 on Linux, 2 on FreeBSD
-    int priority = 0;
-    std::size_t stackBytes = kDefaultStackBytes;
-    static ThreadAttributes defaults() noexcept;
+    int policy = platform::kSchedOther;           // the platform's own number: 0 on Linux, 2 on FreeBSD
+    int priority = 0;                             // within the policy
+    std::size_t stackBytes = kDefaultStackBytes;  // the new thread's stack
+    static ThreadAttributes defaults() noexcept;  // the process's default attributes
 };
 
 // The per-thread state (Thread_details.h): scratch text, the wait entry of the byte locks, the
 // duty-cycle estimate.
 struct ThreadScratch;
 
+// A thread of the process, made by deriving and giving it a body (main). It is created stopped
+// and released by go(); every Thread is listed process-wide (for the crash log) until its body
+// ends, unless excluded. The caller joins it, or the destructor does.
 class Thread {
   public:
+    // Where joining stands: not yet, joined, or the destructor is joining.
     enum DidJoin : std::int32_t { DID_NOT_JOIN = 0, JOINED = 1, ALREADY_DESTRUCTING = 2 };
 
     // Thrown by a thread's body to end itself; the frame catches and logs it.
     class TerminateException : public BaseException {
       public:
+        // BaseException's constructor: the message.
         using BaseException::BaseException;
+        // "Thread::TerminateException".
         const char* typeName() const noexcept override { return "Thread::TerminateException"; }
     };
 
@@ -69,7 +77,7 @@ class Thread {
     class InSignalContextActor {
       public:
         virtual ~InSignalContextActor() = default;
-        virtual void run() = 0;
+        virtual void run() = 0;  // the action, in the signal handler
     };
 
     // Owned by a thread and deleted if its body ends by an exception.
@@ -82,7 +90,7 @@ class Thread {
     class iterate_running_threads_callback {
       public:
         virtual ~iterate_running_threads_callback() = default;
-        virtual void visit(Thread& thread) = 0;
+        virtual void visit(Thread& thread) = 0;  // once per listed thread
     };
 
     // The name is printf-style (blanks are removed after formatting).
@@ -114,9 +122,13 @@ class Thread {
     // a request's own (sent by anyone else, or arriving late) runs nothing.
     [[nodiscard]] bool runInUnixSignalContext(InSignalContextActor* actor);
 
+    // Calls `callback` for every listed thread, under the process-wide mutex.
     static void iterateEachRunning(iterate_running_threads_callback& callback);
+    // Asserts that no Thread has been released yet (for set-up that must happen before).
     static void assertNotMultithreadedYet();
+    // Whether the caller is the thread whose MainThread object exists.
     static bool currentIsMainThread() noexcept;
+    // Whether a MainThread has been constructed.
     static bool mainThreadCreated() noexcept;
     // Whether any Thread has been released by go(): before that no lock can be contended.
     static bool haveAlreadyStartedThreads() noexcept;
@@ -127,7 +139,7 @@ class Thread {
     // Thread objects alive in the process, the main thread's included.
     static unsigned threadsActive() noexcept;
 
-    bool isCurrent() const noexcept;
+    bool isCurrent() const noexcept;  // whether the caller is this thread
     // The per-thread state while the thread runs (the main thread's while its MainThread
     // exists), else nullptr. Only the thread itself may use it.
     ThreadScratch* scratchArea() const noexcept { return _scratchp.load(); }
@@ -135,9 +147,10 @@ class Thread {
     // claimed it; false (and `estimate` untouched) when it is not claimed or the thread is not
     // running.
     [[nodiscard]] bool dutyCycleEstimate(double& estimate) const;
-    const std::string& name() const noexcept { return _name; }
-    std::uint64_t threadId() const noexcept { return _thread_id.load(); }
-    int policy() const noexcept { return _policy; }
+
+    const std::string& name() const noexcept { return _name; }             // as formatted
+    std::uint64_t threadId() const noexcept { return _thread_id.load(); }  // the system's id; 0 until it runs
+    int policy() const noexcept { return _policy; }                        // the scheduling policy
 
   protected:
     // Objects deleted when the body ends by an exception (or, left over, with the object).
@@ -203,6 +216,7 @@ class EmptyMainThread : public MainThread {
 // A thread whose body is a stored function; an empty function raises std::bad_function_call.
 class ThreadFunction : public Thread {
   public:
+    // Thread's constructors, with the body first.
     template <typename... Args>
     ThreadFunction(std::function<void()> body, std::string_view nameFormat, const Args&... args)
         : Thread(nameFormat, args...), _body(std::move(body)) {}
@@ -210,7 +224,8 @@ class ThreadFunction : public Thread {
     ThreadFunction(std::function<void()> body, const ThreadAttributes& attributes,
                    std::string_view nameFormat, const Args&... args)
         : Thread(attributes, nameFormat, args...), _body(std::move(body)) {}
-    void main() override { _body(); }
+
+    void main() override { _body(); }  // calls the function
 
   private:
     std::function<void()> _body;

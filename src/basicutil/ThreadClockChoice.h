@@ -7,6 +7,7 @@
 
 namespace basicutil {
 
+// What the process decided, each with its log line.
 enum ClockChoice : int {
     CLOCK_CHOICE_MONOTONIC = 1,    // "using CLOCK_MONOTONIC"
     CLOCK_CHOICE_DISABLED = 2,     // "CLOCK_MONOTONIC support explicitly disabled"

@@ -13,21 +13,24 @@ namespace basicutil {
 // What the first fatal error recorded, for the state dump of every thread.
 struct FatalThreadErrorRecord {
     static constexpr std::size_t kThreadNameBytes = 64;  // longer names are cut, never inside a character
-    const char* call = "none";
-    int error = 999;
-    unsigned threadsActive = 0;
-    char threadName[kThreadNameBytes] = {};
+    const char* call = "none";                           // the failed call's name
+    int error = 999;                                     // its error number
+    unsigned threadsActive = 0;                          // Thread objects alive then
+    char threadName[kThreadNameBytes] = {};              // the failing thread's name, NUL-terminated
 };
 
 // What the routine reports about the threads. The thread framework installs the provider;
 // until then it reports 0 threads, "Unknown Thread".
 struct FatalThreadContext {
-    unsigned threadsActive;
-    const char* callerName;
+    unsigned threadsActive;  // Thread objects alive
+    const char* callerName;  // the calling thread's name
 };
+// Answers for the calling thread; must be safe to call while the process is failing.
 using FatalThreadContextProvider = FatalThreadContext (*)() noexcept;
+// Sets the provider (null: back to the default answer).
 void installFatalThreadContextProvider(FatalThreadContextProvider provider) noexcept;
 
+// Records, writes and logs the failure of `call` with error `errnum` (above), then aborts.
 [[noreturn]] void fatalThreadError(const char* call, int errnum) noexcept;
 
 // A copy of the record: call "none" and error 999 until a fatal error happens. The first fatal

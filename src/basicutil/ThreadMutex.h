@@ -20,6 +20,7 @@
 
 namespace basicutil {
 
+// A mutex (not recursive), usable as a constant-initialised global.
 class PthreadMutexImpl {
   public:
     constexpr PthreadMutexImpl() noexcept = default;
@@ -27,10 +28,11 @@ class PthreadMutexImpl {
     PthreadMutexImpl(const PthreadMutexImpl&) = delete;
     PthreadMutexImpl& operator=(const PthreadMutexImpl&) = delete;
 
-    void lock() noexcept;
+    void lock() noexcept;                    // waits for the mutex
     [[nodiscard]] bool try_lock() noexcept;  // false when another thread holds it
-    void unlock() noexcept;
+    void unlock() noexcept;                  // by the thread that holds it
 
+    // The POSIX mutex, for calls this class does not wrap.
     pthread_mutex_t* native() noexcept { return &_mutex; }
 
   private:
@@ -51,9 +53,10 @@ class PthreadCondition {
     void wait(PthreadMutexImpl& mutex) noexcept;
     // False once the deadline has passed.
     [[nodiscard]] bool waitUntil(PthreadMutexImpl& mutex, const Timespec& deadline) noexcept;
-    void signal() noexcept;
-    void broadcast() noexcept;
+    void signal() noexcept;     // wakes one waiter
+    void broadcast() noexcept;  // wakes every waiter
 
+    // The POSIX condition, for calls this class does not wrap.
     pthread_cond_t* native() noexcept { return &_condition; }
 
   private:
@@ -69,12 +72,12 @@ class PthreadRWLock {
     PthreadRWLock(const PthreadRWLock&) = delete;
     PthreadRWLock& operator=(const PthreadRWLock&) = delete;
 
-    void lock() noexcept;  // as the writer
-    [[nodiscard]] bool try_lock() noexcept;
-    void unlock() noexcept;  // either kind of hold
-    void lock_shared() noexcept;
-    [[nodiscard]] bool try_lock_shared() noexcept;
-    void unlock_shared() noexcept { unlock(); }
+    void lock() noexcept;                           // as the writer
+    [[nodiscard]] bool try_lock() noexcept;         // as the writer; false when held
+    void unlock() noexcept;                         // either kind of hold
+    void lock_shared() noexcept;                    // as a reader
+    [[nodiscard]] bool try_lock_shared() noexcept;  // as a reader; false when a writer holds it
+    void unlock_shared() noexcept { unlock(); }     // a reader's hold
 
   private:
     pthread_rwlock_t _lock = PTHREAD_RWLOCK_INITIALIZER;
@@ -83,6 +86,7 @@ class PthreadRWLock {
 // Holds a PthreadRWLock as the writer for a scope.
 class [[nodiscard]] ScopedWriter {
   public:
+    // Waits for `lock` as the writer; released when the scope ends.
     explicit ScopedWriter(PthreadRWLock& lock) noexcept : _lock(lock) { _lock.lock(); }
     ~ScopedWriter() { _lock.unlock(); }
     ScopedWriter(const ScopedWriter&) = delete;
@@ -95,6 +99,7 @@ class [[nodiscard]] ScopedWriter {
 // Holds a PthreadRWLock as a reader for a scope.
 class [[nodiscard]] ScopedReader {
   public:
+    // Waits for `lock` as a reader; released when the scope ends.
     explicit ScopedReader(PthreadRWLock& lock) noexcept : _lock(lock) { _lock.lock_shared(); }
     ~ScopedReader() { _lock.unlock_shared(); }
     ScopedReader(const ScopedReader&) = delete;

@@ -25,6 +25,7 @@
 namespace basicutil {
 
 class TimeZone;
+// Zones are shared: a loaded zone lives as long as its last holder (and the cache).
 using TimeZonePtr = std::shared_ptr<const TimeZone>;
 
 // Start-up constants of the unit.
@@ -34,18 +35,22 @@ extern const char* const kSerializedTimeZoneHeader;  // "### SERIALIZED TIMEZONE
 
 // The local time in force at one instant.
 struct TimeZoneLookup {
-    std::int32_t utcOffset = 0;  // seconds east of UTC
-    bool isDst = false;
+    std::int32_t utcOffset = 0;     // seconds east of UTC
+    bool isDst = false;             // daylight (or other non-standard) time
     const char* abbreviation = "";  // NUL-terminated, lives as long as the zone
 };
 
 // Local fields, normalised: month 1..12, day 1..31, hour 0..23, minute 0..59, second 0..60
 // (60 only for a leap second of a zone that counts them).
 struct CivilTime {
-    std::int64_t year = 1970;
-    unsigned month = 1, day = 1, hour = 0, minute = 0, second = 0;
-    unsigned weekday = 4;  // 0 = Sunday
-    unsigned yearDay = 0;  // 0-based
+    std::int64_t year = 1970;  // proleptic Gregorian; 0 is 1 BC
+    unsigned month = 1;        // 1..12
+    unsigned day = 1;          // 1..31
+    unsigned hour = 0;         // 0..23
+    unsigned minute = 0;       // 0..59
+    unsigned second = 0;       // 0..60
+    unsigned weekday = 4;      // 0 = Sunday
+    unsigned yearDay = 0;      // 0-based
 };
 
 // Which instant local fields stand for when a transition makes them skipped or repeated.
@@ -59,35 +64,42 @@ enum class LocalTimeChoice : std::uint8_t {
     POST_TRANSITION,
 };
 
+// What local fields resolved to (TimeZone::resolveLocal).
 struct LocalTimeResolution {
+    // The fields name one instant, none (a gap), or two (an overlap).
     enum Kind : std::uint8_t { UNIQUE, SKIPPED, REPEATED };
-    std::int64_t seconds = 0;
+    std::int64_t seconds = 0;  // the instant chosen, seconds since the epoch
     Kind kind = UNIQUE;
     TimeZoneLookup lookup;  // at the chosen instant
 };
 
 // One offset an abbreviation may stand for (see offsetsForAbbreviation).
 struct AbbreviationOffset {
-    std::int32_t utcOffset;
-    bool isDst;
-    friend bool operator==(const AbbreviationOffset&, const AbbreviationOffset&) = default;
+    std::int32_t utcOffset;  // seconds east of UTC
+    bool isDst;              // daylight time
+    friend bool operator==(const AbbreviationOffset&, const AbbreviationOffset&) = default;  // both fields
 };
 
+// One zone: its local time types, the transitions between them, leap seconds, and the rule for
+// times past the last transition. Immutable; shared through TimeZonePtr.
 class TimeZone {
   public:
+    // A local time type: an offset, whether it is daylight time, and its abbreviation.
     struct Type {
-        std::int32_t utcOffset;
-        bool isDst;
+        std::int32_t utcOffset;      // seconds east of UTC
+        bool isDst;                  // daylight time
         std::uint32_t abbreviation;  // index into the zone's abbreviation bytes
-        friend bool operator==(const Type&, const Type&) = default;
+        friend bool operator==(const Type&, const Type&) = default;  // all fields
     };
+    // A leap-second record.
     struct LeapSecond {
         std::int64_t occurrence;  // in the zone's own count of seconds
         std::int64_t correction;  // seconds to subtract from then on
-        friend bool operator==(const LeapSecond&, const LeapSecond&) = default;
+        friend bool operator==(const LeapSecond&, const LeapSecond&) = default;  // both fields
     };
 
     // --- Getting a zone ---
+    // UTC: offset 0, abbreviation "UTC".
     static TimeZonePtr utc();
     // Offset -25 h .. +25 h exclusive; an empty abbreviation gives "+hh", "+hhmm" or "+hhmmss".
     static TimeZonePtr fixed(std::int32_t utcOffset, StrSegment abbreviation, Str* error = nullptr);
@@ -101,6 +113,9 @@ class TimeZone {
     // The local zone without a lock or a reference count, for hot paths; valid for the life of
     // the process (zones replaced by reloadLocal are kept).
     static const TimeZone& localZone();
+
+    // A zone from a TZif file, TZif bytes (named `name`), a POSIX TZ rule, or the text
+    // serialize() writes. Null, with the reason in *error, for anything malformed.
     static TimeZonePtr fromFile(const char* path, Str* error = nullptr);
     static TimeZonePtr fromTzif(StrSegment name, StrSegment bytes, Str* error = nullptr);
     static TimeZonePtr fromPosixRule(StrSegment rule, Str* error = nullptr);
@@ -109,6 +124,7 @@ class TimeZone {
     static Str directory();
 
     // --- Converting ---
+    // The local time in force at `seconds` (seconds since the epoch; any 64-bit value).
     TimeZoneLookup lookup(std::int64_t seconds) const noexcept;
     // False only when the year does not fit in 64 bits (never for a 64-bit time).
     bool breakDown(std::int64_t seconds, CivilTime& civil, TimeZoneLookup* at = nullptr) const noexcept;
@@ -126,13 +142,14 @@ class TimeZone {
     }
 
     // --- Describing ---
+    // The name it was loaded by ("America/New_York", a file's path, the rule, "UTC").
     const Str& name() const noexcept { return _name; }
     // The transitions read from the source, ascending, and the local time each one starts.
     const std::vector<std::int64_t>& transitions() const noexcept { return _transitions; }
-    const std::vector<LeapSecond>& leapSeconds() const noexcept { return _leaps; }
+    const std::vector<LeapSecond>& leapSeconds() const noexcept { return _leaps; }  // ascending
     // The footer or source rule ("EST5EDT,M3.2.0,M11.1.0"), empty when there is none.
     const Str& posixRule() const noexcept { return _ruleText; }
-    Str serialize() const;
+    Str serialize() const;  // a text form that fromSerialized reads back as the same zone
     // Same name, types, transitions, leap seconds and rule.
     bool sameAs(const TimeZone& other) const noexcept;
 
@@ -147,7 +164,9 @@ class TimeZone {
 
     // Built by the loaders; public for make_shared.
     struct Data;
+    // Takes a loader's checked data.
     explicit TimeZone(Data&& data);
+
     ~TimeZone();
     TimeZone(const TimeZone&) = delete;
     TimeZone& operator=(const TimeZone&) = delete;
@@ -186,6 +205,7 @@ class TimeZone {
 // Broken-down time bound to a zone: what LocalStructTm is for the process's zone. tm_gmtoff and
 // tm_zone are filled; tm_zone points into the zone, which must outlive the record.
 struct StructTmInTimezone : std::tm {
+    // All fields zero, bound to `zone`.
     explicit StructTmInTimezone(TimeZonePtr zone) : std::tm{}, _zone(std::move(zone)) {}
     // On failure logs "StructTmInTimezone::fromUnixTime(<seconds>) failed!" and clamps as
     // LocalStructTm does, after a retry with time 0 for the zone fields.
@@ -193,17 +213,21 @@ struct StructTmInTimezone : std::tm {
     // tm_isdst 0 or 1 picks that instant of a repeated time; -1 the earlier. On failure logs
     // "StructTmInTimezone::toUnixTime(Y-M-D h:mm:ss) failed!" and yields MAX_TIME or MIN_TIME.
     Timeval toUnixTime() const noexcept;
-    const TimeZonePtr& zone() const noexcept { return _zone; }
+    const TimeZonePtr& zone() const noexcept { return _zone; }  // the zone bound at construction
 
   protected:
+    // fromUnixTime and toUnixTime, with the caller's name for the failure message.
     bool convert(std::int64_t seconds, const char* function) noexcept;
     Timeval inverse(const char* function) const noexcept;
-    TimeZonePtr _zone;
+    TimeZonePtr _zone;  // never null
 };
 
+// The same with microseconds.
 struct StructTmInTimezoneHires : StructTmInTimezone {
+    // StructTmInTimezone's constructor; tm_usec 0.
     using StructTmInTimezone::StructTmInTimezone;
-    std::int64_t tm_usec = 0;
+    std::int64_t tm_usec = 0;  // 0..999999
+    // Breaks down tv's seconds and keeps its microseconds.
     [[nodiscard]] bool fromUnixTime(const Timeval& tv) noexcept;
     Timeval toUnixTime() const noexcept;  // carries tm_usec over
 };

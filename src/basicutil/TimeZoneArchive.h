@@ -15,6 +15,7 @@
 
 namespace basicutil {
 
+// An archive read into memory: immutable, shared between threads.
 class TimeZoneArchive {
   public:
     // Null, with the reason in *error, for a file that is not a whole, consistent archive.
@@ -23,20 +24,24 @@ class TimeZoneArchive {
 
     // Every TZif file under the directory (followed links included) under its relative name.
     static bool packDirectory(const char* directory, Str& archive, Str* error = nullptr);
-    static bool pack(const char* directory, const char* archivePath, Str* error = nullptr);
+    static bool pack(const char* directory, const char* archivePath, Str* error = nullptr);  // ... to a file
 
     // The zone file stored under the name; the view lives as long as the archive.
     bool find(StrSegment name, StrSegment& tzif) const noexcept;
-    std::size_t size() const noexcept { return _entries.size(); }
-    StrSegment nameAt(std::size_t i) const noexcept { return view(_entries[i].name); }
+    std::size_t size() const noexcept { return _entries.size(); }                       // the number of names
+    StrSegment nameAt(std::size_t i) const noexcept { return view(_entries[i].name); }  // in ascending order
 
     // Where a name and its zone file lie in the archive's bytes.
     struct Span {
-        std::uint64_t offset, length;
+        std::uint64_t offset;  // from the start of the bytes
+        std::uint64_t length;  // in bytes
     };
+    // One index entry.
     struct Entry {
-        Span name, data;
+        Span name;  // the zone's name
+        Span data;  // the zone file
     };
+    // Takes checked bytes and their index; open and fromBytes make archives.
     TimeZoneArchive(Str&& bytes, std::vector<Entry>&& entries) noexcept
         : _bytes(std::move(bytes)), _entries(std::move(entries)) {}
 

@@ -24,24 +24,28 @@ class Logger;
 // The "Timeval" channel: failed conversions of broken-down time.
 Logger& timevalChannel() noexcept;
 
+// A point in time, or a signed span: seconds and microseconds, always normalised.
 struct Timeval {
-    std::int64_t tv_sec = 0;
+    std::int64_t tv_sec = 0;  // seconds since the epoch (or of the span)
     // 0..999999 in every stored value, also before 1970: -1.25 s is {-2, 750000}.
     std::int64_t tv_usec = 0;
 
     static const Timeval MIN_TIME;  // {INT64_MIN, 0}
     static const Timeval MAX_TIME;  // {INT64_MAX, 999999}
 
+    // Whether the value is the sentinel exactly.
     constexpr bool isMax() const noexcept { return tv_sec == INT64_MAX && tv_usec == 999999; }
     constexpr bool isMin() const noexcept { return tv_sec == INT64_MIN && tv_usec == 0; }
     // ZERO_TIME is any value whose seconds are 0; its microseconds are not looked at.
     constexpr bool isZero() const noexcept { return tv_sec == 0; }
 
     // --- Clocks (TimevalClock.cpp) ---
-    static Timeval now() noexcept;  // gettimeofday; aborts if it fails
-    static std::int64_t nowSeconds() noexcept;
+    static Timeval now() noexcept;              // gettimeofday; aborts if it fails
+    static std::int64_t nowSeconds() noexcept;  // now().tv_sec
 
     // --- Saturating arithmetic ---
+    // Adds or subtracts microseconds, milliseconds (_add, _subtract) or seconds, stopping at
+    // MAX_TIME or MIN_TIME.
     void addUsec(std::uint64_t usec) noexcept;
     void _add(std::uint64_t ms) noexcept;
     void addSeconds(std::uint32_t seconds) noexcept;
@@ -60,6 +64,8 @@ struct Timeval {
         if (tv_usec != other.tv_usec) return tv_usec < other.tv_usec ? -1 : 1;
         return 0;
     }
+
+    // Comparisons in time order.
     friend constexpr bool operator==(const Timeval&, const Timeval&) = default;
     friend constexpr bool operator<(const Timeval& a, const Timeval& b) noexcept { return a.compare(b) < 0; }
     friend constexpr bool operator<=(const Timeval& a, const Timeval& b) noexcept {
@@ -83,6 +89,7 @@ struct Timeval {
     // Negative fractions are kept as tv_sec - 1 + |f|, on purpose: -1.25 gives {-2, 250000}.
     // Values beyond +-9.223372036854776e18 saturate; NaN gives {0, 0}.
     static Timeval fromDouble(double seconds) noexcept;
+    // Seconds as a double (microseconds are then approximate far from 1970).
     double toDouble() const noexcept {
         return static_cast<double>(tv_sec) + static_cast<double>(tv_usec) * 1e-6;
     }
@@ -125,17 +132,21 @@ struct Timeval {
 inline constexpr Timeval Timeval::MIN_TIME{INT64_MIN, 0};
 inline constexpr Timeval Timeval::MAX_TIME{INT64_MAX, 999999};
 
+// Writes appendStreamForm's text.
 std::ostream& operator<<(std::ostream& os, const Timeval& tv);
 
+// Nanoseconds in a second, in tv_nsec's type.
 inline constexpr std::int64_t ONE_BILLION_AS_TVNSECS_TYPE = 1000000000;
 
+// A point on a clock, or a signed span, in seconds and nanoseconds, always normalised.
 struct Timespec {
-    std::int64_t tv_sec = 0;
+    std::int64_t tv_sec = 0;   // seconds
     std::int64_t tv_nsec = 0;  // 0..999999999
 
     static const Timespec MIN_TIME;  // {INT64_MIN, 0}
     static const Timespec MAX_TIME;  // {INT64_MAX, 999999999}
 
+    // From and to the platform's struct timespec.
     static constexpr Timespec fromPlatform(const struct timespec& ts) noexcept {
         return {ts.tv_sec, ts.tv_nsec};
     }
@@ -147,6 +158,7 @@ struct Timespec {
     // A condition-wait deadline `ms` from now on the same clock.
     static Timespec deadlineAfterMs(std::uint64_t ms) noexcept;
 
+    // Adds or subtracts milliseconds or nanoseconds, stopping at MAX_TIME or MIN_TIME.
     void addMs(std::uint64_t ms) noexcept;
     void addNs(std::uint64_t ns) noexcept;
     void subtractMs(std::uint64_t ms) noexcept;
@@ -154,7 +166,7 @@ struct Timespec {
 
     double diffSeconds(const Timespec& other) const noexcept;  // this - other
 
-    friend constexpr bool operator==(const Timespec&, const Timespec&) = default;
+    friend constexpr bool operator==(const Timespec&, const Timespec&) = default;  // both fields
 
     // "%lld.%09u": the fields as they are, 1.5 s is "1.500000000".
     void appendDecimal(std::string& out) const;

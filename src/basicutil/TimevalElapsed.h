@@ -14,15 +14,16 @@
 
 namespace basicutil {
 
+// The description's parts: a number and a unit. Build one with between() or since().
 struct ElapsedDescription {
     const char* _unit = nullptr;  // " seconds" ..., with its leading blank
-    std::size_t _unitLen = 0;
+    std::size_t _unitLen = 0;     // the unit's length
     union {
         std::uint64_t _integer;
         double _real;
     };
-    bool _negative = false;
-    bool _isInteger = true;
+    bool _negative = false;  // the span runs backwards
+    bool _isInteger = true;  // _integer holds the number, else _real
 
     ElapsedDescription() : _integer(0) {}
 
@@ -32,6 +33,7 @@ struct ElapsedDescription {
     static ElapsedDescription between(const Timespec& start, const Timespec& end) noexcept;
     static ElapsedDescription since(const Timespec& start) noexcept;  // to Timespec::monotonicNow()
 
+    // The text: "2500 milliseconds".
     void appendTo(std::string& out) const;
     std::string toString() const;
 };

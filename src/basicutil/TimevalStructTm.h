@@ -17,18 +17,21 @@
 
 namespace basicutil {
 
+// Broken-down time in the process's local zone.
 struct LocalStructTm : std::tm {
     LocalStructTm() : std::tm{} {}
     [[nodiscard]] bool fromUnixTime(std::int64_t seconds) noexcept;  // localtime_r
     Timeval toUnixTime() const noexcept;                             // mktime; microseconds 0
 };
 
+// The same with microseconds.
 struct LocalStructTmHires : LocalStructTm {
-    std::int64_t tm_usec = 0;
-    [[nodiscard]] bool fromUnixTime(const Timeval& tv) noexcept;
-    Timeval toUnixTime() const noexcept;  // carries tm_usec over
+    std::int64_t tm_usec = 0;                                     // 0..999999
+    [[nodiscard]] bool fromUnixTime(const Timeval& tv) noexcept;  // keeps tv's microseconds
+    Timeval toUnixTime() const noexcept;                          // carries tm_usec over
 };
 
+// Broken-down time in UTC.
 struct GmtStructTm : std::tm {
     GmtStructTm() : std::tm{} {}
     [[nodiscard]] bool fromUnixTime(std::int64_t seconds) noexcept;  // gmtime_r

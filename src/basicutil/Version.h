@@ -6,6 +6,7 @@ namespace basicutil {
 
 // "MAJOR.MINOR.PATCH".
 const char* libraryVersion() noexcept;
+// Its three numbers.
 int libraryVersionMajor() noexcept;
 int libraryVersionMinor() noexcept;
 int libraryVersionPatch() noexcept;

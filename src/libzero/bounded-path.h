@@ -14,10 +14,11 @@
 
 #include <stddef.h>
 
+/* The path and the caller's buffer it lives in; change it only through the functions below. */
 struct bounded_path {
-    char* buf;
+    char* buf;       /* the caller's buffer, holding the path and its NUL */
     size_t capacity; /* bytes in buf, the terminating NUL included */
-    size_t length;
+    size_t length;   /* the path's length, the NUL not included */
 };
 
 /* buf must have room for at least the NUL (capacity >= 1); the path starts empty. */
@@ -38,5 +39,6 @@ extern "C" int bounded_path_append(struct bounded_path* path, const char* text, 
  * ENOENT when there is no component to remove. */
 extern "C" int bounded_path_pop(struct bounded_path* path) noexcept;
 
+/* The path, NUL-terminated (inside the caller's buffer), and its length. */
 extern "C" const char* bounded_path_str(const struct bounded_path* path) noexcept;
 extern "C" size_t bounded_path_length(const struct bounded_path* path) noexcept;

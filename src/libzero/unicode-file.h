@@ -21,6 +21,7 @@
 #include <stdint.h>
 #include <sys/types.h>
 
+/* The encodings files are read and written in. */
 enum utrans_encoding {
     UTRANS_DETECT, /* readers: by the byte-order mark, UTF-8 without one */
     UTRANS_UTF8,
@@ -60,9 +61,9 @@ extern "C" struct utrans_reader* utrans_fdopen_read(int fd, enum utrans_encoding
 /* Up to `capacity` bytes of UTF-8 (never a character cut in two; capacity >= 4). Returns the
  * bytes given, 0 at the end of the file, or -1 with errno on a read error. */
 extern "C" ptrdiff_t utrans_read(struct utrans_reader* reader, char* out, size_t capacity) noexcept;
+#define UTRANS_END (-1)   /* utrans_read_codepoint: the end of the file */
+#define UTRANS_ERROR (-2) /* utrans_read_codepoint: a read error */
 /* The next codepoint, UTRANS_END at the end, or UTRANS_ERROR with errno on a read error. */
-#define UTRANS_END (-1)
-#define UTRANS_ERROR (-2)
 extern "C" int32_t utrans_read_codepoint(struct utrans_reader* reader) noexcept;
 
 /* The encoding read (once the first bytes are in, for UTRANS_DETECT), and whether the file
@@ -80,6 +81,7 @@ extern "C" int utrans_close_read(struct utrans_reader* reader) noexcept;
 
 struct utrans_writer;
 
+/* How a writer opens its file: a bitwise or of these. */
 enum utrans_write_flags {
     UTRANS_WRITE_BOM = 1,    /* start the file with a byte-order mark */
     UTRANS_WRITE_APPEND = 2, /* add to the end instead of truncating (no mark is written then) */
@@ -97,6 +99,7 @@ extern "C" struct utrans_writer* utrans_fdopen_write(int fd, enum utrans_encodin
 extern "C" int utrans_write(struct utrans_writer* writer, const char* utf8, size_t length) noexcept;
 /* Codepoints above U+10FFFF and surrogates are written as U+FFFD and counted. */
 extern "C" int utrans_write_codepoint(struct utrans_writer* writer, uint32_t codepoint) noexcept;
+/* U+FFFD written for malformed input so far. */
 extern "C" uint64_t utrans_writer_replacements(const struct utrans_writer* writer) noexcept;
 /* Writes what is buffered (a dangling partial character as U+FFFD) and frees. Returns 0 or the
  * errno value of the first failure (write or close); the writer is freed either way. */
