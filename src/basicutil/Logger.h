@@ -230,8 +230,8 @@ class Logger {
     class iterate_channels_callback {
       public:
         virtual ~iterate_channels_callback();
-        // Called once per channel, under the channel list's lock: it must not create or
-        // destroy channels.
+        // Called once for each channel that existed when the walk began (the list is copied
+        // first, so it may create channels); it must not destroy any.
         virtual void visit(Logger& logger) = 0;
     };
     // Calls `callback` for each channel.
