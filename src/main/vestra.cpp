@@ -17,6 +17,7 @@
 
 #include "basicutil/File.h"
 #include "basicutil/Platform.h"
+#include "basicutil/Thread.h"
 #include "basicutil/Version.h"
 #include "main/vestra_details.h"
 
@@ -156,6 +157,8 @@ int run(int argc, char** argv) {
 }  // namespace vestra::tool
 
 int main(int argc, char** argv) {
+    // The process's own thread is a Thread like any other: %t in a rendered line names it.
+    basicutil::EmptyMainThread mainThread;
     const int status = vestra::tool::run(argc, argv);
     return vestra::tool::finish(status);
 }

@@ -80,6 +80,7 @@ code=$("$vestra" sortable @1700000000)
 "$vestra" strptime '%d/%b/%Y:%H:%M:%S %z' '10/Oct/2000:13:55:36 -0700' | grep -qx 'epoch: 971211336.000000' || fail "strptime"
 "$vestra" log render --json --pattern '%p %c %m' --level warn --channel Disk 'low "space"' |
     grep -qx '{"log_level":"WARN","component":"Disk","data":"low \\"space\\""}' || fail "log render --json"
+[ "$("$vestra" log render --pattern '[%t] %m' hello)" = "[MainThread] hello" ] || fail "log render: the thread's name"
 
 # --- exit statuses and diagnostics ---
 printf 'rootLogger=INFO, A\n' >"$out/bad.cfg"
