@@ -159,7 +159,7 @@ class Str {
         _len = 0;
         _p[0] = '\0';
     }
-    // Removes up to `n` bytes from `pos` (at most the length).
+    // Removes up to `n` bytes from `pos`; from a `pos` at or past the end, nothing.
     Str& erase(size_type pos, size_type n = npos) noexcept;
     // Exchanges contents, inline or not.
     void swap(Str& other) noexcept;
