@@ -14,10 +14,13 @@ namespace {
 
 // Every channel, in creation order. Made by the first channel, so it outlives them all.
 struct Registry {
-    std::mutex mutex;
+    std::mutex mutex;  // the members below
     std::vector<Logger*> channels;
     bool initialized = false;
     std::function<void(Logger&)> setup;
+    // Held while a setup runs, so that a channel made during initialize() ends with the newest
+    // setup whichever of the two runs it last.
+    std::mutex setupMutex;
 };
 
 Registry& registry() {
@@ -81,12 +84,15 @@ Logger::Logger(const char* name, int quiet, unsigned similarSeconds, unsigned si
       _similarCapacity(similarCapacity),
       _layout(defaultLayout()) {
     Registry& all = registry();
-    std::function<void(Logger&)> setup;
     {
         std::lock_guard<std::mutex> lock(all.mutex);
         all.channels.push_back(this);
-        _setUp = all.initialized;
-        setup = all.setup;
+    }
+    std::lock_guard<std::mutex> running(all.setupMutex);
+    std::function<void(Logger&)> setup;
+    {
+        std::lock_guard<std::mutex> lock(all.mutex);
+        if (all.initialized) setup = all.setup;
     }
     if (setup) setup(*this);
 }
@@ -106,9 +112,17 @@ Logger::~Logger() {
 
 void Logger::initialize() {
     Registry& all = registry();
-    std::lock_guard<std::mutex> lock(all.mutex);
-    all.initialized = true;
-    for (Logger* logger : all.channels) logger->_setUp = true;
+    std::lock_guard<std::mutex> running(all.setupMutex);
+    std::vector<Logger*> channels;
+    std::function<void(Logger&)> setup;
+    {
+        std::lock_guard<std::mutex> lock(all.mutex);
+        all.initialized = true;
+        channels = all.channels;
+        setup = all.setup;
+    }
+    if (!setup) return;
+    for (Logger* logger : channels) setup(*logger);
 }
 
 bool Logger::initialized() noexcept {

@@ -121,6 +121,11 @@ class LogFormat {
     void render(Str& out, const LogEvent& event, int serialization, std::uint64_t maxMessageSize,
                 LogFormatCallback* callback) const;
 
+    // The first thing compiling dropped or replaced, described with its offset in the pattern:
+    // an unknown letter ("\"%x\" at offset 3 is no conversion"), a "%" without a letter, an
+    // argument without its "}", a date format that does not compile. Empty when there was none.
+    const Str& problem() const noexcept { return _problem; }
+
     // The pattern as given, and what it compiled to.
     const Str& pattern() const noexcept { return _pattern; }
     const std::vector<Atom>& atoms() const noexcept { return _atoms; }
@@ -134,6 +139,7 @@ class LogFormat {
   private:
     Str _pattern;
     std::vector<Atom> _atoms;
+    Str _problem;
 };
 
 class Logger;
@@ -239,13 +245,16 @@ class Logger {
     // The channel named `name` (exactly), or null.
     static Logger* find(StrSegment name) noexcept;
 
-    // Sets up the channels created before logging was (the globals of every unit); channels
-    // created afterwards are set up as they are made. Safe to call more than once.
-    static void initialize();
-    static bool initialized() noexcept;
-    // What a configuration does to channels made after it was applied (their level and
-    // appenders); run by every channel's constructor from then on.
+    // What a configuration does to a channel (its level and appenders). Set it, then call
+    // initialize() to have it take effect.
     static void setChannelSetup(std::function<void(Logger&)> setup);
+    // Runs the channel setup over every channel made so far (the globals of every unit
+    // included), and from then on each channel's constructor runs it too. Before the first
+    // call, channels are made with no setup: their level from `quiet` and no appenders. Call it
+    // again after each setChannelSetup; configureLogging (LoggerConfig.h) does both.
+    static void initialize();
+    // Whether initialize() has been called.
+    static bool initialized() noexcept;
 
     // The event path below the level check: suppression, then the line to every observer.
     void submit(LogLevel level, StrSegment message, StrSegment similarityKey);
@@ -287,7 +296,6 @@ class Logger {
     std::atomic<std::shared_ptr<const AppenderList>> _appenders;  // null: none
     std::vector<Similar> _similar;
     std::shared_ptr<const LogFormat> _layout;
-    bool _setUp = false;
 };
 
 // The "Logger" channel: the logging system's own messages.
@@ -371,8 +379,5 @@ class LoggerStreamAccumulator {
 // its last four characters. Backslashes that end the head are dropped from it, so that no escape
 // sequence is cut in half.
 void renderTrimmedTo(Str& out, const char* text, std::uint64_t length, std::uint64_t trimTo);
-
-// Appends text as the inside of a JSON string.
-void appendJsonEscaped(Str& out, StrSegment text);
 
 }  // namespace basicutil

@@ -25,8 +25,10 @@ using logger_details::withErrno;
 constexpr std::int64_t kRecheckSeconds = 5;
 constexpr const char* kNullDevice = "/dev/null";
 
-// Every byte, retrying interrupted and short writes; false with errno set on failure.
-bool writeAll(int fd, const char* data, std::size_t length) noexcept {
+// Every byte, retrying interrupted and short writes; false with errno set on failure, with the
+// bytes that did go out in `written`.
+bool writeAll(int fd, const char* data, std::size_t length, std::size_t& written) noexcept {
+    written = 0;
     while (length > 0) {
         const ssize_t n = ::write(fd, data, length);
         if (n < 0 && errno == EINTR) continue;
@@ -36,6 +38,7 @@ bool writeAll(int fd, const char* data, std::size_t length) noexcept {
         }
         data += n;
         length -= static_cast<std::size_t>(n);
+        written += static_cast<std::size_t>(n);
     }
     return true;
 }
@@ -59,10 +62,6 @@ void appendEscaped(Str& out, StrSegment text) {
             out.push_back(c);
         }
     }
-}
-
-void warn(const char* format, const char* name) {
-    loggerChannel().logf(LOG_WARN, format, name);
 }
 
 // Writes out every buffered appender once a second, so that no buffered line waits longer
@@ -120,68 +119,166 @@ class BufferFlusher {
     bool _running = false;
 };
 
-// Set while an appender reports its own troubles, so that a report that comes back to it (the
-// "Logger" channel may write to it) cannot start another.
+// Set while an appender reports its own troubles: a report that comes back to an appender (the
+// "Logger" channel may write to it) is kept for later rather than reported from inside another.
 thread_local bool t_reporting = false;
 
 }  // namespace
 
-// Under _mutex: kept until the lock is released, since the report may come back here.
+namespace logger_details {
+
+void reportLogTrouble(LogLevel level, StrSegment text, const LogAppender* source) {
+    Logger* channel = loggerChannelIfAlive();
+    bool carried = false;
+    if (channel != nullptr) {
+        if (!channel->enabled(level)) return;  // a channel switched off by choice
+        for (const std::shared_ptr<LogAppender>& appender : channel->appenders()) {
+            if (appender.get() != source && !appender->disabled() && appender->healthy()) carried = true;
+        }
+        channel->log(level, text);
+    }
+    if (!carried && level >= LOG_WARN) {
+        // As a standard-error appender with the default layout would write it.
+        Str line(text);
+        line.push_back('\n');
+        std::size_t written = 0;
+        static_cast<void>(
+            writeAll(STDERR_FILENO, line.data(), static_cast<std::size_t>(line.size()), written));
+    }
+}
+
+}  // namespace logger_details
+
+// Under _mutex: reported once the lock is released, since the report may come back here.
 void LogAppender::note(LogLevel level, Str text) {
-    if (!t_reporting) _pending.push_back({level, std::move(text)});
+    _pending.push_back({level, std::move(text)});
 }
 
 // Not under _mutex.
 void LogAppender::reportPending() {
-    std::vector<Pending> pending;
+    if (t_reporting) return;  // kept for this appender's next report
+    std::vector<LogAppenderNotice> pending;
     {
         std::lock_guard<std::mutex> lock(_mutex);
+        if (_pending.empty()) return;
         pending.swap(_pending);
     }
-    if (pending.empty() || t_reporting) return;
-    Logger* channel = loggerChannelIfAlive();
-    if (channel == nullptr) return;
     t_reporting = true;
-    for (const Pending& p : pending) channel->log(p.level, p.text);
+    for (const LogAppenderNotice& p : pending) logger_details::reportLogTrouble(p.level, p.text, this);
     t_reporting = false;
 }
 
-LogAppender::LogAppender(LogAppenderSettings settings, bool suspended)
-    : _settings(std::move(settings)), _suspended(suspended) {
-    LogAppenderSettings& s = _settings;
-    const char* name = s.name.c_str();
-    if (s.layout == nullptr) s.layout = defaultLogLayout();
+// Under _mutex: a failure, reported when it is the first since lines last got through or
+// differs from the one reported last.
+void LogAppender::troubleLocked(Str text) {
+    if (!_inTrouble || text.view() != _lastTrouble.view()) note(LOG_ERROR, text);
+    _inTrouble = true;
+    _lastTrouble = std::move(text);
+    _healthy.store(false, std::memory_order_relaxed);
+}
+
+// Under _mutex: lines that will never reach the target.
+void LogAppender::lostLocked(std::uint64_t lines) {
+    _lost += lines;
+}
+
+// Under _mutex: lines got through; the trouble, if any, is over and its count is reported.
+void LogAppender::deliveredLocked() {
+    if (_inTrouble) {
+        if (_lost != 0) {
+            note(LOG_WARN, strprintf("%llu lines could not be written to \"%s\"",
+                                     static_cast<unsigned long long>(_lost), target()));
+        }
+        _inTrouble = false;
+        _lastTrouble.clear();
+        _lost = 0;
+    }
+    _healthy.store(true, std::memory_order_relaxed);
+}
+
+std::vector<LogAppenderNotice> LogAppender::checkSettings(LogAppenderSettings& s) {
+    std::vector<LogAppenderNotice> warnings;
+    auto warn = [&warnings, &s](const char* format) {
+        warnings.push_back({LOG_WARN, strprintf(format, s.name.view())});
+    };
     if (!s.hasFileName) {
-        warn("Appender \"%s\" has no filename, assuming stderr", name);
+        warn("Appender \"%s\" has no filename, assuming stderr");
         if (s.maxBackupIndex != 0) {
-            warn("Appender \"%s\" has maxBackupIndex set without specifying a filename, ignoring", name);
+            warn("Appender \"%s\" has maxBackupIndex set without specifying a filename, ignoring");
             s.maxBackupIndex = 0;
         }
         if (s.maxFileSize != 0) {
-            warn("Appender \"%s\" has maxFileSize set without specifying a filename, ignoring", name);
+            warn("Appender \"%s\" has maxFileSize set without specifying a filename, ignoring");
             s.maxFileSize = 0;
             if (s.maxBackupIndex != 0) {
-                warn("Appender \"%s\" has maxBackupIndex set without specifying maxFileSize, ignoring", name);
+                warn("Appender \"%s\" has maxBackupIndex set without specifying maxFileSize, ignoring");
                 s.maxBackupIndex = 0;
             }
         }
     } else if (s.maxFileSize == 0 && s.maxBackupIndex != 0) {
-        warn("Appender \"%s\" has maxBackupIndex set without specifying maxFileSize, ignoring", name);
+        warn("Appender \"%s\" has maxBackupIndex set without specifying maxFileSize, ignoring");
         s.maxBackupIndex = 0;
     }
     if (s.serialization != 1 && s.serialization != 2) {
-        warn("Appender \"%s\" has _serialization set to non-normative value, BUG!, ignoring pointedly.",
-             name);
+        warn("Appender \"%s\" has _serialization set to non-normative value, BUG!, ignoring pointedly.");
         s.serialization = 1;
     }
-    {
-        std::lock_guard<std::mutex> lock(_mutex);
-        openLocked(true);
+    return warnings;
+}
+
+bool LogAppender::probeFile(const char* path, Str& error) {
+    auto fail = [&error, path] {
+        error = withErrno("Cannot append to \"%s\": %m", path);
+        return false;
+    };
+    struct stat st {};
+    if (::stat(path, &st) == 0) {
+        if (S_ISDIR(st.st_mode)) {
+            errno = EISDIR;
+            return fail();
+        }
+        // O_NONBLOCK: a FIFO without a reader answers at once instead of waiting for one.
+        const int fd = ::open(path, O_WRONLY | O_APPEND | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0) return fail();
+        if (::close(fd) != 0) return fail();
+        return true;
     }
+    if (errno != ENOENT) return fail();
+    const std::string_view p = path;
+    const std::size_t slash = p.rfind('/');
+    const Str directory = slash == std::string_view::npos ? Str(".")
+                          : slash == 0                    ? Str("/")
+                                                          : Str(p.substr(0, slash));
+    if (::stat(directory.c_str(), &st) != 0) return fail();
+    if (!S_ISDIR(st.st_mode)) {
+        errno = ENOTDIR;
+        return fail();
+    }
+    if (::faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) != 0) return fail();
+    return true;
+}
+
+void LogAppender::check() {
+    if (_settings.layout == nullptr) _settings.layout = defaultLogLayout();
+    _pending = checkSettings(_settings);
+    std::lock_guard<std::mutex> lock(_mutex);
+    openLocked(true);
+}
+
+LogAppender::LogAppender(LogAppenderSettings settings, bool suspended)
+    : _settings(std::move(settings)), _suspended(suspended) {
+    check();
     reportPending();
-    if (_settings.buffered) {
-        BufferFlusher::instance().add(this);
-    }
+    if (_settings.buffered) BufferFlusher::instance().add(this);
+}
+
+LogAppender::LogAppender(LogAppenderSettings settings, bool suspended,
+                         std::vector<LogAppenderNotice>& notices)
+    : _settings(std::move(settings)), _suspended(suspended) {
+    check();
+    for (LogAppenderNotice& n : _pending) notices.push_back(std::move(n));
+    _pending.clear();
+    if (_settings.buffered) BufferFlusher::instance().add(this);
 }
 
 LogAppender::~LogAppender() {
@@ -192,6 +289,10 @@ LogAppender::~LogAppender() {
         std::lock_guard<std::mutex> lock(_mutex);
         writeOutLocked();
         closeLocked();
+        if (_lost != 0) {
+            note(LOG_ERROR, strprintf("%llu lines could not be written to \"%s\"",
+                                      static_cast<unsigned long long>(_lost), target()));
+        }
     }
     reportPending();
 }
@@ -201,22 +302,23 @@ bool LogAppender::trimOversizedMessage(Str&, StrSegment, std::uint64_t, std::uin
 }
 
 // Opens the target: the file (or the null device while suspended), or standard error.
-void LogAppender::openLocked(bool announce) {
+void LogAppender::openLocked(bool announce, const char* failure) {
     closeLocked();
     if (!_settings.hasFileName) {
         _fd = STDERR_FILENO;
         _ownsFd = false;
+        if (!_inTrouble) _healthy.store(true, std::memory_order_relaxed);
         return;
     }
     const char* path = _suspended ? kNullDevice : _settings.fileName.c_str();
     const int fd = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
     if (fd < 0) {
-        note(LOG_ERROR, withErrno("Failed opening \"%s\": %m", path));
+        troubleLocked(withErrno(failure, path));
         return;
     }
     struct stat st {};
     if (::fstat(fd, &st) != 0) {
-        note(LOG_ERROR, withErrno("Error calling fstat on \"%s\": %m", path));
+        troubleLocked(withErrno("Error calling fstat on \"%s\": %m", path));
         static_cast<void>(::close(fd));
         return;
     }
@@ -225,6 +327,8 @@ void LogAppender::openLocked(bool announce) {
     _device = st.st_dev;
     _inode = st.st_ino;
     _fileSize = static_cast<std::uint64_t>(st.st_size);
+    // Healthy once a line gets through, when it was in trouble.
+    if (!_inTrouble) _healthy.store(true, std::memory_order_relaxed);
     if (announce && !_suspended) note(LOG_INFO, strprintf("Successfully opened \"%s\" now.", path));
 }
 
@@ -234,17 +338,16 @@ void LogAppender::closeLocked() {
     }
     _fd = -1;
     _ownsFd = false;
+    _healthy.store(false, std::memory_order_relaxed);
 }
 
 // At most once in kRecheckSeconds of event time: is the path still the file that is open?
 void LogAppender::recheckLocked(std::int64_t eventSeconds) {
     if (!_settings.hasFileName || _suspended) return;
-    if (_fd >= 0 && eventSeconds - _lastCheck < kRecheckSeconds && eventSeconds >= _lastCheck) return;
+    if (eventSeconds - _lastCheck < kRecheckSeconds && eventSeconds >= _lastCheck) return;
     _lastCheck = eventSeconds;
     struct stat st {};
-    const bool same =
-        ::stat(_settings.fileName.c_str(), &st) == 0 && st.st_dev == _device && st.st_ino == _inode;
-    if (_fd >= 0 && same) return;
+    if (::stat(_settings.fileName.c_str(), &st) == 0 && st.st_dev == _device && st.st_ino == _inode) return;
     writeOutLocked();  // what is buffered belongs to the old file
     openLocked(true);
 }
@@ -252,17 +355,25 @@ void LogAppender::recheckLocked(std::int64_t eventSeconds) {
 bool LogAppender::writeOutLocked() {
     if (_buffer.empty()) return true;
     bool ok = _fd >= 0;
-    if (ok && !writeAll(_fd, _buffer.data(), static_cast<std::size_t>(_buffer.size()))) {
-        note(LOG_ERROR, withErrno("Error writing to \"%s\": %m", target()));
-        ok = false;
+    if (ok) {
+        std::size_t written = 0;
+        ok = writeAll(_fd, _buffer.data(), static_cast<std::size_t>(_buffer.size()), written);
+        _fileSize += written;
+        if (ok) {
+            deliveredLocked();
+        } else {
+            troubleLocked(withErrno("Error writing to \"%s\": %m", target()));
+        }
     }
-    if (ok) _fileSize += _buffer.size();
+    if (!ok) lostLocked(_bufferedLines);
     _buffer.clear();
+    _bufferedLines = 0;
     _oldestBuffered = -1;
     return ok;
 }
 
 void LogAppender::write(const LogEvent& event) {
+    if (_disabled.load(std::memory_order_relaxed)) return;
     // Rendered before the lock: threads render in parallel.
     Logger::ScratchText scratch;
     Str& line = scratch.text();
@@ -283,21 +394,33 @@ void LogAppender::write(const LogEvent& event) {
 }
 
 void LogAppender::writeLocked(const LogEvent& event, const Str& line) {
-    recheckLocked(event.time.tv_sec);
-    if (_fd < 0) {
+    const std::int64_t seconds = event.time.tv_sec;
+    // One attempt at the file per line at most.
+    if (_fd >= 0) {
+        recheckLocked(seconds);
+    } else {
         openLocked(true);
-        if (_fd < 0) return;  // dropped: nowhere to write it
+    }
+    if (_fd < 0) {
+        lostLocked(1);
+        return;
     }
     for (LogObserver* observer : _observers) observer->observe(event, line);
-    if (_settings.maxFileSize != 0 && _settings.hasFileName && !_suspended &&
-        _fileSize + _buffer.size() > 0 && _fileSize + _buffer.size() + line.size() > _settings.maxFileSize) {
+    const std::uint64_t size = _fileSize + _buffer.size();
+    if (_settings.maxFileSize != 0 && _settings.hasFileName && !_suspended && size > 0 &&
+        size + line.size() > _settings.maxFileSize && (!_rotationStuck || seconds >= _rotationRetry)) {
         writeOutLocked();
-        rotateLocked();
+        if (!rotateLocked()) _rotationRetry = seconds + kRecheckSeconds;
+        if (_fd < 0) {  // the fresh file could not be opened
+            lostLocked(1);
+            return;
+        }
     }
-    if (_oldestBuffered < 0) _oldestBuffered = event.time.tv_sec;
+    if (_oldestBuffered < 0) _oldestBuffered = seconds;
     _buffer.append(line);
+    ++_bufferedLines;
     const bool keep = _settings.buffered && _buffer.size() < _settings.bufferSize &&
-                      event.level < LOG_ERROR && event.time.tv_sec - _oldestBuffered < 1;
+                      event.level < LOG_ERROR && seconds - _oldestBuffered < 1;
     if (!keep) writeOutLocked();
 }
 
@@ -307,6 +430,22 @@ void LogAppender::flush() {
         writeOutLocked();
     }
     reportPending();
+}
+
+void LogAppender::disable() noexcept {
+    _disabled.store(true, std::memory_order_relaxed);
+}
+
+void LogAppender::enable() noexcept {
+    _disabled.store(false, std::memory_order_relaxed);
+}
+
+bool LogAppender::disabled() const noexcept {
+    return _disabled.load(std::memory_order_relaxed);
+}
+
+bool LogAppender::healthy() const noexcept {
+    return _healthy.load(std::memory_order_relaxed);
 }
 
 void LogAppender::suspend() {
@@ -355,52 +494,54 @@ bool LogAppender::rotateLocked() {
     auto numbered = [&file](std::uint64_t i) {
         return i == 0 ? file : strprintf("%s.%llu", file.view(), static_cast<unsigned long long>(i));
     };
+    // Errors of a rotation that is already stuck were said when it got stuck.
+    auto error = [this](Str text) {
+        if (!_rotationStuck) note(LOG_ERROR, std::move(text));
+    };
     // 1. The first free name, or N.
     std::uint64_t i = 0;
     for (; i < n; ++i) {
         struct stat st {};
         if (::stat(numbered(i).c_str(), &st) != 0) break;
     }
-    bool ok = true;
     // 2. At N the oldest goes.
     if (i == n && n > 0) {
         const Str oldest = numbered(n);
         if (::unlink(oldest.c_str()) != 0 && errno != ENOENT) {
-            note(LOG_ERROR, withErrno("Error unlinking \"%s\": %m", oldest.c_str()));
-            ok = false;
+            error(withErrno("Error unlinking \"%s\": %m", oldest.c_str()));
         }
     }
-    // 3. Downwards: i-1 to i, ..., the file itself to .1.
-    closeLocked();
+    // 3. Downwards: i-1 to i, ..., the file itself to .1. A rename that fails stops the shift,
+    // so that nothing is renamed over the copy that stayed; a name that has vanished (moved
+    // by another process) leaves nothing to overwrite, and the shift goes on.
+    bool shifted = true;
     for (std::uint64_t k = std::min(i, n); k > 0; --k) {
         const Str from = numbered(k - 1), to = numbered(k);
-        if (::rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT) {
-            note(LOG_ERROR, withErrno("Error renaming \"%s\" to \"%s\": %m", from.c_str(), to.c_str()));
-            ok = false;
+        if (::rename(from.c_str(), to.c_str()) != 0) {
+            const int saved = errno;
+            error(withErrno("Error renaming \"%s\" to \"%s\": %m", from.c_str(), to.c_str()));
+            if (saved != ENOENT) {
+                shifted = false;
+                break;
+            }
         }
     }
     if (n == 0 && ::unlink(file.c_str()) != 0 && errno != ENOENT) {  // no copies kept: start afresh
-        note(LOG_ERROR, withErrno("Error unlinking \"%s\": %m", file.c_str()));
-        ok = false;
+        error(withErrno("Error unlinking \"%s\": %m", file.c_str()));
+        shifted = false;
     }
-    // 4. A fresh file.
-    const int fd = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        note(LOG_ERROR, withErrno("Error opening \"%s\": %m", file.c_str()));
-        return false;
+    if (!shifted) {
+        if (!_rotationStuck) {
+            note(LOG_WARN,
+                 strprintf("Appending to \"%s\" beyond maxFileSize until it can be rotated", file.c_str()));
+        }
+        _rotationStuck = true;
+        return false;  // the live file stays open
     }
-    struct stat st {};
-    if (::fstat(fd, &st) != 0) {
-        note(LOG_ERROR, withErrno("Error calling fstat on \"%s\": %m", file.c_str()));
-        static_cast<void>(::close(fd));
-        return false;
-    }
-    _fd = fd;
-    _ownsFd = true;
-    _device = st.st_dev;
-    _inode = st.st_ino;
-    _fileSize = 0;
-    return ok;
+    _rotationStuck = false;
+    // 4. A fresh file; never truncated, in case another process made one there meanwhile.
+    openLocked(false, "Error opening \"%s\": %m");
+    return _fd >= 0;
 }
 
 void LogAppender::registerLogObserver(LogObserver* observer) {

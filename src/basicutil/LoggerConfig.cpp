@@ -82,18 +82,17 @@ bool sizeValue(StrSegment text, std::uint64_t& value) noexcept {
     return true;
 }
 
-// Set up for channels made after a configuration was applied.
-struct Applied {
-    std::mutex mutex;
-    std::vector<std::shared_ptr<LogAppender>> rootAppenders;
+// What a configuration gives each channel: the root's level and appenders, and a category's
+// own on top. Shared by the channel setup, which runs for every channel made later too.
+struct ChannelSettings {
     bool hasLevel = false;
     LogLevel level = LOG_DEBUG;
+    std::vector<std::shared_ptr<LogAppender>> appenders;
 };
-
-Applied& applied() {
-    static Applied instance;
-    return instance;
-}
+struct AppliedConfiguration {
+    ChannelSettings root;
+    std::map<Str, ChannelSettings> categories;  // appenders: the root's, then the category's
+};
 
 }  // namespace
 
@@ -111,27 +110,50 @@ Str DeferredLogConf::describe() const {
             return strprintf("%s:%u: Invalid serialization='%s'", file.c_str(), line, text.c_str());
         case INVALID_ESCAPE:
             return strprintf("%s:%u: Invalid escape='%s'", file.c_str(), line, text.c_str());
+        case APPENDER_PROBLEM:
+            return strprintf("%s:%u: %s", file.c_str(), line, text.c_str());
+        case UNDEFINED_APPENDER:
+            return strprintf("%s:%u: Undefined appender \"%s\"", file.c_str(), line, text.c_str());
+        case INVALID_PATTERN:
+            return strprintf("%s:%u: Invalid ConversionPattern: %s", file.c_str(), line, text.c_str());
+        case DUPLICATE_KEY:
+            return strprintf("%s:%u: Key \"%s\" given again (first at line %u); the later value holds",
+                             file.c_str(), line, text.c_str(), firstLine);
         default:
             return strprintf("I know not this DeferredLogConf::error_type=%d you speak of.", error_type);
     }
 }
 
-void LogConfiguration::problem(int type, const Str& file, unsigned line, StrSegment text) {
+void LogConfiguration::problem(int type, const Origin& origin, StrSegment text) {
     DeferredLogConf record;
     record.error_type = type;
-    record.file = file;
-    record.line = line;
+    record.file = origin.file;
+    record.line = origin.line;
     record.text = Str(text);
     _problems.push_back(std::move(record));
 }
 
-bool LogConfiguration::category(StrSegment value, Category& into, const Str& file, unsigned line) {
+void LogConfiguration::record(StrSegment key, StrSegment value, const Origin& origin) {
+    if (key.view() != "rootAppender") {
+        for (LogConfigEntry& entry : _entries) {
+            if (entry.key.view() == key.view()) {
+                entry.value = Str(value);
+                entry.file = origin.file;
+                entry.line = origin.line;
+                return;
+            }
+        }
+    }
+    _entries.push_back({Str(key), Str(value), origin.file, origin.line});
+}
+
+bool LogConfiguration::category(StrSegment value, Category& into, const Origin& origin) {
     std::string_view rest = value.view();
     const std::size_t comma = rest.find(',');
     const StrSegment level = trimmed(rest.substr(0, comma));
     LogLevel parsed = LOG_DEBUG;
     if (!level.empty() && !parseLogLevel(level, parsed)) {
-        problem(DeferredLogConf::PARSE_ERROR, file, line, level);
+        problem(DeferredLogConf::PARSE_ERROR, origin, level);
         return false;
     }
     Category result;
@@ -142,40 +164,47 @@ bool LogConfiguration::category(StrSegment value, Category& into, const Str& fil
         if (at == std::string_view::npos) break;
         rest.remove_prefix(at + 1);
         const StrSegment name = trimmed(rest.substr(0, rest.find(',')));
-        if (!name.empty()) result.appenders.emplace_back(name);
+        if (!name.empty()) result.appenders.push_back({Str(name), origin});
     }
     into = std::move(result);
     return true;
 }
 
-void LogConfiguration::setKey(StrSegment key, StrSegment value, const Str& file, unsigned line) {
+void LogConfiguration::setKey(StrSegment key, StrSegment value, const Origin& origin) {
     const std::string_view k = key.view();
     const Str whole = strprintf("%s=%s", k, value.view());
     if (k == "rootCategory") {
-        category(value, _root, file, line);
+        if (category(value, _root, origin)) record(key, value, origin);
         return;
     }
     if (k == "rootAppender") {
         if (value.empty()) {
-            problem(DeferredLogConf::PARSE_ERROR, file, line, whole);
+            problem(DeferredLogConf::PARSE_ERROR, origin, whole);
         } else {
-            _rootAppenders.emplace_back(value);
+            _rootAppenders.push_back({Str(value), origin});
+            record(key, value, origin);
         }
         return;
     }
     if (startsWith(key, "category.") && k.size() > 9) {
         Category parsed;
-        if (category(value, parsed, file, line)) _categories[Str(k.substr(9))] = std::move(parsed);
+        if (category(value, parsed, origin)) {
+            _categories[Str(k.substr(9))] = std::move(parsed);
+            record(key, value, origin);
+        }
         return;
     }
     const std::size_t dot = k.find('.', 9);
     if (!startsWith(key, "appender.") || dot == std::string_view::npos || dot == 9 || dot + 1 == k.size()) {
-        problem(DeferredLogConf::PARSE_ERROR, file, line, whole);
+        problem(DeferredLogConf::PARSE_ERROR, origin, whole);
         return;
     }
     const Str name(k.substr(9, dot - 9));
     const std::string_view sub = k.substr(dot + 1);
-    LogAppenderSettings& s = _appenders[name].settings;
+    const auto [found, fresh] = _appenders.try_emplace(name);
+    AppenderKeys& keys = found->second;
+    if (fresh) keys.origin = origin;
+    LogAppenderSettings& s = keys.settings;
     s.name = name;
     std::uint64_t number = 0;
     bool flag = false;
@@ -185,7 +214,7 @@ void LogConfiguration::setKey(StrSegment key, StrSegment value, const Str& file,
     } else if (sub == "maxFileSize" || sub == "maxBackupIndex" || sub == "maxMessageSize" ||
                sub == "bufferSize") {
         if (!sizeValue(value, number)) {
-            problem(DeferredLogConf::PARSE_ERROR, file, line, whole);
+            problem(DeferredLogConf::PARSE_ERROR, origin, whole);
             return;
         }
         (sub == "maxFileSize"      ? s.maxFileSize
@@ -197,21 +226,24 @@ void LogConfiguration::setKey(StrSegment key, StrSegment value, const Str& file,
     } else if (sub == "layout") {
         if (value.view() != "BasicLayout" && value.view() != "SimpleLayout" &&
             value.view() != "PatternLayout") {
-            problem(DeferredLogConf::PARSE_ERROR, file, line, whole);
+            problem(DeferredLogConf::PARSE_ERROR, origin, whole);
             return;
         }
-        _appenders[name].layout = Str(value);
+        keys.layout = Str(value);
     } else if (sub == "layout.ConversionPattern") {
-        _appenders[name].pattern = Str(value);
+        keys.pattern = Str(value);
+        const LogFormat compiled(keys.pattern.c_str());
+        if (!compiled.problem().empty())
+            problem(DeferredLogConf::INVALID_PATTERN, origin, compiled.problem());
     } else if (sub == "serialization") {
         if (value.view() != "JSON") {
-            problem(DeferredLogConf::INVALID_SERIALIZATION, file, line, value);
+            problem(DeferredLogConf::INVALID_SERIALIZATION, origin, value);
             return;
         }
         s.serialization = 2;
     } else if (sub == "buffered") {
         if (!parseBool(value, flag)) {
-            problem(DeferredLogConf::PARSE_ERROR, file, line, whole);
+            problem(DeferredLogConf::PARSE_ERROR, origin, whole);
             return;
         }
         s.buffered = flag;
@@ -221,34 +253,46 @@ void LogConfiguration::setKey(StrSegment key, StrSegment value, const Str& file,
         } else if (value.view() == "c") {
             s.escape = LogEscape::C;
         } else {
-            problem(DeferredLogConf::INVALID_ESCAPE, file, line, value);
+            problem(DeferredLogConf::INVALID_ESCAPE, origin, value);
+            return;
         }
     } else {
-        problem(DeferredLogConf::PARSE_ERROR, file, line, whole);
+        problem(DeferredLogConf::PARSE_ERROR, origin, whole);
+        return;
     }
+    record(key, value, origin);
 }
 
 bool LogConfiguration::parse_one_log_cfg_file(const char* path, StrSegment program) {
-    const Str file(path);
     Str text;
     if (!readAll(path, text)) {
         DeferredLogConf record;
         record.error_type = DeferredLogConf::OPEN_FAILED;
-        record.file = file;
+        record.file = Str(path);
         record.error = errno;
         _problems.push_back(std::move(record));
         return false;
     }
+    parseText(text, path, program);
+    return true;
+}
+
+void LogConfiguration::parseText(StrSegment text, StrSegment name, StrSegment program) {
+    Origin origin{Str(name), 0};
     bool inComment = false;
     unsigned commentStart = 0;
     bool sectionApplies = true;
-    unsigned lineNumber = 0;
+    Str section;                                    // "" before the first header
+    std::map<std::pair<Str, Str>, unsigned> given;  // (section, key): the line it was first given on
     std::string_view rest = text.view();
     while (!rest.empty()) {
         const std::size_t newline = rest.find('\n');
         std::string_view raw = rest.substr(0, newline);
         rest.remove_prefix(newline == std::string_view::npos ? rest.size() : newline + 1);
-        ++lineNumber;
+        ++origin.line;
+        // A "#" line is a comment before anything else is looked at.
+        const StrSegment whole = trimmed(raw);
+        if (!inComment && !whole.empty() && whole[0] == '#') continue;
         // XML comments out, across lines too.
         Str kept;
         while (!raw.empty()) {
@@ -266,7 +310,7 @@ bool LogConfiguration::parse_one_log_cfg_file(const char* path, StrSegment progr
                 if (open == std::string_view::npos) break;
                 raw.remove_prefix(open + 4);
                 inComment = true;
-                commentStart = lineNumber;
+                commentStart = origin.line;
             }
         }
         const StrSegment line = trimmed(kept);
@@ -274,106 +318,165 @@ bool LogConfiguration::parse_one_log_cfg_file(const char* path, StrSegment progr
         if (line[0] == '[') {
             const std::size_t close = line.view().find(']');
             if (close == std::string_view::npos || !trimmed(line.view().substr(close + 1)).empty()) {
-                problem(DeferredLogConf::PARSE_ERROR, file, lineNumber, line);
+                problem(DeferredLogConf::PARSE_ERROR, origin, line);
                 continue;
             }
-            sectionApplies = line.view().substr(1, close - 1) == program.view();
+            section = Str(line.view().substr(1, close - 1));
+            sectionApplies = section.view() == program.view();
             continue;
         }
         if (!sectionApplies) continue;
         const std::size_t equals = line.view().find('=');
         const StrSegment key = trimmed(line.view().substr(0, equals == std::string_view::npos ? 0 : equals));
         if (equals == std::string_view::npos || key.empty()) {
-            problem(DeferredLogConf::PARSE_ERROR, file, lineNumber, line);
+            problem(DeferredLogConf::PARSE_ERROR, origin, line);
             continue;
         }
-        setKey(key, trimmed(line.view().substr(equals + 1)), file, lineNumber);
+        if (key.view() != "rootAppender") {
+            const auto [first, fresh] = given.try_emplace({section, Str(key)}, origin.line);
+            if (!fresh) {
+                problem(DeferredLogConf::DUPLICATE_KEY, origin, key);
+                _problems.back().firstLine = first->second;
+            }
+        }
+        setKey(key, trimmed(line.view().substr(equals + 1)), origin);
     }
-    if (inComment) problem(DeferredLogConf::UNTERMINATED_COMMENT, file, commentStart, "");
-    return true;
+    if (inComment) problem(DeferredLogConf::UNTERMINATED_COMMENT, {origin.file, commentStart}, "");
 }
 
-void LogConfiguration::read(const char* path, StrSegment program) {
-    static_cast<void>(parse_one_log_cfg_file(path, program));
-    // "x.cfg" -> "x-local.cfg"; a name without an extension gets "-local" at its end.
+Str LogConfiguration::localCompanion(const char* path) {
     const std::string_view p = path;
     const std::size_t slash = p.rfind('/');
     const std::size_t dot = p.rfind('.');
     const bool hasExtension =
-        dot != std::string_view::npos && (slash == std::string_view::npos || dot > slash);
-    const Str local =
-        hasExtension ? strprintf("%s-local%s", p.substr(0, dot), p.substr(dot)) : strprintf("%s-local", p);
+        dot != std::string_view::npos && dot != 0 && (slash == std::string_view::npos || dot > slash + 1);
+    return hasExtension ? strprintf("%s-local%s", p.substr(0, dot), p.substr(dot)) : strprintf("%s-local", p);
+}
+
+void LogConfiguration::read(const char* path, StrSegment program) {
+    static_cast<void>(parse_one_log_cfg_file(path, program));
+    const Str local = localCompanion(path);
     if (::access(local.c_str(), F_OK) == 0) static_cast<void>(parse_one_log_cfg_file(local.c_str(), program));
 }
 
-void LogConfiguration::apply() {
-    std::map<Str, std::shared_ptr<LogAppender>> built;
-    auto appenderNamed = [&](const Str& name) -> std::shared_ptr<LogAppender> {
-        const auto done = built.find(name);
-        if (done != built.end()) return done->second;
-        const auto keys = _appenders.find(name);
+std::vector<const LogConfiguration::Reference*> LogConfiguration::references() const {
+    std::vector<const Reference*> all;
+    for (const Reference& r : _root.appenders) all.push_back(&r);
+    for (const Reference& r : _rootAppenders) all.push_back(&r);
+    for (const auto& [name, c] : _categories) {
+        for (const Reference& r : c.appenders) all.push_back(&r);
+    }
+    return all;
+}
+
+std::shared_ptr<const LogFormat> LogConfiguration::layoutOf(const AppenderKeys& keys) const {
+    const std::string_view layout = keys.layout.view();
+    if (layout == "BasicLayout") return std::make_shared<const LogFormat>("%R %p %c %m%n");
+    if (layout == "SimpleLayout") return std::make_shared<const LogFormat>("%-8p: %m%n");
+    if (layout == "PatternLayout") return std::make_shared<const LogFormat>(keys.pattern.c_str());
+    return nullptr;  // the default
+}
+
+void LogConfiguration::checkLayout(const AppenderKeys& keys) {
+    const bool patternLayout = keys.layout.view() == "PatternLayout";
+    if (patternLayout && keys.pattern.empty()) {
+        problem(DeferredLogConf::INVALID_PATTERN, keys.origin,
+                strprintf("appender \"%s\" has PatternLayout and no pattern: its lines are empty",
+                          keys.settings.name.view()));
+    } else if (!patternLayout && !keys.pattern.empty()) {
+        problem(DeferredLogConf::INVALID_PATTERN, keys.origin,
+                strprintf("appender \"%s\" has a pattern but not PatternLayout: its pattern is not used",
+                          keys.settings.name.view()));
+    }
+}
+
+void LogConfiguration::verify() {
+    std::vector<const AppenderKeys*> used;
+    for (const Reference* r : references()) {
+        const auto keys = _appenders.find(r->name);
         if (keys == _appenders.end()) {
-            problem(DeferredLogConf::PARSE_ERROR, "(configuration)", 0,
-                    strprintf("appender %s", name.view()));
+            problem(DeferredLogConf::UNDEFINED_APPENDER, r->origin, r->name);
+        } else if (std::find(used.begin(), used.end(), &keys->second) == used.end()) {
+            used.push_back(&keys->second);
+        }
+    }
+    for (const AppenderKeys* keys : used) {
+        checkLayout(*keys);
+        LogAppenderSettings settings = keys->settings;
+        for (const LogAppenderNotice& n : LogAppender::checkSettings(settings)) {
+            problem(DeferredLogConf::APPENDER_PROBLEM, keys->origin, n.text);
+            _problems.back().level = n.level;
+        }
+        Str error;
+        if (settings.hasFileName && !LogAppender::probeFile(settings.fileName.c_str(), error)) {
+            problem(DeferredLogConf::APPENDER_PROBLEM, keys->origin,
+                    strprintf("Appender \"%s\": %s", settings.name.view(), error.view()));
+        }
+    }
+}
+
+void LogConfiguration::apply() {
+    // What is logged once the channels have their appenders, in the order it was found.
+    std::vector<LogAppenderNotice> report;
+    for (const DeferredLogConf& p : _problems) report.push_back({p.level, p.describe()});
+
+    std::map<Str, std::shared_ptr<LogAppender>> built;
+    auto appenderFor = [&](const Reference& r) -> std::shared_ptr<LogAppender> {
+        const auto done = built.find(r.name);
+        if (done != built.end()) return done->second;
+        const auto keys = _appenders.find(r.name);
+        if (keys == _appenders.end()) {
+            problem(DeferredLogConf::UNDEFINED_APPENDER, r.origin, r.name);
+            report.push_back({LOG_ERROR, _problems.back().describe()});
             return nullptr;
         }
+        const std::size_t known = _problems.size();
+        checkLayout(keys->second);
+        for (std::size_t i = known; i < _problems.size(); ++i)
+            report.push_back({LOG_ERROR, _problems[i].describe()});
         LogAppenderSettings settings = keys->second.settings;
-        settings.name = name;
-        const Str& layout = keys->second.layout;
-        if (layout.view() == "BasicLayout") {
-            settings.layout = std::make_shared<const LogFormat>("%R %p %c %m%n");
-        } else if (layout.view() == "SimpleLayout") {
-            settings.layout = std::make_shared<const LogFormat>("%-8p: %m%n");
-        } else if (layout.view() == "PatternLayout") {
-            settings.layout = std::make_shared<const LogFormat>(keys->second.pattern.c_str());
+        settings.name = r.name;
+        settings.layout = layoutOf(keys->second);
+        std::vector<LogAppenderNotice> notices;
+        auto appender = std::make_shared<LogAppender>(std::move(settings), false, notices);
+        for (LogAppenderNotice& n : notices) {
+            if (n.level >= LOG_WARN) {
+                problem(DeferredLogConf::APPENDER_PROBLEM, keys->second.origin, n.text);
+                _problems.back().level = n.level;
+            }
+            report.push_back(std::move(n));
         }
-        auto appender = std::make_shared<LogAppender>(std::move(settings));
-        built.emplace(name, appender);
+        built.emplace(r.name, appender);
         return appender;
     };
-    auto add = [&](std::vector<std::shared_ptr<LogAppender>>& list, const Str& name) {
-        auto appender = appenderNamed(name);
+    auto add = [&](std::vector<std::shared_ptr<LogAppender>>& list, const Reference& r) {
+        auto appender = appenderFor(r);
         if (appender != nullptr && std::find(list.begin(), list.end(), appender) == list.end())
-            list.push_back(appender);
+            list.push_back(std::move(appender));
     };
-    std::vector<std::shared_ptr<LogAppender>> root;
-    for (const Str& name : _root.appenders) add(root, name);
-    for (const Str& name : _rootAppenders) add(root, name);
-
-    struct Setup : Logger::iterate_channels_callback {
-        LogConfiguration& config;
-        const std::vector<std::shared_ptr<LogAppender>>& root;
-        decltype(add)& addTo;
-        Setup(LogConfiguration& c, const std::vector<std::shared_ptr<LogAppender>>& r, decltype(add)& a)
-            : config(c), root(r), addTo(a) {}
-        void visit(Logger& logger) override {
-            std::vector<std::shared_ptr<LogAppender>> list = root;
-            const auto own = config._categories.find(logger.name());
-            if (own != config._categories.end()) {
-                for (const Str& name : own->second.appenders) addTo(list, name);
-                if (own->second.hasLevel) logger.setThreshold(own->second.level);
-            } else if (config._root.hasLevel) {
-                logger.setThreshold(config._root.level);
-            }
-            logger.setAppenders(std::move(list));
+    auto state = std::make_shared<AppliedConfiguration>();
+    state->root.hasLevel = _root.hasLevel;
+    state->root.level = _root.level;
+    for (const Reference& r : _root.appenders) add(state->root.appenders, r);
+    for (const Reference& r : _rootAppenders) add(state->root.appenders, r);
+    for (const auto& [name, own] : _categories) {
+        ChannelSettings settings = state->root;
+        if (own.hasLevel) {
+            settings.hasLevel = true;
+            settings.level = own.level;
         }
-    } setup(*this, root, add);
-    Logger::iterateChannels(setup);
-    {
-        Applied& state = applied();
-        std::lock_guard<std::mutex> lock(state.mutex);
-        state.rootAppenders = root;
-        state.hasLevel = _root.hasLevel;
-        state.level = _root.level;
+        for (const Reference& r : own.appenders) add(settings.appenders, r);
+        state->categories.emplace(name, std::move(settings));
     }
-    Logger::setChannelSetup([](Logger& logger) {
-        Applied& state = applied();
-        std::lock_guard<std::mutex> lock(state.mutex);
-        if (state.hasLevel) logger.setThreshold(state.level);
-        logger.setAppenders(state.rootAppenders);
-    });
+    Logger::setChannelSetup(
+        [state = std::shared_ptr<const AppliedConfiguration>(std::move(state))](Logger& logger) {
+            const auto own = state->categories.find(logger.name());
+            const ChannelSettings& settings = own != state->categories.end() ? own->second : state->root;
+            if (settings.hasLevel) logger.setThreshold(settings.level);
+            logger.setAppenders(settings.appenders);
+        });
     Logger::initialize();
-    for (const DeferredLogConf& record : _problems) loggerChannel().log(LOG_ERROR, record.describe());
+    for (const LogAppenderNotice& n : report) logger_details::reportLogTrouble(n.level, n.text, nullptr);
 }
 
 std::vector<DeferredLogConf> configureLogging(const char* path, StrSegment program) {

@@ -6,8 +6,10 @@
 #include <limits>
 
 #include "basicutil/Assert.h"
+#include "basicutil/DecimalText.h"
 #include "basicutil/Logger.h"
 #include "basicutil/Platform.h"
+#include "basicutil/StrEscape.h"
 #include "basicutil/Thread.h"
 
 namespace basicutil {
@@ -39,7 +41,8 @@ Str mapMilliseconds(std::string_view format) {
     return out;
 }
 
-std::shared_ptr<const TimeFormat> dateFormat(std::string_view argument) {
+// The date atom's format; false when the argument does not compile (the default is used).
+bool dateFormat(std::string_view argument, std::shared_ptr<const TimeFormat>& out) {
     std::string_view text = argument;
     if (argument.empty() || argument == "ISO8601") {
         text = kDefaultDateFormat;
@@ -49,8 +52,10 @@ std::shared_ptr<const TimeFormat> dateFormat(std::string_view argument) {
         text = "%d %b %Y %H:%M:%S,%l";
     }
     auto format = std::make_shared<TimeFormat>(mapMilliseconds(text));
-    if (!format->valid()) format = std::make_shared<TimeFormat>(mapMilliseconds(kDefaultDateFormat));
-    return format;
+    const bool valid = format->valid();
+    if (!valid) format = std::make_shared<TimeFormat>(mapMilliseconds(kDefaultDateFormat));
+    out = std::move(format);
+    return valid;
 }
 
 // Decimal digits, at most 19 (the marker's numbers are byte counts of strings).
@@ -66,14 +71,22 @@ unsigned decimalDigits(std::uint64_t v) noexcept {
 // The base of the elapsed-time atoms: the first event time that renders one, set once.
 std::atomic<std::int64_t> g_elapsedBaseUsec{std::numeric_limits<std::int64_t>::min()};
 
-std::int64_t elapsedMs(const Timeval& time) noexcept {
-    const std::int64_t now = time.tv_sec * 1000000 + time.tv_usec;
+std::int64_t saturated(Int128 v) noexcept {
+    constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
+    constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
+    return v < kMin ? kMin : v > kMax ? kMax : static_cast<std::int64_t>(v);
+}
+
+// Microseconds from the base to the event, exact for every Timeval (128 bits); the base itself
+// is kept in 64 bits, saturated, and set once.
+Int128 elapsedUsec(const Timeval& time) noexcept {
+    const Int128 now = static_cast<Int128>(time.tv_sec) * 1000000 + time.tv_usec;
     std::int64_t base = g_elapsedBaseUsec.load(std::memory_order_relaxed);
     if (base == std::numeric_limits<std::int64_t>::min()) {
-        g_elapsedBaseUsec.compare_exchange_strong(base, now, std::memory_order_relaxed);
+        g_elapsedBaseUsec.compare_exchange_strong(base, saturated(now), std::memory_order_relaxed);
         base = g_elapsedBaseUsec.load(std::memory_order_relaxed);
     }
-    return (now - base) / 1000;
+    return now - base;
 }
 
 void appendDecimal(Str& out, std::int64_t value) {
@@ -105,32 +118,6 @@ void appendField(Str& out, StrSegment text, const LogFormat::Atom& atom) {
     }
 }
 
-// The length of the valid UTF-8 sequence at p (2 to 4), or 0 (RFC 3629: no overlong forms, no
-// surrogates, nothing above U+10FFFF).
-unsigned validSequence(const unsigned char* p, const unsigned char* end) noexcept {
-    const unsigned char lead = p[0];
-    unsigned n = 0;
-    unsigned char low = 0x80, high = 0xBF;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-        n = 2;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-        n = 3;
-        if (lead == 0xE0) low = 0xA0;
-        if (lead == 0xED) high = 0x9F;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-        n = 4;
-        if (lead == 0xF0) low = 0x90;
-        if (lead == 0xF4) high = 0x8F;
-    } else {
-        return 0;
-    }
-    if (end - p < static_cast<std::ptrdiff_t>(n) || p[1] < low || p[1] > high) return 0;
-    for (unsigned k = 2; k < n; ++k) {
-        if ((p[k] & 0xC0) != 0x80) return 0;
-    }
-    return n;
-}
-
 }  // namespace
 
 const char* logLevelName(int level) noexcept {
@@ -153,49 +140,6 @@ bool parseLogLevel(StrSegment name, LogLevel& level) noexcept {
 
 LogFormatCallback::~LogFormatCallback() = default;
 void LogFormatCallback::beforeOversizedLine(const LogEvent&) {}
-
-void appendJsonEscaped(Str& out, StrSegment text) {
-    static constexpr char kHex[] = "0123456789abcdef";
-    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-    const auto* const end = p + text.size();
-    while (p < end) {
-        const unsigned char* run = p;  // bytes written as they are
-        while (p < end && *p >= 0x20 && *p < 0x80 && *p != '"' && *p != '\\') ++p;
-        out.append(reinterpret_cast<const char*>(run), static_cast<size_type>(p - run));
-        if (p == end) break;
-        const unsigned char c = *p;
-        if (c >= 0x80) {
-            const unsigned n = validSequence(p, end);
-            if (n != 0) {
-                out.append(reinterpret_cast<const char*>(p), n);
-                p += n;
-                continue;
-            }
-        }
-        ++p;
-        switch (c) {
-            case '"':
-                out.append("\\\"", 2);
-                break;
-            case '\\':
-                out.append("\\\\", 2);
-                break;
-            case '\n':
-                out.append("\\n", 2);
-                break;
-            case '\r':
-                out.append("\\r", 2);
-                break;
-            case '\t':
-                out.append("\\t", 2);
-                break;
-            default: {
-                const char escaped[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
-                out.append(escaped, 6);
-            }
-        }
-    }
-}
 
 void renderTrimmedTo(Str& out, const char* text, std::uint64_t length, std::uint64_t trimTo) {
     const std::uint64_t msgsize = length;
@@ -259,6 +203,9 @@ LogFormat::LogFormat(const char* pattern) : _pattern(pattern != nullptr ? patter
         atom.length = length;
         _atoms.push_back(std::move(atom));
     };
+    auto dropped = [this](Str text) {
+        if (_problem.empty()) _problem = std::move(text);
+    };
     while (p < end) {
         if (*p != '%') {
             const char* start = p;
@@ -272,7 +219,8 @@ LogFormat::LogFormat(const char* pattern) : _pattern(pattern != nullptr ? patter
             p += 2;
             continue;
         }
-        ++p;
+        const char* const conversion = p++;
+        const auto offset = static_cast<unsigned long long>(conversion - _pattern.data());
         Atom atom;
         if (p < end && (*p == '-' || *p == '0')) atom.pad = *p++ == '-' ? '\0' : '0';
         auto number = [&p, end](std::uint32_t& value) {
@@ -287,13 +235,22 @@ LogFormat::LogFormat(const char* pattern) : _pattern(pattern != nullptr ? patter
             ++p;
             if (p < end && *p >= '0' && *p <= '9') number(atom.max_width);
         }
-        if (p == end) break;  // a conversion without its letter
+        if (p == end) {  // a conversion without its letter
+            dropped(strprintf("\"%s\" at offset %llu has no conversion letter",
+                              std::string_view(conversion, static_cast<std::size_t>(end - conversion)),
+                              offset));
+            break;
+        }
         const char letter = *p++;
         std::string_view argument;
         if (p < end && *p == '{') {
             const char* close =
                 static_cast<const char*>(std::memchr(p, '}', static_cast<std::size_t>(end - p)));
-            if (close == nullptr) break;  // an unterminated argument drops the atom and the rest
+            if (close == nullptr) {  // an unterminated argument drops the atom and the rest
+                dropped(strprintf("the argument of \"%%%c\" at offset %llu has no closing \"}\"", letter,
+                                  offset));
+                break;
+            }
             argument = std::string_view(p + 1, static_cast<std::size_t>(close - p - 1));
             p = close + 1;
         }
@@ -329,10 +286,17 @@ LogFormat::LogFormat(const char* pattern) : _pattern(pattern != nullptr ? patter
                 break;
             case 'd':
                 atom.kind = KIND_DATE;
-                atom.time = dateFormat(argument);
+                if (!dateFormat(argument, atom.time)) {
+                    dropped(
+                        strprintf("the date format \"%s\" at offset %llu does not compile; \"%s\" is used",
+                                  argument, offset, kDefaultDateFormat));
+                }
                 break;
-            default:
-                continue;  // an unknown letter: dropped
+            default:  // an unknown letter: dropped
+                dropped(strprintf("\"%s\" at offset %llu is no conversion",
+                                  std::string_view(conversion, static_cast<std::size_t>(p - conversion)),
+                                  offset));
+                continue;
         }
         _atoms.push_back(std::move(atom));
     }
@@ -419,11 +383,11 @@ struct LineRenderer {
             case LogFormat::KIND_THREAD_ID:
                 appendDecimal(value, static_cast<std::int64_t>(platform::currentThreadId()));
                 break;
-            case LogFormat::KIND_ELAPSED_MS:
-                appendDecimal(value, elapsedMs(event.time));
+            case LogFormat::KIND_ELAPSED_MS:  // saturated, as time arithmetic is everywhere
+                appendDecimal(value, saturated(elapsedUsec(event.time) / 1000));
                 break;
             case LogFormat::KIND_ELAPSED_S:
-                appendDecimal(value, elapsedMs(event.time) / 1000);
+                appendDecimal(value, saturated(elapsedUsec(event.time) / 1000 / 1000));
                 break;
             case LogFormat::KIND_CLOCK:
                 appendDecimal(value, static_cast<std::int64_t>(std::clock()));

@@ -174,4 +174,77 @@ bool urlDecodeInPlace(Str& s) {
     return isValidUtf8(s);
 }
 
+namespace {
+
+// The length of the valid UTF-8 sequence at p (2 to 4), or 0 (RFC 3629: no overlong forms, no
+// surrogates, nothing above U+10FFFF).
+unsigned validSequence(const unsigned char* p, const unsigned char* end) noexcept {
+    const unsigned char lead = p[0];
+    unsigned n = 0;
+    unsigned char low = 0x80, high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        n = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        n = 3;
+        if (lead == 0xE0) low = 0xA0;
+        if (lead == 0xED) high = 0x9F;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        n = 4;
+        if (lead == 0xF0) low = 0x90;
+        if (lead == 0xF4) high = 0x8F;
+    } else {
+        return 0;
+    }
+    if (end - p < static_cast<std::ptrdiff_t>(n) || p[1] < low || p[1] > high) return 0;
+    for (unsigned k = 2; k < n; ++k) {
+        if ((p[k] & 0xC0) != 0x80) return 0;
+    }
+    return n;
+}
+
+}  // namespace
+
+void appendJsonEscaped(Str& out, StrSegment text) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+    const auto* const end = p + text.size();
+    while (p < end) {
+        const unsigned char* run = p;  // bytes written as they are
+        while (p < end && *p >= 0x20 && *p < 0x80 && *p != '"' && *p != '\\') ++p;
+        out.append(reinterpret_cast<const char*>(run), static_cast<size_type>(p - run));
+        if (p == end) break;
+        const unsigned char c = *p;
+        if (c >= 0x80) {
+            const unsigned n = validSequence(p, end);
+            if (n != 0) {
+                out.append(reinterpret_cast<const char*>(p), n);
+                p += n;
+                continue;
+            }
+        }
+        ++p;
+        switch (c) {
+            case '"':
+                out.append("\\\"", 2);
+                break;
+            case '\\':
+                out.append("\\\\", 2);
+                break;
+            case '\n':
+                out.append("\\n", 2);
+                break;
+            case '\r':
+                out.append("\\r", 2);
+                break;
+            case '\t':
+                out.append("\\t", 2);
+                break;
+            default: {
+                const char escaped[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
+                out.append(escaped, 6);
+            }
+        }
+    }
+}
+
 }  // namespace basicutil

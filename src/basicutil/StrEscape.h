@@ -1,4 +1,4 @@
-// Escaping and quoting for the places text goes: logs, CSV files, search queries and URLs.
+// Escaping and quoting for the places text goes: logs, JSON, CSV files, search queries and URLs.
 #pragma once
 
 #include "basicutil/Str.h"
@@ -12,6 +12,13 @@ Str escapeControlCharacters(StrSegment s);
 // becomes one blank (on purpose, unlike escapeControlCharacters), any other byte \xHH. Nothing
 // is copied until the first byte that changes.
 void escapeNonPrintableInPlace(Str& s);
+
+// Appends text as the inside of a JSON string: double quotes, backslashes and the bytes below
+// 0x20 escaped (\n, \r, \t, else \u00XX), valid UTF-8 (RFC 3629) as it is, and every byte that
+// is not part of a valid sequence as \u00XX of the byte, so that the result is always valid JSON
+// and no byte is lost. The one JSON string writer of the library: the logger's JSON lines and the
+// tools use it.
+void appendJsonEscaped(Str& out, StrSegment text);
 
 // Appends the field as CSV: unchanged when it holds no comma, CR, LF or double quote; else
 // between double quotes with each double quote doubled.

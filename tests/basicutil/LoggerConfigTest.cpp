@@ -1,5 +1,6 @@
 #include "basicutil/LoggerConfig.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -16,8 +17,10 @@
 #include <thread>
 #include <vector>
 
+#include "basicutil/Platform.h"
 #include "basicutil/Thread.h"
 #include "support/LogCapture.h"
+#include "support/fault-injection.h"
 
 namespace basicutil {
 namespace {
@@ -72,6 +75,33 @@ LogEvent event(std::int64_t seconds, const char* message, int level = LOG_INFO) 
     return {"test", level, {seconds, 0}, message};
 }
 
+LogAppenderSettings toFile(const std::string& file, std::uint64_t maxFileSize = 0,
+                           std::uint64_t backups = 0) {
+    LogAppenderSettings s;
+    s.name = "F";
+    s.hasFileName = true;
+    s.fileName = Str(file);
+    s.maxFileSize = maxFileSize;
+    s.maxBackupIndex = backups;
+    return s;
+}
+
+// "line number 0\n" ... : 14 bytes each, so two fit in a 30-byte file.
+std::string numbered(int from, int to) {
+    std::string text;
+    for (int i = from; i <= to; ++i) text += "line number " + std::to_string(i) + "\n";
+    return text;
+}
+
+void writeNumbered(LogAppender& appender, std::int64_t seconds, int from, int to) {
+    for (int i = from; i <= to; ++i)
+        appender.write(event(seconds, ("line number " + std::to_string(i)).c_str()));
+}
+
+bool startsWith(const std::string& text, const std::string& prefix) {
+    return text.rfind(prefix, 0) == 0;
+}
+
 TEST_F(LoggerConfigTest, EveryProblemNamesItsFileAndLine) {
     writeFile("app.cfg",
               "# a comment\n"
@@ -89,27 +119,73 @@ TEST_F(LoggerConfigTest, EveryProblemNamesItsFileAndLine) {
               "appender.A1.colour=red\n"
               "category.Timeval=LOUD\n"
               "[section\n"
-              "<!-- a comment\n"
-              "over lines --> rootAppender=A3\n"
-              "<!-- never closed\n");
+              "# <!-- a \"#\" line opens no comment\n"
+              "appender.A2.serialization =\tJSON\n"
+              "appender.A2.layout.ConversionPattern=%d %x %m%n\n"
+              "appender.A2.fileName=" +
+                  path("a.log") +
+                  "\n"
+                  "appender.A2.fileName=" +
+                  path("b.log") +
+                  "\n"
+                  "[other]\n"
+                  "appender.A2.fileName=" +
+                  path("c.log") +
+                  "\n"
+                  "[prog]\n"
+                  "appender.A2.fileName=" +
+                  path("d.log") +
+                  "\n"
+                  "<!-- a comment\n"
+                  "over lines --> rootAppender=A3\n"
+                  "<!-- never closed\n");
     LogConfiguration config;
     ASSERT_TRUE(config.parse_one_log_cfg_file(path("app.cfg").c_str(), "prog"));
-    std::vector<std::string> texts;
-    for (const DeferredLogConf& p : config.problems()) texts.push_back(p.describe().c_str());
+    auto texts = [&config] {
+        std::vector<std::string> out;
+        for (const DeferredLogConf& p : config.problems()) out.push_back(p.describe().c_str());
+        return out;
+    };
     const std::string f = path("app.cfg");
-    EXPECT_EQ(texts, (std::vector<std::string>{
-                         f + ":6: Parse error at \"no equals sign here\"",
-                         f + ":7: Parse error at \"appender.A1.maxFileSize=1024*1024\"",
-                         f + ":8: Parse error at \"appender.A1.maxBackupIndex=-5\"",
-                         f + ":9: Parse error at \"appender.A1.bufferSize=10 apples\"",
-                         f + ":10: Invalid serialization='XML'",
-                         f + ":11: Invalid escape='html'",
-                         f + ":12: Parse error at \"appender.A1.layout=FancyLayout\"",
-                         f + ":13: Parse error at \"appender.A1.colour=red\"",
-                         f + ":14: Parse error at \"LOUD\"",
-                         f + ":15: Parse error at \"[section\"",
-                         f + ":18: Unterminated XML comment started",
-                     }));
+    EXPECT_EQ(texts(), (std::vector<std::string>{
+                           f + ":6: Parse error at \"no equals sign here\"",
+                           f + ":7: Parse error at \"appender.A1.maxFileSize=1024*1024\"",
+                           f + ":8: Parse error at \"appender.A1.maxBackupIndex=-5\"",
+                           f + ":9: Parse error at \"appender.A1.bufferSize=10 apples\"",
+                           f + ":10: Invalid serialization='XML'",
+                           f + ":11: Invalid escape='html'",
+                           f + ":12: Parse error at \"appender.A1.layout=FancyLayout\"",
+                           f + ":13: Parse error at \"appender.A1.colour=red\"",
+                           f + ":14: Parse error at \"LOUD\"",
+                           f + ":15: Parse error at \"[section\"",
+                           f + ":18: Invalid ConversionPattern: \"%x\" at offset 3 is no conversion",
+                           f + ":20: Key \"appender.A2.fileName\" given again (first at line 19); the later "
+                               "value holds",
+                           f + ":27: Unterminated XML comment started",
+                       }));
+    // What holds, and where it came from: blanks after "=" trimmed, the program's section last.
+    std::vector<std::string> entries;
+    for (const LogConfigEntry& e : config.entries()) {
+        entries.push_back(std::string(e.key.view()) + "=" + std::string(e.value.view()) + " @" +
+                          std::to_string(e.line));
+    }
+    EXPECT_EQ(entries,
+              (std::vector<std::string>{
+                  "rootCategory=WARN, A1 @3", "category.Thread=debug, A2 @5",
+                  "appender.A2.serialization=JSON @17", "appender.A2.layout.ConversionPattern=%d %x %m%n @18",
+                  "appender.A2.fileName=" + path("d.log") + " @24", "rootAppender=A3 @26"}));
+    // Verifying adds what applying would find.
+    const std::size_t parsed = config.problems().size();
+    config.verify();
+    const std::vector<std::string> all = texts();
+    EXPECT_EQ(std::vector<std::string>(all.begin() + static_cast<std::ptrdiff_t>(parsed), all.end()),
+              (std::vector<std::string>{
+                  f + ":26: Undefined appender \"A3\"",
+                  f + ":7: Appender \"A1\" has no filename, assuming stderr",
+                  f + ":17: Invalid ConversionPattern: appender \"A2\" has a pattern but not PatternLayout: "
+                      "its pattern is not used",
+              }));
+
     LogConfiguration missing;
     EXPECT_FALSE(missing.parse_one_log_cfg_file(path("none.cfg").c_str(), "prog"));
     EXPECT_EQ(std::string(missing.problems().at(0).describe().c_str()),
@@ -117,6 +193,30 @@ TEST_F(LoggerConfigTest, EveryProblemNamesItsFileAndLine) {
     DeferredLogConf odd;
     odd.error_type = 42;
     EXPECT_EQ(odd.describe().view(), "I know not this DeferredLogConf::error_type=42 you speak of.");
+}
+
+// An appender's target is probed without creating or changing anything.
+TEST_F(LoggerConfigTest, ProbingFindsTargetsThatCannotBeAppendedTo) {
+    writeFile("exists.log", "kept\n");
+    struct Case {
+        std::string path;
+        const char* error;  // null: appendable
+    } cases[] = {
+        {path("exists.log"), nullptr},
+        {path("new.log"), nullptr},
+        {path(""), "Is a directory"},
+        {path("no/such/dir/x.log"), "No such file or directory"},
+        {path("exists.log/x.log"), "Not a directory"},
+    };
+    for (const Case& c : cases) {
+        Str error;
+        EXPECT_EQ(LogAppender::probeFile(c.path.c_str(), error), c.error == nullptr) << c.path;
+        if (c.error != nullptr) {
+            EXPECT_EQ(error.view(), "Cannot append to \"" + c.path + "\": " + c.error);
+        }
+    }
+    EXPECT_FALSE(fs::exists(path("new.log")));
+    EXPECT_EQ(readFile(path("exists.log")), "kept\n");
 }
 
 TEST_F(LoggerConfigTest, AppenderChecksWarnInOrder) {
@@ -192,6 +292,143 @@ TEST_F(LoggerConfigTest, RotationKeepsItsCopies) {
             EXPECT_EQ(readFile(file + ".3"), "line number 0\nline number 1\n");
         }
     }
+}
+
+// A gap in the numbered names (F.1 missing, F.2 there) ends the shift: F becomes F.1 and the
+// copy beyond the gap stays where it is until the names before it fill up.
+TEST_F(LoggerConfigTest, RotationShiftsOnlyUpToTheFirstFreeName) {
+    const std::string file = path("gap.log");
+    writeFile("gap.log.2", "beyond the gap\n");
+    LogAppender appender(toFile(file, 30, 3));
+    writeNumbered(appender, 100, 0, 2);
+    EXPECT_EQ(readFile(file), numbered(2, 2));
+    EXPECT_EQ(readFile(file + ".1"), numbered(0, 1));
+    EXPECT_EQ(readFile(file + ".2"), "beyond the gap\n");
+    EXPECT_FALSE(fs::exists(file + ".3"));
+    writeNumbered(appender, 100, 3, 4);
+    EXPECT_EQ(readFile(file + ".1"), numbered(2, 3));
+    EXPECT_EQ(readFile(file + ".2"), numbered(0, 1));
+    EXPECT_EQ(readFile(file + ".3"), "beyond the gap\n");
+}
+
+// A rename that fails leaves the live file as it is and in use: reported once, retried every
+// 5 seconds of event time without more reports, and done once the way is clear.
+TEST_F(LoggerConfigTest, AFailedRenameKeepsTheLiveFileAndSaysSoOnce) {
+    testing::LogCapture log;
+    const std::string file = path("stuck.log");
+    fs::create_directories(file + ".1/inside");  // no file is renamed over a directory that holds one
+    {
+        LogAppender appender(toFile(file, 30, 1));
+        writeNumbered(appender, 100, 0, 5);
+        EXPECT_EQ(readFile(file), numbered(0, 5));
+        const std::vector<std::string> said = messages(log, LOG_WARN);
+        ASSERT_EQ(said.size(), 3u) << ::testing::PrintToString(said);
+        EXPECT_TRUE(startsWith(said[0], "Error unlinking \"" + file + ".1\": ")) << said[0];
+        EXPECT_TRUE(startsWith(said[1], "Error renaming \"" + file + "\" to \"" + file + ".1\": "))
+            << said[1];
+        EXPECT_EQ(said[2], "Appending to \"" + file + "\" beyond maxFileSize until it can be rotated");
+        writeNumbered(appender, 105, 6, 6);  // tried again, in vain, and not said again
+        EXPECT_EQ(messages(log, LOG_WARN).size(), 3u);
+        fs::remove_all(file + ".1");
+        writeNumbered(appender, 106, 7, 7);  // the next try is at 110
+        EXPECT_FALSE(fs::exists(file + ".1"));
+        writeNumbered(appender, 110, 8, 8);
+    }
+    EXPECT_EQ(readFile(file + ".1"), numbered(0, 7));
+    EXPECT_EQ(readFile(file), numbered(8, 8));
+}
+
+// Another process moved the file between the search and the rename: said, whatever the error,
+// and nothing is lost.
+TEST_F(LoggerConfigTest, ARenameFailingForAnyReasonIsReported) {
+    testing::LogCapture log;
+    const std::string file = path("moved.log");
+    LogAppender appender(toFile(file, 30, 2));
+    writeNumbered(appender, 100, 0, 1);
+    vestra_fail_next_rename(file.c_str(), ENOENT);
+    writeNumbered(appender, 100, 2, 2);
+    EXPECT_EQ(messages(log, LOG_WARN), (std::vector<std::string>{"Error renaming \"" + file + "\" to \"" +
+                                                                 file + ".1\": No such file or directory"}));
+    EXPECT_EQ(readFile(file), numbered(0, 2));
+}
+
+// A target that cannot be opened or written is reported at once, on the "Logger" channel and, as
+// no appender of that channel can carry it, on standard error; each later line tries once more in
+// silence, and the lines that could not be written are counted when the appender goes.
+TEST_F(LoggerConfigTest, FailingTargetsAreReportedAtOnceAndTheirLinesCounted) {
+    // What opening for appending, then writing, does to a target: the first failure's text.
+    auto firstFailure = [](const std::string& target) {
+        char text[128];
+        const int fd = ::open(target.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+        if (fd < 0)
+            return "Failed opening \"" + target + "\": " + platform::errorText(errno, text, sizeof text);
+        const bool wrote = ::write(fd, "x", 1) == 1;
+        const int error = errno;
+        ::close(fd);
+        return wrote
+                   ? std::string()
+                   : "Error writing to \"" + target + "\": " + platform::errorText(error, text, sizeof text);
+    };
+    struct Case {
+        std::string target;
+        std::string failure;
+    } cases[] = {
+        {path("a-directory"), "Failed opening \"" + path("a-directory") + "\": Is a directory"},
+        {path("missing/dir/x.log"),
+         "Failed opening \"" + path("missing/dir/x.log") + "\": No such file or directory"},
+        {"/dev/full", "Error writing to \"/dev/full\": No space left on device"},
+        {"/proc/version", firstFailure("/proc/version")},
+    };
+    fs::create_directories(path("a-directory"));
+    for (const Case& c : cases) {
+        if (c.target == "/proc/version" && (!fs::exists(c.target) || c.failure.empty())) continue;
+        SCOPED_TRACE(c.target);
+        testing::LogCapture log;
+        ::testing::internal::CaptureStderr();
+        {
+            vestra_count_opens_of(c.target.c_str());
+            LogAppender appender(toFile(c.target));
+            for (int i = 0; i < 3; ++i) appender.write(event(100 + i, "lost"));
+            EXPECT_EQ(messages(log, LOG_WARN), std::vector<std::string>{c.failure});
+            EXPECT_FALSE(appender.healthy());
+            // Once at the start, then at most once per line: a file that failed to open again.
+            EXPECT_EQ(vestra_opens_counted(), c.failure.rfind("Failed opening", 0) == 0 ? 4 : 1);
+            vestra_count_opens_of("");
+        }
+        const std::string count = "3 lines could not be written to \"" + c.target + "\"";
+        EXPECT_EQ(messages(log, LOG_WARN), (std::vector<std::string>{c.failure, count}));
+        EXPECT_EQ(::testing::internal::GetCapturedStderr(), c.failure + "\n" + count + "\n");
+    }
+}
+
+// Once a line gets through again, the lines lost before it are counted.
+TEST_F(LoggerConfigTest, ARecoveredTargetCountsWhatItLost) {
+    testing::LogCapture log;
+    const std::string file = path("later/x.log");
+    ::testing::internal::CaptureStderr();
+    LogAppender appender(toFile(file));
+    appender.write(event(100, "lost 1"));
+    appender.write(event(100, "lost 2"));
+    fs::create_directories(path("later"));
+    appender.write(event(100, "kept"));
+    static_cast<void>(::testing::internal::GetCapturedStderr());
+    EXPECT_EQ(readFile(file), "kept\n");
+    EXPECT_TRUE(appender.healthy());
+    EXPECT_EQ(messages(log, LOG_WARN),
+              (std::vector<std::string>{"Failed opening \"" + file + "\": No such file or directory",
+                                        "2 lines could not be written to \"" + file + "\""}));
+}
+
+TEST_F(LoggerConfigTest, DisabledAppendersIgnoreLines) {
+    const std::string file = path("d.log");
+    LogAppender appender(toFile(file));
+    appender.write(event(100, "one"));
+    appender.disable();
+    EXPECT_TRUE(appender.disabled());
+    appender.write(event(100, "two"));
+    appender.enable();
+    appender.write(event(100, "three"));
+    EXPECT_EQ(readFile(file), "one\nthree\n");
 }
 
 TEST_F(LoggerConfigTest, FilesMovedOrDeletedOutsideAreReopened) {
@@ -314,6 +551,69 @@ TEST_F(LoggerConfigTest, ConfiguredChannelsWriteWhereTheFileSays) {
     // SimpleLayout pads the level, JSON members too.
     EXPECT_EQ(readFile(path("json.log")), "{\"log_level\":\"DEBUG   \",\"data\":\"debug \\\"quoted\\\"\"}\n");
     unconfigure();
+}
+
+// What the appenders' checks and first openings say reaches the appenders the configuration
+// sets up, and the caller: each appender under its own name, none folded into another's count.
+TEST_F(LoggerConfigTest, ConfigurationWarningsReachTheUser) {
+    writeFile("w.cfg",
+              "rootCategory=INFO, FILE\n"
+              "appender.FILE.fileName=" +
+                  path("all.log") +
+                  "\n"
+                  "appender.FILE.maxBackupIndex=2\n"
+                  "category.test.warned=INFO, B, BAD, GHOST\n"
+                  "appender.B.fileName=" +
+                  path("b.log") +
+                  "\n"
+                  "appender.B.maxBackupIndex=3\n"
+                  "appender.BAD.fileName=" +
+                  path("no/such/dir/bad.log") + "\n");
+    LoggerSimple channel("test.warned", 0, 0, 0);
+    ::testing::internal::CaptureStderr();
+    std::vector<std::string> problems;
+    for (const DeferredLogConf& p : configureLogging(path("w.cfg").c_str(), "prog")) {
+        problems.push_back(p.describe().c_str());
+    }
+    unconfigure();
+    const std::string stderrText = ::testing::internal::GetCapturedStderr();
+    const std::string f = path("w.cfg");
+    const std::string warnings[] = {
+        "Appender \"FILE\" has maxBackupIndex set without specifying maxFileSize, ignoring",
+        "Appender \"B\" has maxBackupIndex set without specifying maxFileSize, ignoring",
+        "Failed opening \"" + path("no/such/dir/bad.log") + "\": No such file or directory",
+        f + ":4: Undefined appender \"GHOST\"",
+    };
+    EXPECT_EQ(problems, (std::vector<std::string>{f + ":2: " + warnings[0], f + ":5: " + warnings[1],
+                                                  f + ":7: " + warnings[2], warnings[3]}));
+    const std::string all = readFile(path("all.log"));
+    for (const std::string& w : warnings)
+        EXPECT_NE(all.find(w + "\n"), std::string::npos) << w << "\n" << all;
+    EXPECT_EQ(stderrText, "") << "the Logger channel's own appender carried them";
+}
+
+// initialize() runs the channel setup over the channels made before it; channels made after it
+// take the setup as they are made, a category's own included.
+TEST_F(LoggerConfigTest, ChannelsAreSetUpWhenEverTheyAreMade) {
+    LoggerSimple early("test.early", 0, 0, 0);
+    Logger::setChannelSetup([](Logger& logger) {
+        if (logger.name().view() == "test.early") logger.setThreshold(LOG_CRIT);
+    });
+    EXPECT_EQ(early.threshold(), LOG_DEBUG);
+    Logger::initialize();
+    EXPECT_EQ(early.threshold(), LOG_CRIT);
+    EXPECT_TRUE(Logger::initialized());
+
+    writeFile("late.cfg", "rootCategory=WARN\ncategory.test.late=ERROR, L\nappender.L.fileName=" +
+                              path("late.log") + "\n");
+    ASSERT_TRUE(configureLogging(path("late.cfg").c_str(), "prog").empty());
+    LoggerSimple late("test.late", 0, 0, 0), other("test.other", 0, 0, 0);
+    EXPECT_EQ(late.threshold(), LOG_ERROR);
+    EXPECT_EQ(other.threshold(), LOG_WARN);
+    late.log(LOG_ERROR, "to its category's appender");
+    EXPECT_EQ(other.appenders().size(), 0u);
+    unconfigure();
+    EXPECT_EQ(readFile(path("late.log")), "to its category's appender\n");
 }
 
 TEST_F(LoggerConfigTest, ReReadingLosesNoLine) {

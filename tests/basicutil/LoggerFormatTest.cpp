@@ -78,6 +78,42 @@ TEST_F(LoggerFormatTest, PatternsRender) {
     EXPECT_EQ(out.view(), "kept:_atoms array invalid!");
 }
 
+// A message exactly as long as the maximum width is a field; one byte more is trimmed (or cut,
+// below 45).
+TEST_F(LoggerFormatTest, MaximumWidthsOnTheMessage) {
+    for (const std::size_t width : {10u, 44u, 45u, 60u}) {
+        const std::string pattern = "%." + std::to_string(width) + "m|";
+        for (const std::size_t length : {width - 1, width, width + 1, width + 100}) {
+            SCOPED_TRACE(pattern + " of " + std::to_string(length));
+            const std::string message(length, 'm');
+            const std::string line = render(pattern.c_str(), message);
+            if (length <= width) {
+                EXPECT_EQ(line, message + "|");
+            } else {
+                EXPECT_EQ(line.size(), width + 1);
+                EXPECT_EQ(line.find("...{skipping") != std::string::npos, width >= 45);
+            }
+        }
+    }
+}
+
+// What compiling drops is said, with where it was.
+TEST_F(LoggerFormatTest, DroppedConversionsAreDescribed) {
+    struct Case {
+        const char* pattern;
+        const char* problem;
+    } cases[] = {
+        {"%d %p %c [%t] %m%n", ""},
+        {"%d{%H:%M} %-5.9p %%", ""},
+        {"%d %x %m", "\"%x\" at offset 3 is no conversion"},
+        {"ab%-10.3q{arg}%m%Q", "\"%-10.3q{arg}\" at offset 2 is no conversion"},
+        {"%m %-5", "\"%-5\" at offset 3 has no conversion letter"},
+        {"%c%d{unterminated", "the argument of \"%d\" at offset 2 has no closing \"}\""},
+        {"%d{%K}", "the date format \"%K\" at offset 0 does not compile; \"%Y-%m-%d %H:%M:%S,%l\" is used"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(LogFormat(c.pattern).problem().view(), c.problem) << c.pattern;
+}
+
 // Dates are reused within what the format shows, and only there.
 TEST_F(LoggerFormatTest, DatesFollowTheirOwnResolution) {
     struct Case {
@@ -112,6 +148,12 @@ TEST_F(LoggerFormatTest, ThreadAndClockFields) {
     elapsed.render(out, {"c", LOG_INFO, {100, 0}, "m"}, 0, 0, nullptr);
     elapsed.render(out, {"c", LOG_INFO, {101, 500000}, "m"}, 0, 0, nullptr);
     EXPECT_EQ(out.view(), "0 0|1500 1|");
+    // At the ends of time: exact where it fits, saturated where it does not.
+    out.clear();
+    elapsed.render(out, {"c", LOG_INFO, Timeval::MAX_TIME, "m"}, 0, 0, nullptr);
+    elapsed.render(out, {"c", LOG_INFO, Timeval::MIN_TIME, "m"}, 0, 0, nullptr);
+    EXPECT_EQ(out.view(),
+              "9223372036854775807 9223372036854775707|-9223372036854775808 -9223372036854775808|");
 }
 
 TEST_F(LoggerFormatTest, TrimmingKeepsHeadMarkerAndTail) {

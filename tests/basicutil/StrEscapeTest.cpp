@@ -20,6 +20,39 @@ TEST(StrEscapeTest, ControlAndNonPrintable) {
     }
 }
 
+// Valid UTF-8 passes as it is; a byte that is not part of a valid sequence is escaped alone, and
+// the bytes after it are judged afresh.
+TEST(StrEscapeTest, JsonStrings) {
+    struct Case {
+        const char* text;
+        const char* json;
+    } cases[] = {
+        {"plain / text", "plain / text"},
+        {"q\" b\\ n\n r\r t\t", "q\\\" b\\\\ n\\n r\\r t\\t"},
+        {"\x01\x1f\x7f", "\\u0001\\u001f\x7f"},
+        {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80"},
+        {"\xc3", "\\u00c3"},                                               // a lead at the end
+        {"\xc3(", "\\u00c3("},                                             // a bad second byte
+        {"\xe2\x82", "\\u00e2\\u0082"},                                    // cut short
+        {"\xe2\x82(", "\\u00e2\\u0082("},                                  // three-byte lead, bad third byte
+        {"\xf0\x9f(\x80", "\\u00f0\\u009f(\\u0080"},                       // four-byte lead, bad third byte
+        {"\xf0\x9f\x98(", "\\u00f0\\u009f\\u0098("},                       // four-byte lead, bad fourth byte
+        {"\xe0\x80\x80", "\\u00e0\\u0080\\u0080"},                         // overlong
+        {"\xed\xa0\x80", "\\u00ed\\u00a0\\u0080"},                         // a surrogate
+        {"\xf4\x90\x80\x80", "\\u00f4\\u0090\\u0080\\u0080"},              // above U+10FFFF
+        {"\x80\xbf\xff\xfe", "\\u0080\\u00bf\\u00ff\\u00fe"},              // never valid
+        {"\xef\xbf\xbf\xf4\x8f\xbf\xbf", "\xef\xbf\xbf\xf4\x8f\xbf\xbf"},  // the largest of each length
+    };
+    for (const Case& c : cases) {
+        Str out("[");
+        appendJsonEscaped(out, c.text);
+        EXPECT_EQ(out.view(), std::string("[") + c.json) << ::testing::PrintToString(std::string(c.text));
+    }
+    Str nul;
+    appendJsonEscaped(nul, StrSegment("a\0b", 3));
+    EXPECT_EQ(nul.view(), "a\\u0000b");
+}
+
 TEST(StrEscapeTest, CsvFields) {
     Str out;
     appendCsvField(out, StrSegment("plain"));
