@@ -3,6 +3,7 @@
 
 #include "basicutil/Logger.h"
 #include "basicutil/LoggerConfig.h"
+#include "basicutil/PrintfFormat.h"
 #include "basicutil/Timeval.h"
 #include "main/vestra_details.h"
 
@@ -12,12 +13,34 @@ using namespace basicutil;
 
 namespace {
 
-int logCheckCommand(const std::string& path, const std::string& program) {
+// A configuration as a program would read it: the file and its "-local" companion, or standard
+// input for "-". Every problem is diagnosed, warnings marked as such; the status is 1 when any
+// is an error. With `print`, the keys in effect go to standard output, each after the file and
+// line it came from.
+int logCheckCommand(const std::string& path, const std::string& program, bool print) {
     LogConfiguration configuration;
-    const bool opened = configuration.parse_one_log_cfg_file(path.c_str(), StrSegment(program));
-    for (const DeferredLogConf& problem : configuration.problems()) diagnose(problem.describe().view());
-    if (!opened && configuration.problems().empty()) diagnose("cannot open " + path);
-    return opened && configuration.problems().empty() ? kOk : kNegative;
+    if (path == "-") {
+        std::string text;
+        if (!forEachChunk(path, [&text](std::string_view chunk) { text.append(chunk); })) return kNegative;
+        configuration.parseText(StrSegment(text), "standard input", StrSegment(program));
+    } else {
+        configuration.read(path.c_str(), StrSegment(program));
+    }
+    configuration.verify();
+    bool errors = false;
+    for (const DeferredLogConf& problem : configuration.problems()) {
+        const bool error = problem.level >= LOG_ERROR;
+        errors = errors || error;
+        diagnose(std::string(error ? "" : "warning: ") + std::string(problem.describe().view()));
+    }
+    if (print) {
+        Str lines;
+        for (const LogConfigEntry& e : configuration.entries()) {
+            appendf(lines, "%s:%u: %s=%s\n", e.file.view(), e.line, e.key.view(), e.value.view());
+        }
+        out().write(lines);
+    }
+    return errors ? kNegative : kOk;
 }
 
 int logRenderCommand(const std::string& pattern, bool json, const std::string& levelName,
@@ -28,6 +51,10 @@ int logRenderCommand(const std::string& pattern, bool json, const std::string& l
         return kUsage;
     }
     const LogFormat format(pattern.c_str());
+    if (!format.problem().empty()) {
+        diagnose("bad pattern: " + std::string(format.problem().view()));
+        return kUsage;
+    }
     LogEvent event;
     event.component = StrSegment(channel);
     event.level = level;
@@ -44,7 +71,7 @@ int logRenderCommand(const std::string& pattern, bool json, const std::string& l
 void addLogCommands(CLI::App& app, Context& context) {
     static std::string path, program, pattern = "%d %p %c [%t] %m%n", level = "INFO", channel = "vestra",
                                       message;
-    static bool json = false;
+    static bool json = false, print = false;
 
     CLI::App* log =
         app.add_subcommand("log",
@@ -54,11 +81,14 @@ void addLogCommands(CLI::App& app, Context& context) {
 
     CLI::App* check = log->add_subcommand(
         "check",
-        "Report every problem of a configuration file with its file:line; exit 1 if any.\n"
-        "Example: vestra log check /etc/app/log.cfg");
-    check->add_option("CONFIG", path, "the configuration file")->required();
+        "Report every problem of a configuration file (and of its -local companion) with its\n"
+        "file:line: lines that do not parse, keys given twice, bad patterns, appenders named but\n"
+        "not defined, and files that cannot be opened for appending; exit 1 if any is an error.\n"
+        "Example: vestra log check --program vestra-helper --print /etc/app/log.cfg");
+    check->add_option("CONFIG", path, "the configuration file, or - for standard input")->required();
     check->add_option("--program", program, "the program whose [program] sections apply");
-    check->callback([&context] { context.status = logCheckCommand(path, program); });
+    check->add_flag("--print", print, "print the keys in effect, each after the file:line it came from");
+    check->callback([&context] { context.status = logCheckCommand(path, program, print); });
 
     CLI::App* render =
         log->add_subcommand("render",

@@ -86,6 +86,31 @@ code=$("$vestra" sortable @1700000000)
 printf 'rootLogger=INFO, A\n' >"$out/bad.cfg"
 status "log check: a bad line" 1 "bad.cfg:1: Parse error" -- log check "$out/bad.cfg"
 status "log check: a missing file" 1 "^vestra: Couldn't open" -- log check "$out/none.cfg"
+cat >"$out/app.cfg" <<EOF
+rootCategory=INFO, A1
+appender.A1.fileName=$out/missing/dir/a.log
+appender.A1.layout=PatternLayout
+appender.A1.layout.ConversionPattern=%d %x %m%n
+appender.A1.layout=PatternLayout
+category.T=WARN, A2
+EOF
+printf 'appender.A1.fileName=%s\n' "$out/a.log" >"$out/app-local.cfg"
+status "log check: every problem" 1 "" -- log check "$out/app.cfg"
+for problem in 'app.cfg:4: Invalid ConversionPattern: "%x" at offset 3 is no conversion' \
+    'app.cfg:5: Key "appender.A1.layout" given again (first at line 3); the later value holds' \
+    'app.cfg:6: Undefined appender "A2"'; do
+    grep -qF "$problem" "$out/err" || fail "log check: $problem"
+done
+grep -q "Cannot append" "$out/err" && fail "log check: the -local companion names a file that can be appended to"
+"$vestra" log check --print "$out/app.cfg" 2>/dev/null >"$out/print"
+grep -qx "$out/app-local.cfg:1: appender.A1.fileName=$out/a.log" "$out/print" || fail "log check --print: the companion's key"
+grep -qx "$out/app.cfg:5: appender.A1.layout=PatternLayout" "$out/print" || fail "log check --print: the later value"
+"$vestra" log check - <"$out/app.cfg" 2>&1 |
+    grep -qF "standard input:2: Appender \"A1\": Cannot append to \"$out/missing/dir/a.log\": No such file or directory" ||
+    fail "log check -: standard input, and a file that cannot be opened for appending"
+printf 'appender.E.layout=SimpleLayout\nrootCategory=INFO, E\n' >"$out/warn.cfg"
+status "log check: a warning alone" 0 "^vestra: warning: .*Appender \"E\" has no filename, assuming stderr" -- log check "$out/warn.cfg"
+status "log render: a bad pattern" 2 '^vestra: bad pattern: "%x" at offset 3 is no conversion' -- log render --pattern '%d %x' m
 printf '\377' >"$out/invalid"
 status "utf8 validate: invalid" 1 "^vestra: .*not valid UTF-8" -- utf8 validate "$out/invalid"
 status "utf8 validate: valid" 0 "" -- utf8 validate "$out/text"
