@@ -88,7 +88,7 @@ BENCHMARK(BM_DisabledCall_Log4cpp);
 
 }  // namespace
 
-// Lines to a file through a channel, 1 and 2 threads: ours unbuffered and buffered, spdlog's
+// Lines to a file through a channel, 1, 2 and 4 threads: ours unbuffered and buffered, spdlog's
 // synchronous basic file sink (flushed after every line beside our unbuffered, left to its stdio
 // buffer beside our buffered), log4cpp's FileAppender; the same pattern and message.
 namespace {
@@ -175,11 +175,11 @@ void BM_FileBuffered_Spdlog(benchmark::State& state) {
 void BM_FileBuffered_Log4cpp(benchmark::State& state) {
     fileLog4cpp(state);
 }
-BENCHMARK(BM_FileUnbuffered_Ours)->Threads(1)->Threads(2);
-BENCHMARK(BM_FileUnbuffered_Spdlog)->Threads(1)->Threads(2);
-BENCHMARK(BM_FileUnbuffered_Log4cpp)->Threads(1)->Threads(2);
-BENCHMARK(BM_FileBuffered_Ours)->Threads(1)->Threads(2);
-BENCHMARK(BM_FileBuffered_Spdlog)->Threads(1)->Threads(2);
-BENCHMARK(BM_FileBuffered_Log4cpp)->Threads(1)->Threads(2);
+BENCHMARK(BM_FileUnbuffered_Ours)->Threads(1)->Threads(2)->Threads(4);
+BENCHMARK(BM_FileUnbuffered_Spdlog)->Threads(1)->Threads(2)->Threads(4);
+BENCHMARK(BM_FileUnbuffered_Log4cpp)->Threads(1)->Threads(2)->Threads(4);
+BENCHMARK(BM_FileBuffered_Ours)->Threads(1)->Threads(2)->Threads(4);
+BENCHMARK(BM_FileBuffered_Spdlog)->Threads(1)->Threads(2)->Threads(4);
+BENCHMARK(BM_FileBuffered_Log4cpp)->Threads(1)->Threads(2)->Threads(4);
 
 }  // namespace

@@ -24,6 +24,7 @@ inline constexpr std::string_view kAssertUnits[] = {
     "basicutil/Thread",
     "basicutil/DutyCycle",
     "basicutil/MutexByte",
+    "basicutil/ReadMostly",
     "basicutil/Timeval",
     "basicutil/DateTime",
     "basicutil/TimeZone",

@@ -213,9 +213,10 @@ void Logger::deliver(const Outgoing& out) const {
 
 void Logger::submit(LogLevel level, StrSegment message, StrSegment similarityKey) {
     Outgoing out;
+    const ReadMostly<AppenderList>::Reader appenders(_appenders);
     if ((_similarSeconds == 0 || _similarCapacity == 0) && !_hasObservers.load(std::memory_order_acquire)) {
         // Nothing to count and nobody watching: the appenders alone, without the mutex.
-        out.appenders = _appenders.load(std::memory_order_acquire);
+        out.appenders = appenders.get();
         if (out.appenders == nullptr) return;
         out.hasMessage = true;
         out.level = level;
@@ -223,7 +224,7 @@ void Logger::submit(LogLevel level, StrSegment message, StrSegment similarityKey
         out.message = message;
     } else {
         std::lock_guard<std::mutex> lock(_mutex);
-        out.appenders = _appenders.load(std::memory_order_acquire);
+        out.appenders = appenders.get();
         submitLocked(level, message, similarityKey, out);
     }
     deliver(out);
@@ -260,9 +261,10 @@ void Logger::submitLocked(LogLevel level, StrSegment message, StrSegment similar
 
 void Logger::flushSimilar() {
     Outgoing out;
+    const ReadMostly<AppenderList>::Reader appenders(_appenders);
     {
         std::lock_guard<std::mutex> lock(_mutex);
-        out.appenders = _appenders.load(std::memory_order_acquire);
+        out.appenders = appenders.get();
         for (Similar& entry : _similar) reportLocked(entry, out);
         _similar.clear();
     }
@@ -270,13 +272,13 @@ void Logger::flushSimilar() {
 }
 
 void Logger::setAppenders(std::vector<std::shared_ptr<LogAppender>> appenders) {
-    auto list = appenders.empty() ? nullptr : std::make_shared<const AppenderList>(std::move(appenders));
-    _appenders.store(std::move(list), std::memory_order_release);
+    _appenders.replace(appenders.empty() ? nullptr
+                                         : std::make_shared<const AppenderList>(std::move(appenders)));
 }
 
 std::vector<std::shared_ptr<LogAppender>> Logger::appenders() const {
-    const std::shared_ptr<const AppenderList> list = _appenders.load(std::memory_order_acquire);
-    return list != nullptr ? *list : AppenderList{};
+    const ReadMostly<AppenderList>::Reader list(_appenders);
+    return list.get() != nullptr ? *list.get() : AppenderList{};
 }
 
 void Logger::debugSplitLines(LogLevel level, StrSegment text) {

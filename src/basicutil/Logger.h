@@ -33,6 +33,7 @@
 
 #include "basicutil/DateTime.h"
 #include "basicutil/PrintfFormat.h"
+#include "basicutil/ReadMostly.h"
 #include "basicutil/Str.h"
 #include "basicutil/Timeval.h"
 
@@ -260,6 +261,8 @@ class Logger {
     void submit(LogLevel level, StrSegment message, StrSegment similarityKey);
 
     // Where the channel's lines are written (a configuration sets them); none by default.
+    // Returns once no line in flight can reach the appenders replaced; not from inside an
+    // appender's or an observer's call (an assertion).
     void setAppenders(std::vector<std::shared_ptr<LogAppender>> appenders);
     std::vector<std::shared_ptr<LogAppender>> appenders() const;
 
@@ -280,7 +283,7 @@ class Logger {
         LogLevel level = LOG_DEBUG;
         Timeval time;
         StrSegment message;
-        std::shared_ptr<const AppenderList> appenders;
+        const AppenderList* appenders = nullptr;  // alive while the read that gave it lasts
     };
     void emit(LogLevel level, StrSegment message, Outgoing& out, bool owned);
     void reportLocked(Similar& entry, Outgoing& out);
@@ -293,7 +296,7 @@ class Logger {
     mutable std::mutex _mutex;  // the observers and the similar-message table
     std::vector<LogObserver*> _observers;
     std::atomic<bool> _hasObservers{false};
-    std::atomic<std::shared_ptr<const AppenderList>> _appenders;  // null: none
+    ReadMostly<AppenderList> _appenders;  // null: none
     std::vector<Similar> _similar;
     std::shared_ptr<const LogFormat> _layout;
 };

@@ -14,6 +14,7 @@
 
 #include "basicutil/Assert.h"
 #include "basicutil/Logger_details.h"
+#include "basicutil/Platform.h"
 #include "basicutil/PrintfFormat.h"
 
 namespace basicutil {
@@ -23,6 +24,7 @@ namespace {
 using logger_details::withErrno;
 
 constexpr std::int64_t kRecheckSeconds = 5;
+constexpr int kLockSpins = 200;  // about a microsecond: the time a write(2) of a line takes
 constexpr const char* kNullDevice = "/dev/null";
 
 // Every byte, retrying interrupted and short writes; false with errno set on failure, with the
@@ -152,17 +154,21 @@ void reportLogTrouble(LogLevel level, StrSegment text, const LogAppender* source
 // Under _mutex: reported once the lock is released, since the report may come back here.
 void LogAppender::note(LogLevel level, Str text) {
     _pending.push_back({level, std::move(text)});
+    _hasPending.store(true, std::memory_order_relaxed);
 }
 
 // Not under _mutex.
 void LogAppender::reportPending() {
-    if (t_reporting) return;  // kept for this appender's next report
+    // Without the lock: a thread sees its own notes, and another thread's notes are that
+    // thread's to report. Kept while reporting, for this appender's next report.
+    if (!_hasPending.load(std::memory_order_relaxed) || t_reporting) return;
     std::vector<LogAppenderNotice> pending;
     {
         std::lock_guard<std::mutex> lock(_mutex);
-        if (_pending.empty()) return;
         pending.swap(_pending);
+        _hasPending.store(false, std::memory_order_relaxed);
     }
+    if (pending.empty()) return;
     t_reporting = true;
     for (const LogAppenderNotice& p : pending) logger_details::reportLogTrouble(p.level, p.text, this);
     t_reporting = false;
@@ -193,7 +199,7 @@ void LogAppender::deliveredLocked() {
         _lastTrouble.clear();
         _lost = 0;
     }
-    _healthy.store(true, std::memory_order_relaxed);
+    if (!_healthy.load(std::memory_order_relaxed)) _healthy.store(true, std::memory_order_relaxed);
 }
 
 std::vector<LogAppenderNotice> LogAppender::checkSettings(LogAppenderSettings& s) {
@@ -260,8 +266,8 @@ bool LogAppender::probeFile(const char* path, Str& error) {
 
 void LogAppender::check() {
     if (_settings.layout == nullptr) _settings.layout = defaultLogLayout();
-    _pending = checkSettings(_settings);
     std::lock_guard<std::mutex> lock(_mutex);
+    for (LogAppenderNotice& warning : checkSettings(_settings)) note(warning.level, std::move(warning.text));
     openLocked(true);
 }
 
@@ -278,6 +284,7 @@ LogAppender::LogAppender(LogAppenderSettings settings, bool suspended,
     check();
     for (LogAppenderNotice& n : _pending) notices.push_back(std::move(n));
     _pending.clear();
+    _hasPending.store(false, std::memory_order_relaxed);
     if (_settings.buffered) BufferFlusher::instance().add(this);
 }
 
@@ -387,7 +394,16 @@ void LogAppender::write(const LogEvent& event) {
         _settings.layout->render(line, event, _settings.serialization, _settings.maxMessageSize, this);
     }
     {
-        std::lock_guard<std::mutex> lock(_mutex);
+        // A thread that finds the lock taken usually waits for one write(2) to return: it spins
+        // through that before it sleeps, so that neither it nor the holder pays a trip through
+        // the kernel to hand the lock over.
+        bool locked = _mutex.try_lock();
+        for (int spin = 0; !locked && spin < kLockSpins; ++spin) {
+            platform::cpuPause();
+            locked = _mutex.try_lock();
+        }
+        if (!locked) _mutex.lock();
+        const std::lock_guard<std::mutex> lock(_mutex, std::adopt_lock);
         writeLocked(event, line);
     }
     reportPending();

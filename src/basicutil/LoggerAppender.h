@@ -2,7 +2,8 @@
 // it) or standard error.
 //
 // An appender renders each line with its own layout before taking its mutex, so threads render
-// in parallel and write one whole line at a time. Its warnings and errors go to the "Logger"
+// in parallel and write one whole line at a time; a thread that finds the mutex taken spins for
+// about as long as one write takes before it sleeps. Its warnings and errors go to the "Logger"
 // channel at WARN and ERROR, and also to standard error when that channel has no working
 // appender to carry them (its only one may be the appender in trouble).
 //
@@ -139,10 +140,15 @@ class LogAppender : private LogFormatCallback {
     void recheckLocked(std::int64_t eventSeconds);
     bool writeOutLocked();
 
+    // Read by every write before it takes the lock, and written (almost) never: kept off the
+    // cache lines that writers change under the lock, so that threads rendering in parallel do
+    // not pull them back and forth.
     LogAppenderSettings _settings;
     std::atomic<bool> _disabled{false};
-    std::atomic<bool> _healthy{false};
-    mutable std::mutex _mutex;  // everything below
+    std::atomic<bool> _hasPending{false};  // _pending is not empty
+
+    alignas(64) mutable std::mutex _mutex;  // everything below
+    std::atomic<bool> _healthy{false};      // written only when it changes
     int _fd = -1;
     bool _ownsFd = false;
     bool _suspended = false;

@@ -108,7 +108,11 @@ void appendField(Str& out, StrSegment text, const LogFormat::Atom& atom) {
         out.append(text.data(), atom.max_width);
         return;
     }
-    const size_type fill = text.size() < atom.min_width ? atom.min_width - text.size() : 0;
+    if (text.size() >= atom.min_width) {  // the common case: no padding
+        out.append(text);
+        return;
+    }
+    const size_type fill = atom.min_width - text.size();
     if (atom.pad == 0) {
         out.append(text);
         out.append(fill, ' ');
