@@ -49,7 +49,6 @@ inline constexpr std::string_view kAssertUnits[] = {
     "libzero/bounded-path",
     "main/vestra-helper",
     "main/ParentMonitoringThread",
-    "main/vestra-tzpack",
     "main/vestra",
 };
 

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "basicutil/Assert.h"
+#include "basicutil/DateTime_details.h"
 #include "basicutil/StartupOrder.h"
 
 namespace basicutil {
@@ -45,6 +46,25 @@ const Composite* compositeOf(char letter) noexcept {
     }
     return nullptr;
 }
+
+}  // namespace
+
+const TimeFormat& date_time_details::compositeFormat(char letter) {
+    static const struct Expansions {
+        TimeFormat formats[std::size(kComposites)];
+        Expansions() {
+            for (std::size_t i = 0; i < std::size(kComposites); ++i) {
+                const bool ok = formats[i]._setFtime(kComposites[i].expansion);
+                VESTRA_ASSERT(ok);
+            }
+        }
+    } expansions;
+    const Composite* composite = compositeOf(letter);
+    VESTRA_ASSERT(composite != nullptr);
+    return expansions.formats[composite - kComposites];
+}
+
+namespace {
 
 int punctuationIndex(char c) noexcept {
     for (std::size_t i = 0; i < sizeof TimeFormat::kPunctuation; ++i) {
@@ -228,8 +248,17 @@ struct TimeFormat::Compiler {
             return true;
         }
         if (const Composite* composite = compositeOf(letter)) {
-            if (padding != PAD_DEFAULT || casing != CASE_DEFAULT || width != 0) return false;
             end = p;
+            if (width != 0 || casing == CASE_UPPER) {  // one field; other flags change nothing
+                Atom* atom = next();
+                if (atom != nullptr) {
+                    atom->what = COMPOSITE;
+                    atom->x.conv = {
+                        padding,  casing, static_cast<std::uint8_t>(width), static_cast<std::uint8_t>(letter),
+                        modifier, 0};
+                }
+                return true;
+            }
             if (atoms == nullptr) {
                 count += composite->atoms;
                 inLiteral = false;
@@ -511,10 +540,10 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
             out.push_back(letter == 'n' ? '\n' : '\t');
             return;
         case MERIDIAN: {
-            // %p is upper case and "#" lowers it; %P is lower case whatever the flags say.
+            // %p is upper case and "#" lowers it; %P is lower case unless "^" asks for upper.
             const bool pm = civil.hour >= 12;
             Atom shown = a;
-            if (letter == 'P') shown.x.conv.casing = CASE_SWAP;
+            if (letter == 'P' && a.x.conv.casing != CASE_UPPER) shown.x.conv.casing = CASE_SWAP;
             appendText(out, pm ? "PM" : "AM", shown, letter == 'p' && a.x.conv.casing != CASE_SWAP);
             return;
         }
@@ -587,6 +616,38 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
             const std::uint32_t magnitude =
                 offset < 0 ? 0u - static_cast<std::uint32_t>(offset) : static_cast<std::uint32_t>(offset);
             const std::uint32_t hours = magnitude / 3600, minutes = magnitude / 60 % 60;
+            if (a.x.conv.colon != 0 && (a.x.conv.padding != PAD_DEFAULT || a.x.conv.width != 0)) {
+                // GNU date's, where %:z comes from: "h:mm" at least, the sign against it, padded
+                // to the width (6 by default) with zeros after the sign or blanks before it.
+                char digits[8];
+                char* p = digits + sizeof digits;
+                *--p = static_cast<char>('0' + minutes % 10);
+                *--p = static_cast<char>('0' + minutes / 10);
+                *--p = ':';
+                std::uint32_t h = hours;
+                do {
+                    *--p = static_cast<char>('0' + h % 10);
+                    h /= 10;
+                } while (h != 0);
+                const auto length = static_cast<unsigned>(digits + sizeof digits - p);
+                const unsigned width = a.x.conv.width != 0 ? a.x.conv.width : 6;
+                const unsigned fill =
+                    a.x.conv.padding == PAD_NONE || width <= length + 1 ? 0 : width - length - 1;
+                if (a.x.conv.padding == PAD_SPACE) out.append(fill, ' ');
+                out.push_back(offset < 0 ? '-' : '+');
+                if (a.x.conv.padding != PAD_SPACE) out.append(fill, '0');
+                out.append(p, length);
+                return;
+            }
+            if (a.x.conv.padding != PAD_DEFAULT || a.x.conv.width != 0) {
+                // The C library's: the sign padded to the width, then hhmm as a four-digit
+                // number under the flags.
+                if (a.x.conv.width > 1)
+                    out.append(a.x.conv.width - 1u, a.x.conv.padding == PAD_ZERO ? '0' : ' ');
+                out.push_back(offset < 0 ? '-' : '+');
+                appendNumber(out, hours * 100 + minutes, 4, PAD_ZERO, a);
+                return;
+            }
             char text[7] = {offset < 0 ? '-' : '+',
                             static_cast<char>('0' + hours / 10),
                             static_cast<char>('0' + hours % 10),
@@ -598,6 +659,25 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
                 text[4] = text[5];
             }
             out.append(text, a.x.conv.colon != 0 ? 6 : 5);
+            return;
+        }
+        case COMPOSITE: {
+            // As the C library: the expansion rendered, upper-cased under "^", then padded as a
+            // whole to the width.
+            const TimeFormat& expansion = date_time_details::compositeFormat(letter);
+            Str text;
+            Sink inner(text);
+            for (std::size_t i = 0; i < expansion._n; ++i)
+                expansion._fill(expansion._atoms[i], tv, civil, at, inner);
+            inner.flush();
+            if (a.x.conv.casing == CASE_UPPER) {
+                for (char* c = text.data(); c != text.data() + text.size(); ++c) {
+                    if (*c >= 'a' && *c <= 'z') *c = static_cast<char>(*c - 32);
+                }
+            }
+            if (a.x.conv.width > text.size())
+                out.append(a.x.conv.width - text.size(), a.x.conv.padding == PAD_ZERO ? '0' : ' ');
+            out.append(text.data(), text.size());
             return;
         }
     }
@@ -616,7 +696,8 @@ unsigned fixedWidth(const TimeFormat::Atom& a) noexcept {
                                                (spacePadded && a.x.conv.padding == TF::PAD_SPACE));
     if (a.what == TF::SUBSECONDS)
         return a.x.conv.width != 0 ? a.x.conv.width : letter == 'N' ? 9 : letter == 'Q' ? 3 : 6;
-    if (a.what == TF::TZ_AS_SECOFFSET) return a.x.conv.colon != 0 ? 6 : 5;
+    if (a.what == TF::TZ_AS_SECOFFSET && a.x.conv.padding == TF::PAD_DEFAULT && a.x.conv.width == 0)
+        return a.x.conv.colon != 0 ? 6 : 5;
     if (!plain) return 0;
     switch (a.what) {
         case TF::CENTURY:
@@ -789,7 +870,8 @@ void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const T
                 break;
             }
             case MERIDIAN: {
-                const bool lower = letter == 'P' || a.x.conv.casing == CASE_SWAP;
+                const bool lower =
+                    letter == 'P' ? a.x.conv.casing != CASE_UPPER : a.x.conv.casing == CASE_SWAP;
                 p[0] = civil.hour >= 12 ? (lower ? 'p' : 'P') : (lower ? 'a' : 'A');
                 p[1] = lower ? 'm' : 'M';
                 break;
@@ -829,7 +911,7 @@ void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const T
     }
 }
 
-void TimeFormat::render(const Timeval& tv, const TimeZone& zone, Str& output) const {
+void TimeFormat::render(const Timeval& tv, const TimeZone& zone, Str& output, SentinelText sentinels) const {
     CivilTime civil;
     TimeZoneLookup at;
     if (!_valid || !zone.breakDown(tv.tv_sec, civil, &at)) return;
@@ -838,13 +920,13 @@ void TimeFormat::render(const Timeval& tv, const TimeZone& zone, Str& output) co
         renderLayout(tv, civil, at, output.appendUninitialized(_layout.size()));  // the common case, directly
         return;
     }
-    render(tv, civil, at, output);
+    render(tv, civil, at, output, sentinels);
 }
 
-void TimeFormat::render(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at,
-                        Str& output) const {
+void TimeFormat::render(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at, Str& output,
+                        SentinelText sentinels) const {
     if (!_valid) return;
-    if (tv.isMin() || tv.isMax() || tv.isZero()) {
+    if (sentinels == SentinelText::MARKERS && (tv.isMin() || tv.isMax() || tv.isZero())) {
         output.append(tv.isMin() ? "<min>" : tv.isMax() ? "<max>" : "<zero>");
         return;
     }

@@ -25,10 +25,16 @@
 //                    "%H:%M", "%I:%M:%S %p", "%a %b %e %H:%M:%S %Y", the same with " %Z" before
 //                    the year, "%e-%b-%Y", and "%a %b %e %Y"
 // Rendering follows the C library's strftime in the C locale: "#" upper-cases names and
-// lower-cases %p and %Z, "^" upper-cases; numbers pad with zeros (spaces for %e, %k, %l) unless a
-// flag says otherwise; a width pads names with blanks (zeros with "0"); years below 1000 are not
-// padded. MIN_TIME, MAX_TIME and any time with tv_sec 0 render as "<min>", "<max>" and "<zero>",
-// the forms the stream output uses, whatever the format.
+// lower-cases %p and %Z, "^" upper-cases (%^P too: "PM"); numbers pad with zeros (spaces for %e,
+// %k, %l) unless a flag says otherwise; a width pads names with blanks (zeros with "0"); years
+// below 1000 are not padded. On a composite, a width pads the whole expansion (zeros with "0",
+// blanks otherwise) and "^" upper-cases it; other flags change nothing ("%10T" is
+// "  22:13:20"). On %z the sign is a field of its own, padded to the width, and the four digits
+// another, flags and width applying to them as to any number ("%_z" is "+ 100", "%-z" "+100");
+// %:z, which the C library lacks, pads as GNU date does: "%_:z" is " +1:00", "%-:z" "+1:00". MIN_TIME,
+// MAX_TIME and any time with tv_sec 0 render as "<min>", "<max>" and "<zero>", the forms the stream output
+// uses, whatever the format, unless the caller asks for their calendar text (TimeFormat::SentinelText): tools
+// that show a user a date do.
 //
 // Parsing: names match case-insensitively, full or abbreviated; numbers take up to their
 // field's digits (the width, when given) after optional blanks, and a value too large for its
@@ -130,6 +136,7 @@ class TimeFormat {
         YEAR2_NUM,           // %y
         TZ_AS_NEEDEDOFFSET,  // %Z: a name, its offset found later
         TZ_AS_SECOFFSET,     // %z %:z: the offset itself
+        COMPOSITE,           // %D %c ... with a width or "^": their expansion as one field
     };
     // The flags "_", "0" and "-" (or none): the padding of numbers.
     enum Padding : std::uint8_t { PAD_DEFAULT, PAD_SPACE, PAD_ZERO, PAD_NONE };
@@ -177,11 +184,19 @@ class TimeFormat {
     // A LITERAL atom's characters (a.x.text.length of them).
     const char* literalText(const Atom& a) const noexcept { return _literals.data() + a.x.text.offset; }
 
+    // How render() shows the sentinels MIN_TIME, MAX_TIME and ZERO_TIME (any tv_sec of 0).
+    enum class SentinelText : std::uint8_t {
+        MARKERS,   // "<min>", "<max>", "<zero>": the library's own output, logs included
+        CALENDAR,  // the calendar text of their instants, as any other time (1970-01-01 for 0)
+    };
+
     // Appends the time as the zone shows it.
-    void render(const Timeval& tv, const TimeZone& zone, Str& output) const;
+    void render(const Timeval& tv, const TimeZone& zone, Str& output,
+                SentinelText sentinels = SentinelText::MARKERS) const;
     // The same from the time's fields already broken down in the zone (several formats of one
     // time break it down once).
-    void render(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at, Str& output) const;
+    void render(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at, Str& output,
+                SentinelText sentinels = SentinelText::MARKERS) const;
     // The whole text must match. On failure `result.have` may hold fields found before the
     // mismatch, but never a field that was not found.
     [[nodiscard]] bool rawParse(StrSegment text, TimeFormatRawParseResult& result) const noexcept;

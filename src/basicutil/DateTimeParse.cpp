@@ -5,6 +5,7 @@
 
 #include "basicutil/Assert.h"
 #include "basicutil/DateTime.h"
+#include "basicutil/DateTime_details.h"
 
 namespace basicutil {
 
@@ -436,6 +437,14 @@ class TimeFormatParser {
                 return offset();
             case TF::TZ_AS_NEEDEDOFFSET:
                 return zoneName(a);
+            case TF::COMPOSITE: {  // its expansion, after the blanks a width pads it with
+                const TimeFormat& expansion = date_time_details::compositeFormat(letter);
+                skipSpace();
+                for (std::size_t i = 0; i < expansion.atomCount(); ++i) {
+                    if (!atom(expansion.atoms()[i], nullptr)) return false;
+                }
+                return true;
+            }
             default:
                 break;
         }

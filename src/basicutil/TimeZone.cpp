@@ -245,6 +245,16 @@ bool TimeZone::resolveLocal(std::int64_t year, std::int64_t month, std::int64_t 
     for (std::int64_t field : {year, month, day, hour, minute, second}) {
         if (field <= -kFieldLimit || field >= kFieldLimit) return false;
     }
+    if (second < 0 || second > 59) {
+        // As mktime does: the minute first, then the seconds counted on from its start, so that
+        // 23:59:60 is the leap second itself in a zone that counts them.
+        if (!resolveLocal(year, month, day, hour, minute, 0, out, choice)) return false;
+        std::int64_t t = 0;
+        if (__builtin_add_overflow(out.seconds, second, &t)) return false;
+        out.seconds = t;
+        out.lookup = lookup(t);
+        return true;
+    }
     const bool monthInRange = month >= 1 && month <= 12;  // the common case skips the division
     const std::int64_t days =
         (monthInRange ? daysFromCivil(year, static_cast<unsigned>(month), 1)

@@ -106,7 +106,13 @@ class TimeZone {
     // "America/New_York": the installed archive (useArchive) first, then the zone directory.
     // Cached. A name that could leave the directory (absolute, "..") is refused.
     static TimeZonePtr load(StrSegment name, Str* error = nullptr);
-    // $TZ (":name", a name, an absolute file, or a POSIX rule), else /etc/localtime, else UTC.
+    // A zone as the TZ variable gives one: an optional ":", then an absolute file, a name that
+    // load() finds, or a POSIX rule ("CET-1CEST,M3.5.0,M10.5.0/3", "<+0330>-3:30"). Null for an
+    // empty value or one that is none of these; the reason in *error never repeats the value,
+    // so that a caller names it once ("no such zone in /usr/share/zoneinfo, and not a POSIX TZ
+    // rule (the standard-time offset)").
+    static TimeZonePtr fromTzValue(StrSegment value, Str* error = nullptr);
+    // $TZ as fromTzValue reads it, else /etc/localtime, else UTC (also when $TZ names nothing).
     // Read once; reloadLocal() reads them again.
     static TimeZonePtr local();
     static TimeZonePtr reloadLocal();
@@ -128,8 +134,10 @@ class TimeZone {
     TimeZoneLookup lookup(std::int64_t seconds) const noexcept;
     // False only when the year does not fit in 64 bits (never for a 64-bit time).
     bool breakDown(std::int64_t seconds, CivilTime& civil, TimeZoneLookup* at = nullptr) const noexcept;
-    // Fields may be out of range (month 14, day 0, second -1) and are normalised as mktime does.
-    // False when the fields, as seconds, or the result do not fit in a 64-bit time.
+    // Fields may be out of range (month 14, day 0, second -1) and are normalised as mktime does:
+    // seconds outside 0..59 count on from the start of the minute, so that 23:59:60 is the leap
+    // second itself in a zone that counts them, and the kind is the minute's. False when the
+    // fields, as seconds, or the result do not fit in a 64-bit time.
     bool resolveLocal(std::int64_t year, std::int64_t month, std::int64_t day, std::int64_t hour,
                       std::int64_t minute, std::int64_t second, LocalTimeResolution& out,
                       LocalTimeChoice choice = LocalTimeChoice::PRE_TRANSITION) const noexcept;

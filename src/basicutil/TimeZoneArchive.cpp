@@ -13,6 +13,7 @@
 #include "basicutil/FileSystem.h"
 #include "basicutil/Platform.h"
 #include "basicutil/PrintfFormat.h"
+#include "basicutil/TimeZone.h"
 #include "basicutil/TimeZone_details.h"
 
 namespace basicutil {
@@ -104,7 +105,8 @@ bool TimeZoneArchive::find(StrSegment name, StrSegment& tzif) const noexcept {
     return true;
 }
 
-bool TimeZoneArchive::packDirectory(const char* directory, Str& archive, Str* error) {
+bool TimeZoneArchive::packDirectory(const char* directory, Str& archive, Str* error,
+                                    std::vector<Str>* rejected) {
     namespace fs = std::filesystem;
     std::error_code ec;
     std::map<std::string, Str> zones;  // by name: sorted as the index wants
@@ -117,6 +119,12 @@ bool TimeZoneArchive::packDirectory(const char* directory, Str& archive, Str* er
         if (name.size() > 255 || !readTimeZoneFile(it->path().c_str(), kMaxZoneBytes, bytes, nullptr))
             continue;
         if (bytes.size() < 4 || std::memcmp(bytes.data(), "TZif", 4) != 0) continue;
+        // Only what loads whole: a truncated or damaged file would be a zone nobody can use.
+        Str why;
+        if (TimeZone::fromTzif(name, bytes, &why) == nullptr) {
+            if (rejected != nullptr) rejected->push_back(strprintf("%s: %s", name, why.view()));
+            continue;
+        }
         zones.emplace(name, std::move(bytes));
     }
     if (ec) return timeZoneFailure(error, strprintf("%s: %s", directory, ec.message()));
@@ -143,9 +151,10 @@ bool TimeZoneArchive::packDirectory(const char* directory, Str& archive, Str* er
     return true;
 }
 
-bool TimeZoneArchive::pack(const char* directory, const char* archivePath, Str* error) {
+bool TimeZoneArchive::pack(const char* directory, const char* archivePath, Str* error,
+                           std::vector<Str>* rejected) {
     Str archive;
-    if (!packDirectory(directory, archive, error)) return false;
+    if (!packDirectory(directory, archive, error, rejected)) return false;
     // Replaced whole: readers see the old archive or the new one, never a mixture.
     const FileStatus st = replaceFileContents(archivePath, archive);
     return st.ok() || timeZoneFailure(error, st.text());

@@ -22,9 +22,15 @@ class TimeZoneArchive {
     static std::shared_ptr<const TimeZoneArchive> open(const char* path, Str* error = nullptr);
     static std::shared_ptr<const TimeZoneArchive> fromBytes(Str bytes, Str* error = nullptr);
 
-    // Every TZif file under the directory (followed links included) under its relative name.
-    static bool packDirectory(const char* directory, Str& archive, Str* error = nullptr);
-    static bool pack(const char* directory, const char* archivePath, Str* error = nullptr);  // ... to a file
+    // Every zone file under the directory (followed links included) under its relative name.
+    // Only files that load whole are packed: a file that starts as a zone file ("TZif") but does
+    // not load is left out and, with `rejected`, listed there as "name: reason". False, with
+    // the reason in *error, when the directory cannot be walked or holds no zone file.
+    [[nodiscard]] static bool packDirectory(const char* directory, Str& archive, Str* error = nullptr,
+                                            std::vector<Str>* rejected = nullptr);
+    // The same, written to a file (replaced whole: readers see the old archive or the new one).
+    [[nodiscard]] static bool pack(const char* directory, const char* archivePath, Str* error = nullptr,
+                                   std::vector<Str>* rejected = nullptr);
 
     // The zone file stored under the name; the view lives as long as the archive.
     bool find(StrSegment name, StrSegment& tzif) const noexcept;

@@ -76,19 +76,25 @@ Str numericAbbreviation(std::int32_t offset) {
 
 TimeZonePtr loadLocal() {
     const char* tz = std::getenv("TZ");
-    TimeZonePtr zone;
-    if (tz == nullptr) {
-        zone = TimeZone::fromFile(kLocalTimeZoneFile);
-    } else {
-        const char* name = tz[0] == ':' ? tz + 1 : tz;
-        if (name[0] == '/') {
-            zone = TimeZone::fromFile(name);
-        } else if (name[0] != '\0') {
-            zone = TimeZone::load(name);
-            if (zone == nullptr) zone = TimeZone::fromPosixRule(name);
-        }
-    }
+    const TimeZonePtr zone =
+        tz == nullptr ? TimeZone::fromFile(kLocalTimeZoneFile) : TimeZone::fromTzValue(tz, nullptr);
     return zone != nullptr ? zone : TimeZone::utc();
+}
+
+// A loader's reason without the path it names: "open(/x/y): text" is "open: text", "/x/y: text"
+// is "text".
+Str withoutPath(StrSegment reason, std::string_view path) {
+    std::string_view r = reason.view();
+    Str out;
+    const std::string_view prefix = r.substr(0, path.size());
+    if (prefix == path && r.substr(path.size(), 2) == ": ") return Str(r.substr(path.size() + 2));
+    const std::size_t at = r.find(path);
+    if (at != std::string_view::npos && at > 0 && r[at - 1] == '(' && r.substr(at + path.size(), 1) == ")") {
+        out.append(r.substr(0, at - 1));
+        out.append(r.substr(at + path.size() + 1));
+        return out;
+    }
+    return Str(reason);
 }
 
 }  // namespace
@@ -226,6 +232,44 @@ TimeZonePtr TimeZone::load(StrSegment name, Str* error) {
     if (zone == nullptr) return nullptr;
     std::lock_guard<std::mutex> lock(zones.mutex);
     return zones.zones.try_emplace(std::string(name.view()), zone).first->second;
+}
+
+TimeZonePtr TimeZone::fromTzValue(StrSegment value, Str* error) {
+    const StrSegment v =
+        !value.empty() && value[0] == ':' ? StrSegment(value.data() + 1, value.size() - 1) : value;
+    if (v.empty()) {
+        timeZoneFailure(error, "an empty zone name");
+        return nullptr;
+    }
+    Str why;
+    if (v[0] == '/') {
+        TimeZonePtr zone = fromFile(Str(v).c_str(), &why);
+        if (zone == nullptr) timeZoneFailure(error, withoutPath(why, v.view()));
+        return zone;
+    }
+    const bool name = safeZoneName(v);
+    if (name) {
+        if (TimeZonePtr zone = load(v, &why)) return zone;
+    }
+    Str ruleWhy;
+    if (TimeZonePtr zone = fromPosixRule(v, &ruleWhy)) return zone;
+    const Str rule = withoutPath(ruleWhy, strprintf("bad time-zone rule \"%s\"", v.view()).view());
+    if (!name) {
+        timeZoneFailure(error, strprintf("not a zone name, and not a POSIX TZ rule (%s)", rule.view()));
+        return nullptr;
+    }
+    char text[128];
+    const Str path = strprintf("%s/%s", directory().view(), v.view());
+    const Str missing =
+        strprintf("open(%s): %s", path.view(), platform::errorText(ENOENT, text, sizeof text));
+    if (why.view() == missing.view()) {
+        timeZoneFailure(error, strprintf("no such zone in %s, and not a POSIX TZ rule (%s)",
+                                         directory().view(), rule.view()));
+    } else {
+        timeZoneFailure(error, strprintf("%s, and not a POSIX TZ rule (%s)",
+                                         withoutPath(why, path.view()).view(), rule.view()));
+    }
+    return nullptr;
 }
 
 void useTimeZoneArchive(std::shared_ptr<const TimeZoneArchive> archive) {

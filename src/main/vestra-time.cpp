@@ -21,11 +21,12 @@ namespace {
 
 constexpr const char* kDefaultDateFormat = "%a %b %e %H:%M:%S %Z %Y";
 
-// The zone named, the local one when the name is empty; null (diagnosed) when it cannot load.
-TimeZonePtr zoneNamed(const std::string& name) {
-    if (name.empty()) return TimeZone::local();
+// The zone as -z or an argument gives it, read as TZ is (a name, ":NAME", an absolute file or a
+// POSIX rule); the local one when none was given. Null (diagnosed) when it names no zone.
+TimeZonePtr zoneNamed(const std::string& name, bool given = true) {
+    if (!given) return TimeZone::local();
     Str error;
-    TimeZonePtr zone = TimeZone::load(StrSegment(name), &error);
+    TimeZonePtr zone = TimeZone::fromTzValue(StrSegment(name), &error);
     if (zone == nullptr) diagnose("zone '" + name + "': " + std::string(error.view()));
     return zone;
 }
@@ -59,8 +60,9 @@ bool parseTimeOrSay(const std::string& text, const TimeZone& zone, Timeval& out)
     return false;
 }
 
-int dateCommand(const std::string& zoneName, const std::string& when, const std::string& format) {
-    const TimeZonePtr zone = zoneNamed(zoneName);
+int dateCommand(const std::string& zoneName, bool zoneGiven, const std::string& when,
+                const std::string& format) {
+    const TimeZonePtr zone = zoneNamed(zoneName, zoneGiven);
     if (zone == nullptr) return kNegative;
     Timeval tv = Timeval::now();
     if (!when.empty() && !parseTimeOrSay(when, *zone, tv)) return kNegative;
@@ -78,14 +80,15 @@ int dateCommand(const std::string& zoneName, const std::string& when, const std:
         return kNegative;
     }
     Str out;
-    compiled.render(tv, *zone, out);
+    compiled.render(tv, *zone, out, TimeFormat::SentinelText::CALENDAR);
     out.push_back('\n');
     tool::out().write(out);
     return kOk;
 }
 
-int strptimeCommand(const std::string& format, const std::string& text, const std::string& zoneName) {
-    const TimeZonePtr zone = zoneNamed(zoneName);
+int strptimeCommand(const std::string& format, const std::string& text, const std::string& zoneName,
+                    bool zoneGiven) {
+    const TimeZonePtr zone = zoneNamed(zoneName, zoneGiven);
     if (zone == nullptr) return kNegative;
     const TimeFormat compiled{StrSegment(format)};
     if (!compiled.valid()) {
@@ -110,7 +113,7 @@ int strptimeCommand(const std::string& format, const std::string& text, const st
         return kNegative;
     }
     Str rendered;
-    TimeFormat::standard(1).render(tv, *zone, rendered);
+    TimeFormat::standard(1).render(tv, *zone, rendered, TimeFormat::SentinelText::CALENDAR);
     out().write("time: " + std::string(rendered.view()) + "\nhave: " + have + "\nepoch: " + tv.toDecimal(6) +
                 "\n");
     return kOk;
@@ -156,10 +159,12 @@ int tzCommand(const std::string& action, const std::vector<std::string>& args) {
     if (action == "pack") {
         if (!need(2, "pack DIRECTORY ARCHIVE")) return kUsage;
         Str error;
-        if (!TimeZoneArchive::pack(args[0].c_str(), args[1].c_str(), &error)) {
+        std::vector<Str> rejected;
+        if (!TimeZoneArchive::pack(args[0].c_str(), args[1].c_str(), &error, &rejected)) {
             diagnose(error.view());
             return kNegative;
         }
+        for (const Str& why : rejected) diagnose("left out " + std::string(why.view()));
         const auto archive = TimeZoneArchive::open(args[1].c_str(), &error);
         if (archive == nullptr) {
             diagnose(error.view());
@@ -167,7 +172,7 @@ int tzCommand(const std::string& action, const std::vector<std::string>& args) {
         }
         out().write(
             strprintf("%zu zones from %s into %s\n", archive->size(), args[0].c_str(), args[1].c_str()));
-        return kOk;
+        return rejected.empty() ? kOk : kNegative;
     }
     if (action == "info" || action == "serialize") {
         if (!need(1, (action + " ZONE").c_str())) return kUsage;
@@ -194,7 +199,7 @@ int tzCommand(const std::string& action, const std::vector<std::string>& args) {
     if (!parseTimeOrSay(args[1], *zone, tv)) return kNegative;
     static const TimeFormat format("%FT%T%:z %Z");
     Str text;
-    format.render(tv, *zone, text);
+    format.render(tv, *zone, text, TimeFormat::SentinelText::CALENDAR);
     text.push_back('\n');
     out().write(text);
     return kOk;
@@ -228,10 +233,12 @@ void addTimeCommands(CLI::App& app, Context& context) {
     CLI::App* date = app.add_subcommand("date",
                                         "Render a time through the library's time formats.\n"
                                         "Example: vestra date -z Asia/Tokyo -d @1700000000.5 +%FT%T.%3Q%:z");
-    date->add_option("-z,--zone", zone, "the zone (default: the local one)");
+    CLI::Option* dateZone = date->add_option(
+        "-z,--zone", zone, "the zone: a name, :NAME, a file or a POSIX rule (default: the local one)");
     date->add_option("-d,--date", when, "the time: @SECONDS[.FRACTION], now, or 2024-03-01T12:00:00+01:00");
     date->add_option("FORMAT", format, "+FORMAT (default: +\"%a %b %e %H:%M:%S %Z %Y\")");
-    date->callback([&context] { context.status = dateCommand(zone, when, format); });
+    date->callback(
+        [&context, dateZone] { context.status = dateCommand(zone, dateZone->count() > 0, when, format); });
 
     CLI::App* strptime =
         app.add_subcommand("strptime",
@@ -239,8 +246,11 @@ void addTimeCommands(CLI::App& app, Context& context) {
                            "Example: vestra strptime '%d/%b/%Y:%H:%M:%S %z' '10/Oct/2000:13:55:36 -0700'");
     strptime->add_option("FORMAT", format, "the format")->required();
     strptime->add_option("TEXT", text, "the text")->required();
-    strptime->add_option("-z,--zone", zone, "the zone to read it in when it names none (default: local)");
-    strptime->callback([&context] { context.status = strptimeCommand(format, text, zone); });
+    CLI::Option* strptimeZone =
+        strptime->add_option("-z,--zone", zone, "the zone to read it in when it names none (default: local)");
+    strptime->callback([&context, strptimeZone] {
+        context.status = strptimeCommand(format, text, zone, strptimeZone->count() > 0);
+    });
 
     CLI::App* tz = app.add_subcommand(
         "tz",

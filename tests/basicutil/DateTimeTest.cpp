@@ -28,7 +28,8 @@ const std::int64_t kInstants[] = {-2,
                                   1000000000,
                                   2147483648,
                                   -2208988800 /* 1900-01-01 */,
-                                  4102444800 /* 2100-01-01 */};
+                                  4102444800 /* 2100-01-01 */,
+                                  1609416000 /* 2020-12-31 12:00, the last day of a leap year: 2020-W53 */};
 
 std::string rendered(const TimeFormat& format, std::int64_t t, const TimeZone& zone) {
     Str out;
@@ -45,10 +46,10 @@ std::string cStrftime(const std::string& format, std::int64_t t) {
     return std::string(buf, n);
 }
 
-// Every letter the C library shares with us, under every flag, at several widths, in zones with
-// daylight time, half-hour offsets and a POSIX rule.
+// Every letter the C library shares with us (the composites among them), under every flag, at
+// several widths, in zones with daylight time, half-hour offsets and a POSIX rule.
 TEST(DateTimeTest, RendersAsStrftimeOverTheGrid) {
-    const char letters[] = "aAbhBCdeGgHIjklMSmnptPsUWVuwYyZz";
+    const char letters[] = "aAbhBCdeGgHIjklMSmnptPsUWVuwYyZzDFTRrcX";
     const char* const flags[] = {"", "-", "_", "0", "^", "#", "^_", "#-"};
     const char* const widths[] = {"", "1", "3", "12"};
     std::size_t compared = 0;
@@ -62,8 +63,8 @@ TEST(DateTimeTest, RendersAsStrftimeOverTheGrid) {
         for (const char* letter = letters; *letter != '\0'; ++letter) {
             for (const char* flag : flags) {
                 for (const char* width : widths) {
-                    // The C library pads %z and %Z in ways of its own with flags and widths.
-                    if ((*letter == 'z' || *letter == 'Z') && (*flag != '\0' || *width != '\0')) continue;
+                    // "^" upper-cases %P here; the C library leaves it as it is.
+                    if (*letter == 'P' && flag[0] == '^') continue;
                     const std::string text = std::string("%") + flag + width + *letter;
                     const TimeFormat format{StrSegment(text)};
                     ASSERT_TRUE(format.valid()) << text;
@@ -142,8 +143,15 @@ TEST(DateTimeTest, CompilingFormats) {
         {"%EOd", false, 0, ""},
         {"%:d", false, 0, ""},
         {"%K", false, 0, ""},
-        {"%-D", false, 0, ""},
         {"%256d", false, 0, ""},
+        // Flags and widths on composites and %z, as the C library does (the grid compares those it
+        // has); "^" upper-cases %P, where the C library does not.
+        {"%-D|%10T|%^c|%3v|%12v|%#D", true, 19,
+         "11/14/23|  22:13:20|TUE NOV 14 22:13:20 2023|14-Nov-2023| 14-Nov-2023|11/14/23"},
+        {"%^+|%^10x|%010R|%_8r", true, 7,
+         "TUE NOV 14 22:13:20 UTC 2023|TUE NOV 14 2023|0000022:13|10:13:20 PM"},
+        {"%_z|%-z|%6z|%_:z|%-:z|%9:z|%^P|%^p|%#P", true, 17,
+         "+   0|+0|     +000000| +0:00|+0:00|+00000:00|PM|PM|pm"},
     };
     for (const Case& c : cases) {
         const TimeFormat format(c.format);
@@ -158,6 +166,13 @@ TEST(DateTimeTest, CompilingFormats) {
     for (const Timeval& tv : {Timeval::MIN_TIME, Timeval::MAX_TIME, Timeval{0, 5}})
         iso.render(tv, *TimeZone::utc(), sentinels);
     EXPECT_EQ(sentinels.view(), "<min><max><zero>");
+    sentinels.clear();
+    for (const Timeval& tv : {Timeval::MIN_TIME, Timeval::MAX_TIME, Timeval{0, 5}}) {
+        iso.render(tv, *TimeZone::utc(), sentinels, TimeFormat::SentinelText::CALENDAR);
+        sentinels.push_back('|');
+    }
+    EXPECT_EQ(sentinels.view(),
+              "-292277022657-01-27T08:29:52|292277026596-12-04T15:30:07|1970-01-01T00:00:00|");
 }
 
 TEST(DateTimeTest, NamedEpochFormats) {
@@ -271,6 +286,9 @@ TEST(DateTimeTest, ParsedFieldsAndFailures) {
         {"%Y%t%m", "2023 \t\n 01", true, {1672552800, 0}},
         {"%N", "1234567890", false, {}},
         {"%3N", "12", false, {}},
+        {"%F %10T", "2023-11-14   16:13:20", true, {1700000000, 0}},  // a composite as one field
+        {"%^c", "TUE NOV 14 16:13:20 2023", true, {1700000000, 0}},
+        {"%12D", "2023 11/14/23", false, {}},
     };
     const TimeZonePtr chicago = TimeZone::load("America/Chicago");
     for (const Case& c : cases) {

@@ -196,5 +196,47 @@ TEST(TimeZoneOracleTest, LocalFieldsBackToTimesAsMktimeDoes) {
     }
 }
 
+// Around every leap second of zones that count them: seconds 58 to 62 of the minute that holds
+// it (60 is the leap second, 61 the next minute's first) and -1 of the minute after, normalised
+// as mktime does: the minute first, then the seconds counted on.
+TEST(TimeZoneOracleTest, LeapSecondFieldsAsMktimeDoes) {
+    for (const char* name : {"right/UTC", "right/Europe/Berlin", "right/America/New_York"}) {
+        const TimeZonePtr zone = TimeZone::load(name);
+        ASSERT_NE(zone, nullptr) << name;
+        ASSERT_GE(zone->leapSeconds().size(), 27u) << name;
+        useCLibraryZone(std::string(":") + name);
+        int checked = 0;
+        for (const TimeZone::LeapSecond& leap : zone->leapSeconds()) {
+            CivilTime civil;
+            ASSERT_TRUE(zone->breakDown(leap.occurrence, civil));
+            if (civil.second != 60) continue;  // a second taken out: none so far
+            for (const auto& [minute, second] : std::initializer_list<std::pair<int, int>>{
+                     {0, 58}, {0, 59}, {0, 60}, {0, 61}, {0, 62}, {1, -1}, {1, 0}, {0, 120}}) {
+                std::tm tm{};
+                tm.tm_year = static_cast<int>(civil.year) - 1900;
+                tm.tm_mon = static_cast<int>(civil.month) - 1;
+                tm.tm_mday = static_cast<int>(civil.day);
+                tm.tm_hour = static_cast<int>(civil.hour);
+                tm.tm_min = static_cast<int>(civil.minute) + minute;
+                tm.tm_sec = second;
+                tm.tm_isdst = -1;
+                LocalTimeResolution resolved;
+                ASSERT_TRUE(zone->resolveLocal(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour,
+                                               tm.tm_min, tm.tm_sec, resolved));
+                std::tm copy = tm;
+                EXPECT_EQ(resolved.seconds, mktime(&copy))
+                    << name << " " << civil.year << "-" << civil.month << "-" << civil.day << " "
+                    << tm.tm_hour << ":" << tm.tm_min << ":" << tm.tm_sec;
+                ++checked;
+            }
+        }
+        EXPECT_GE(checked, 27 * 8) << name;
+    }
+    const TimeZonePtr utc = TimeZone::load("right/UTC");
+    LocalTimeResolution leap;
+    ASSERT_TRUE(utc->resolveLocal(2016, 12, 31, 23, 59, 60, leap));
+    EXPECT_EQ(leap.seconds, 1483228826);
+}
+
 }  // namespace
 }  // namespace basicutil

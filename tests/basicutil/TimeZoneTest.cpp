@@ -1,7 +1,9 @@
 #include "basicutil/TimeZone.h"
 
 #include <gtest/gtest.h>
+
 #include <unistd.h>
+#include <cstring>
 
 #include <cstdlib>
 #include <fstream>
@@ -203,6 +205,38 @@ TEST(TimeZoneTest, DamagedZoneFilesAreRefusedAtEveryLength) {
     EXPECT_EQ(error.view(), "bad zone file: bytes after the data");
     EXPECT_EQ(TimeZone::load("../etc/passwd", &error), nullptr);
     EXPECT_EQ(error.view(), "not a zone name: \"../etc/passwd\"");
+    // What TZ may hold: the reason never repeats the value.
+    struct TzCase {
+        const char* value;
+        const char* name;    // of the zone, or null
+        const char* reason;  // without one
+    } tzCases[] = {
+        {"Europe/Paris", "Europe/Paris", nullptr},
+        {":Europe/Paris", "Europe/Paris", nullptr},
+        {"CET-1CEST,M3.5.0,M10.5.0/3", "CET-1CEST,M3.5.0,M10.5.0/3", nullptr},
+        {"<+0330>-3:30", "<+0330>-3:30", nullptr},
+        {"", nullptr, "an empty zone name"},
+        {":", nullptr, "an empty zone name"},
+        {"No/Such_Zone", nullptr, "no such zone in "},
+        {"../etc/passwd", nullptr, "not a zone name, and not a POSIX TZ rule ("},
+        {"EST5EDT,M3", nullptr, "not a zone name, and not a POSIX TZ rule (the daylight-time dates)"},
+        {"/no/such/file", nullptr, "open: No such file or directory"},
+    };
+    for (const TzCase& c : tzCases) {
+        Str why;
+        const TimeZonePtr zone = TimeZone::fromTzValue(c.value, &why);
+        if (c.name != nullptr) {
+            ASSERT_NE(zone, nullptr) << c.value << ": " << why.c_str();
+            EXPECT_EQ(zone->name().view(), c.name);
+        } else {
+            EXPECT_EQ(zone, nullptr) << c.value;
+            EXPECT_EQ(why.view().substr(0, std::strlen(c.reason)), c.reason)
+                << c.value << ": " << why.c_str();
+            if (*c.value != '\0' && *c.value != ':') {
+                EXPECT_EQ(why.view().find(c.value), std::string_view::npos) << why.c_str();
+            }
+        }
+    }
     EXPECT_EQ(TimeZone::load("No/Such_Zone", &error), nullptr);
     EXPECT_NE(error.view().find("No/Such_Zone): No such file or directory"), std::string_view::npos)
         << error.c_str();

@@ -43,8 +43,19 @@ for zone in UTC Europe/Paris America/New_York Asia/Kolkata Australia/Lord_Howe; 
         same_as "date $zone @$t" "TZ=$zone date -d @$t '$fmt'" -- date -z "$zone" -d "@$t" "$fmt"
     done
 done
-# The epoch itself is the library's <zero> sentinel, on purpose; date(1) has none.
-[ "$("$vestra" date -z UTC -d @0 +%F)" = "<zero>" ] || fail "date @0 is the sentinel"
+# %:z comes from date(1), flags and widths included.
+for zone in UTC Europe/Paris America/St_Johns; do
+    fmt='+[%_:z][%-:z][%10:z][%_10:z][%010:z][%:z]'
+    same_as "date %:z flags $zone" "TZ=$zone date -d @1700000000 '$fmt'" -- date -z "$zone" -d @1700000000 "$fmt"
+done
+# The tool shows dates: the sentinels of the library's own output are calendar text here.
+same_as "date @0" "TZ=UTC date -d @0 +%F" -- date -z UTC -d @0 +%F
+[ "$("$vestra" tz at UTC @0)" = "1970-01-01T00:00:00+00:00 UTC" ] || fail "tz at @0"
+"$vestra" strptime %s 0 | grep -qx "time: 1970-01-01T00:00:00.000+00:00" || fail "strptime of the epoch"
+# Zones as TZ takes them.
+same_as "date -z a POSIX rule" "TZ='CET-1CEST,M3.5.0,M10.5.0/3' date -d @1700000000" -- date -z 'CET-1CEST,M3.5.0,M10.5.0/3' -d @1700000000
+same_as "date -z <+0330>-3:30" "TZ='<+0330>-3:30' date -d @1700000000" -- date -z '<+0330>-3:30' -d @1700000000
+same_as "date -z :NAME" "TZ=:Asia/Tokyo date -d @1700000000" -- date -z :Asia/Tokyo -d @1700000000
 same_as "date subseconds" "TZ=UTC date -d @1700000000.25 +%T.%3N" -- date -z UTC -d @1700000000.25 +%T.%3Q
 
 # --- hexdump and hex, against hexdump -C -v and xxd ---
@@ -119,7 +130,9 @@ status "regex: a bad pattern" 2 "^vestra: bad pattern at offset 1" -- regex '(' 
 status "a missing file" 1 "^vestra: open \"$out/none\": No such file" -- hexdump "$out/none"
 status "printf: not a number" 1 "^vestra: 'abc': expected a numeric value" -- printf '%d' abc
 status "date: not a time" 1 "^vestra: 'garbage': not a time" -- date -d garbage
-status "date: an unknown zone" 1 "^vestra: zone 'No/Such'" -- date -z No/Such
+status "date: an unknown zone" 1 "^vestra: zone 'No/Such': no such zone in .*, and not a POSIX TZ rule" -- date -z No/Such
+grep -c "No/Such" "$out/err" | grep -qx 1 || fail "date: the zone's error names it once"
+status "date: an empty zone" 1 "^vestra: zone '': an empty zone name" -- date -z ''
 status "no subcommand" 2 "^vestra: " --
 status "an unknown option" 2 "^vestra: " -- date --frobnicate
 status "a missing argument" 2 "^vestra: " -- printf
