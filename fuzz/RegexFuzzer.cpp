@@ -55,8 +55,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     RegexMatch a, b;
     for (std::size_t offset : {std::size_t{0}, subject.size() / 2, subject.size()}) {
-        const RegexStatus sa = jit.match(subject, offset, a, kJitLimits);
-        const RegexStatus sb = interpreter.match(subject, offset, b, kInterpreterLimits);
+        const RegexStatus sa = jit.match(subject, offset, a, kJitLimits).status();
+        const RegexStatus sb = interpreter.match(subject, offset, b, kInterpreterLimits).status();
         if (sa == REGEX_MATCH) checkSpans(a, subject.size());
         if (sb == REGEX_MATCH) checkSpans(b, subject.size());
         // Both decided (a limit, or a run-time error such as a recursion loop, is not a decision).
@@ -78,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const StrSegment replacement(subject.data(), subject.size() < 8 ? subject.size() : 8);
     Str out("x");
     unsigned count = 0;
-    const RegexStatus replaced = jit.replaceAll(subject, replacement, out, &count, kJitLimits);
+    const RegexResult replaced = jit.replaceAll(subject, replacement, out, &count, kJitLimits);
     if (replaced == REGEX_LIMIT || replaced == REGEX_ERROR) {
         FUZZ_CHECK(out.view() == "x");
         if (jit.checkReplacement(replacement)) FUZZ_CHECK(it.status() == replaced);

@@ -25,8 +25,11 @@ constexpr auto kPairs = [] {
     return t;
 }();
 
-char* putOffset(char* d, std::size_t offset) noexcept {
-    for (int shift = 28; shift >= 0; shift -= 4) *d++ = kDigits[(offset >> shift) & 15];
+// At least 8 digits, more when the offset needs them.
+char* putOffset(char* d, std::uint64_t offset) noexcept {
+    int shift = 28;
+    while (shift < 60 && (offset >> (shift + 4)) != 0) shift += 4;
+    for (; shift >= 0; shift -= 4) *d++ = kDigits[(offset >> shift) & 15];
     return d;
 }
 
@@ -35,29 +38,40 @@ char* putOffset(char* d, std::size_t offset) noexcept {
 HexDumper::~HexDumper() = default;
 
 void HexDumper::do_dump(const void* data, std::size_t length) {
+    dumpLines(data, length, 0);
+    lengthLine(length);
+}
+
+void HexDumper::lengthLine(std::uint64_t length) {
+    char buf[16];
+    char* d = putOffset(buf, length);
+    line(buf, static_cast<std::size_t>(d - buf));
+}
+
+void HexDumper::dumpLines(const void* data, std::size_t length, std::uint64_t start) {
     const auto* bytes = static_cast<const unsigned char*>(data);
-    char buf[80];
+    // Offsets past 8 digits push the rest of the line right.
+    char buf[88];
     for (std::size_t offset = 0; offset < length; offset += kBytesPerLine) {
         const std::size_t count = length - offset < kBytesPerLine ? length - offset : kBytesPerLine;
-        std::memset(buf, ' ', kBarColumn);
-        char* d = putOffset(buf, offset);
-        d = buf + kHexColumn;
+        char* const line_ = putOffset(buf, start + offset) - 8;  // the line as if the offset had 8 digits
+        const std::size_t extra = static_cast<std::size_t>(line_ - buf);
+        std::memset(buf + 8 + extra, ' ', kBarColumn - 8);
+        char* d = line_ + kHexColumn;
         for (std::size_t i = 0; i < count; ++i) {
             std::memcpy(d, kPairs.text + 2 * bytes[offset + i], 2);
             d += i == 7 ? 4 : 3;  // one more blank between the two groups
         }
-        d = buf + kBarColumn;
+        d = line_ + kBarColumn;
         *d++ = '|';
         for (std::size_t i = 0; i < count; ++i) {
             const unsigned char c = bytes[offset + i];
             *d++ = c >= 0x20 && c <= 0x7e ? static_cast<char>(c) : '.';
         }
         *d++ = '|';
-        VESTRA_ASSERT(d < &buf[sizeof(buf)]);
+        VESTRA_ASSERT(d <= &buf[sizeof(buf)]);
         line(buf, static_cast<std::size_t>(d - buf));
     }
-    char* d = putOffset(buf, length);
-    line(buf, static_cast<std::size_t>(d - buf));
 }
 
 void HexDumper_to_Str::line(const char* text, std::size_t length) {

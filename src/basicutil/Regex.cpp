@@ -227,8 +227,12 @@ bool Regex::compile(StrSegment pattern, unsigned options) {
     std::sort(byGroup.begin(), byGroup.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     for (auto& entry : byGroup) _names.push_back(std::move(entry.second));
 
-    // JIT where the platform has it; without it the interpreter serves, just slower.
-    if ((options & REGEX_NO_JIT) == 0) _jit = pcre2_jit_compile(_code, PCRE2_JIT_COMPLETE) == 0;
+    // JIT where the platform has it and the pattern allows it: "(*NO_JIT)" in a pattern makes
+    // jit_compile succeed without making code, so the code's size is what tells.
+    if ((options & REGEX_NO_JIT) == 0 && pcre2_jit_compile(_code, PCRE2_JIT_COMPLETE) == 0) {
+        std::size_t jitSize = 0;
+        _jit = pcre2_pattern_info(_code, PCRE2_INFO_JITSIZE, &jitSize) == 0 && jitSize > 0;
+    }
     return true;
 }
 
@@ -295,9 +299,9 @@ bool RegexMatch::hasNamed(StrSegment name) const noexcept {
     return group >= 0 && has(static_cast<unsigned>(group));
 }
 
-bool Regex::matches(StrSegment subject, const RegexLimits& limits) const {
+RegexResult Regex::matches(StrSegment subject, const RegexLimits& limits) const {
     RegexMatch m;
-    return match(subject, 0, m, limits) == REGEX_MATCH;
+    return match(subject, 0, m, limits);
 }
 
 RegexStatus Regex::matchWith(StrSegment subject, size_type offset, std::uint32_t matchOptions, RegexMatch& m,
@@ -334,11 +338,15 @@ RegexStatus Regex::matchWith(StrSegment subject, size_type offset, std::uint32_t
     }
     const auto* bytes = reinterpret_cast<PCRE2_SPTR>(subject.data());
     // PCRE2's fast path skips checks that hold here (a compiled pattern, an offset inside the
-    // subject, no match-time options); not for UTF, whose validity check routes bad subjects.
+    // subject, no match-time options); not for UTF, whose validity check routes bad subjects,
+    // unless the caller knows the subject to be valid.
+    const bool validUtf8 = (matchOptions & kSubjectValidUtf8) != 0;
+    matchOptions &= ~kSubjectValidUtf8;
     int rc =
-        _jit && matchOptions == 0 && (_options & REGEX_UTF) == 0
+        _jit && matchOptions == 0 && (validUtf8 || (_options & REGEX_UTF) == 0)
             ? pcre2_jit_match(_code, bytes, subject.size(), offset, 0, m._data, resources.context)
-            : pcre2_match(_code, bytes, subject.size(), offset, matchOptions, m._data, resources.context);
+            : pcre2_match(_code, bytes, subject.size(), offset,
+                          matchOptions | (validUtf8 ? PCRE2_NO_UTF_CHECK : 0), m._data, resources.context);
     if (rc <= PCRE2_ERROR_UTF8_ERR1 && rc >= PCRE2_ERROR_UTF8_ERR21 && _invalidUtfCode != nullptr)
         rc = pcre2_match(_invalidUtfCode, bytes, subject.size(), offset, matchOptions, m._data,
                          resources.context);
@@ -493,12 +501,12 @@ bool Regex::checkReplacement(StrSegment replacement, Str* error) const {
     return regex_details::parseReplacement(*this, replacement, pieces, error);
 }
 
-RegexStatus Regex::replaceFirst(StrSegment subject, StrSegment replacement, Str& out, unsigned* replaced,
+RegexResult Regex::replaceFirst(StrSegment subject, StrSegment replacement, Str& out, unsigned* replaced,
                                 const RegexLimits& limits) const {
     return replace(subject, replacement, out, false, replaced, limits);
 }
 
-RegexStatus Regex::replaceAll(StrSegment subject, StrSegment replacement, Str& out, unsigned* replaced,
+RegexResult Regex::replaceAll(StrSegment subject, StrSegment replacement, Str& out, unsigned* replaced,
                               const RegexLimits& limits) const {
     return replace(subject, replacement, out, true, replaced, limits);
 }
@@ -526,7 +534,7 @@ RegexStatus Regex::replace(StrSegment subject, StrSegment replacement, Str& out,
         ++count;
         if (!all) break;
     }
-    if (it.status() != REGEX_MATCH && it.status() != REGEX_NO_MATCH) return it.status();
+    if (it.status() != REGEX_MATCH && it.status() != REGEX_NO_MATCH) return it.status().status();
     result.append(subject.data() + copied, subject.size() - copied);
     out.append(result);
     if (replaced != nullptr) *replaced = count;

@@ -5,7 +5,7 @@
 //   if (!re.compile("(?<user>\\w+) logged in from (?<host>\\S+)", REGEX_CASELESS))
 //       return fail(re.errorText(), re.errorOffset());      // also logged on "Regex"
 //   RegexMatch m;
-//   if (re.match(line, 0, m) == REGEX_MATCH) use(m.named("user"), m.group(2));
+//   if (re.match(line, 0, m)) use(m.named("user"), m.group(2));   // a limit or an error is no match
 //
 //   std::shared_ptr<const Regex> cached = regexCache().get(pattern, options);   // compiled once
 //
@@ -100,6 +100,28 @@ enum RegexStatus : int {
     REGEX_ERROR = -2,  // not compiled, an offset past the subject, or another PCRE2 failure
 };
 
+// How a match call ended, as a value that cannot be taken for a match by mistake: only
+// REGEX_MATCH converts to true (a limit or an error is no match, and no "no match" either), and
+// a result cannot be dropped unread. It compares with the RegexStatus values.
+//
+//   if (re.match(line, 0, m)) use(m);                 // a match, and only a match
+//   const RegexResult r = re.match(line, 0, m);
+//   if (r == REGEX_LIMIT || r == REGEX_ERROR) fail();  // or switch (r.status())
+class [[nodiscard]] RegexResult {
+  public:
+    // From a status; implicit, so that a status compares with a result.
+    constexpr RegexResult(RegexStatus status) noexcept : _status(status) {}
+    // The status itself.
+    constexpr RegexStatus status() const noexcept { return _status; }
+    // True for a match only.
+    constexpr explicit operator bool() const noexcept { return _status == REGEX_MATCH; }
+    // Equal when the statuses are.
+    friend constexpr bool operator==(RegexResult a, RegexResult b) noexcept { return a._status == b._status; }
+
+  private:
+    RegexStatus _status;
+};
+
 class Regex;
 
 // The spans of one match. It refers to the subject and to the Regex that made it: both must
@@ -182,21 +204,29 @@ class Regex {
     int groupNumber(StrSegment name) const noexcept;
 
     // The first match at or after `offset` (an offset inside the subject, or its end).
-    RegexStatus match(StrSegment subject, size_type offset, RegexMatch& m,
+    RegexResult match(StrSegment subject, size_type offset, RegexMatch& m,
                       const RegexLimits& limits = {}) const {
         return matchWith(subject, offset, 0, m, limits);
     }
-    // Whether it matches anywhere; REGEX_LIMIT and REGEX_ERROR count as no.
-    bool matches(StrSegment subject, const RegexLimits& limits = {}) const;
+    // The same for a subject the caller has found to be valid UTF-8 (isValidUtf8, perhaps of a
+    // larger text that holds it): under REGEX_UTF this skips the check of the subject that every
+    // other match makes, which is most of the cost of matching a short line. A subject that is
+    // not valid UTF-8 must never come here: PCRE2's results would be undefined.
+    RegexResult matchValidUtf8(StrSegment subject, size_type offset, RegexMatch& m,
+                               const RegexLimits& limits = {}) const {
+        return matchWith(subject, offset, kSubjectValidUtf8, m, limits);
+    }
+    // Whether it matches anywhere, without the spans.
+    RegexResult matches(StrSegment subject, const RegexLimits& limits = {}) const;
 
     // Checks a replacement text against this pattern; false with a message on a bad one.
     [[nodiscard]] bool checkReplacement(StrSegment replacement, Str* error = nullptr) const;
     // Appends `subject` to `out` with the first match (or every match) replaced. On success
     // `replaced` receives the count. On REGEX_LIMIT or REGEX_ERROR (a bad replacement included,
     // with its message logged) `out` is left as it was.
-    RegexStatus replaceFirst(StrSegment subject, StrSegment replacement, Str& out,
+    RegexResult replaceFirst(StrSegment subject, StrSegment replacement, Str& out,
                              unsigned* replaced = nullptr, const RegexLimits& limits = {}) const;
-    RegexStatus replaceAll(StrSegment subject, StrSegment replacement, Str& out, unsigned* replaced = nullptr,
+    RegexResult replaceAll(StrSegment subject, StrSegment replacement, Str& out, unsigned* replaced = nullptr,
                            const RegexLimits& limits = {}) const;
 
   private:
@@ -205,9 +235,12 @@ class Regex {
     void release() noexcept;
     RegexStatus replace(StrSegment subject, StrSegment replacement, Str& out, bool all, unsigned* replaced,
                         const RegexLimits& limits) const;
-    // A match with PCRE2 option bits of the caller's (the iterator's empty-match retry).
+    // A match with PCRE2 option bits of the caller's (the iterator's empty-match retry), or
+    // kSubjectValidUtf8 alone.
     RegexStatus matchWith(StrSegment subject, size_type offset, std::uint32_t matchOptions, RegexMatch& m,
                           const RegexLimits& limits) const;
+    // A bit PCRE2 does not use for match options: the subject is known to be valid UTF-8.
+    static constexpr std::uint32_t kSubjectValidUtf8 = 1u << 31;
 
     pcre2_real_code_8* _code = nullptr;
     pcre2_real_code_8* _invalidUtfCode = nullptr;  // REGEX_UTF: for subjects that are not UTF-8
@@ -239,7 +272,7 @@ class RegexMatchIterator {
     bool next();
     const RegexMatch& match() const noexcept { return _match; }  // the current match
     // REGEX_MATCH while matches come, REGEX_NO_MATCH at the end, or what stopped it.
-    RegexStatus status() const noexcept { return _status; }
+    RegexResult status() const noexcept { return _status; }
 
   private:
     const Regex& _regex;
@@ -281,7 +314,7 @@ class RegexCache {
     // reference count changed while `m` keeps matching with the same pattern. `m` holds the
     // compiled pattern for as long as it refers to it. REGEX_ERROR, with the message in
     // `error`, when the pattern does not compile.
-    RegexStatus match(StrSegment pattern, unsigned options, StrSegment subject, size_type offset,
+    RegexResult match(StrSegment pattern, unsigned options, StrSegment subject, size_type offset,
                       RegexMatch& m, const RegexLimits& limits = {}, Str* error = nullptr);
 
     // What the lookups that reached the generations found.
@@ -299,7 +332,7 @@ class RegexCache {
 
   private:
     struct State;
-    [[gnu::noinline]] RegexStatus matchSlowly(StrSegment pattern, unsigned options, StrSegment subject,
+    [[gnu::noinline]] RegexResult matchSlowly(StrSegment pattern, unsigned options, StrSegment subject,
                                               size_type offset, RegexMatch& m, const RegexLimits& limits,
                                               Str* error);
     std::unique_ptr<State> _state;

@@ -133,7 +133,7 @@ RegexCache::RegexCache(std::size_t generationSize) : _state(std::make_unique<Sta
 
 RegexCache::~RegexCache() = default;
 
-RegexStatus RegexCache::match(StrSegment pattern, unsigned options, StrSegment subject, size_type offset,
+RegexResult RegexCache::match(StrSegment pattern, unsigned options, StrSegment subject, size_type offset,
                               RegexMatch& m, const RegexLimits& limits, Str* error) {
     // From the memo the pattern is borrowed: the memo keeps it alive through this call, and m
     // takes a reference of its own only when it did not already hold this very pattern.
@@ -148,7 +148,7 @@ RegexStatus RegexCache::match(StrSegment pattern, unsigned options, StrSegment s
     return matchSlowly(pattern, options, subject, offset, m, limits, error);
 }
 
-RegexStatus RegexCache::matchSlowly(StrSegment pattern, unsigned options, StrSegment subject,
+RegexResult RegexCache::matchSlowly(StrSegment pattern, unsigned options, StrSegment subject,
                                     size_type offset, RegexMatch& m, const RegexLimits& limits, Str* error) {
     std::shared_ptr<const Regex> regex = get(pattern, options, error);
     if (regex == nullptr) {

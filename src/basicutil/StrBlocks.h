@@ -2,6 +2,7 @@
 // a portable two-word version elsewhere.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -44,6 +45,39 @@ inline unsigned equalMask(const char* p, char c) {
     return m;
 }
 #endif
+
+// How many of the bytes in `count` blocks at p equal c.
+inline std::size_t countEqual(const char* p, std::size_t count, char c) {
+    std::size_t total = 0;
+#if defined(__SSE2__)
+    // Each equal byte subtracts -1 from its lane; at most 255 blocks before a lane could wrap,
+    // then the lanes are summed.
+    const __m128i needle = _mm_set1_epi8(c);
+    while (count > 0) {
+        const std::size_t run = count < 255 ? count : 255;
+        __m128i lanes = _mm_setzero_si128();
+        for (std::size_t i = 0; i < run; ++i, p += kBlock)
+            lanes = _mm_sub_epi8(lanes, _mm_cmpeq_epi8(load(p), needle));
+        const __m128i sums = _mm_sad_epu8(lanes, _mm_setzero_si128());
+        total += static_cast<std::size_t>(_mm_cvtsi128_si64(sums)) +
+                 static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sums, sums)));
+        count -= run;
+    }
+#else
+    // Eight bytes at a time: a byte of x is zero where the text holds c; adding 0x7f to each
+    // byte's low seven bits sets its top bit unless all eight bits were zero.
+    constexpr std::uint64_t kLow7 = 0x7f7f7f7f7f7f7f7fULL, kOnes = 0x0101010101010101ULL;
+    const std::uint64_t pattern = kOnes * static_cast<unsigned char>(c);
+    for (const char* const end = p + count * kBlock; p < end; p += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, p, 8);
+        const std::uint64_t x = word ^ pattern;
+        const std::uint64_t hits = ~((((x & kLow7) + kLow7) | x) | kLow7) >> 7;  // 1 in each byte equal to c
+        total += static_cast<std::size_t>((hits * kOnes) >> 56);
+    }
+#endif
+    return total;
+}
 
 // Swaps the case of the letters `first` ('A' or 'a') to `first` + 25 in the 16 bytes at p, all
 // of which are below 0x80.

@@ -44,8 +44,10 @@ StrSegment clip(StrSegment s, size_type pos, size_type n) {
 }  // namespace
 
 size_type countByte(StrSegment s, char c, size_type pos, size_type n) noexcept {
-    size_type count = 0;
-    for (char b : clip(s, pos, n).view()) count += b == c;
+    const StrSegment range = clip(s, pos, n);
+    const size_type blocks = range.size() / blocks::kBlock;
+    size_type count = blocks::countEqual(range.data(), blocks, c);
+    for (const char* p = range.data() + blocks * blocks::kBlock; p < range.end(); ++p) count += *p == c;
     return count;
 }
 

@@ -103,8 +103,14 @@ void truncateBlocks(StrSegment& view, size_type n) noexcept {
 }
 
 bool isValidUtf8Scalar(StrSegment s) noexcept {
-    const auto* p = reinterpret_cast<const unsigned char*>(s._data);
+    return validLengthScalar(s) == s._len;
+}
+
+size_type validLengthScalar(StrSegment s) noexcept {
+    const auto* const begin = reinterpret_cast<const unsigned char*>(s._data);
+    const auto* p = begin;
     const auto* const end = p + s._len;
+    const auto stop = [&p, begin] { return static_cast<size_type>(p - begin); };
     while (p < end) {
         if (end - p >= blocks::kBlock && blocks::isAscii(reinterpret_cast<const char*>(p))) {
             p += blocks::kBlock;
@@ -124,22 +130,26 @@ bool isValidUtf8Scalar(StrSegment s) noexcept {
         else if (lead >= 0xF0 && lead <= 0xF4)
             n = 4;
         else
-            return false;
+            return stop();
         if (lead == 0xF0) low = 0x90;
         if (lead == 0xF4) high = 0x8F;
-        if (end - p < n) return false;
-        if (p[1] < low || p[1] > high) return false;
+        if (end - p < n) return stop();
+        if (p[1] < low || p[1] > high) return stop();
         for (unsigned k = 2; k < n; ++k)
-            if ((p[k] & 0xC0) != 0x80) return false;
+            if ((p[k] & 0xC0) != 0x80) return stop();
         p += n;
     }
-    return true;
+    return stop();
 }
 
 }  // namespace utf8_details
 
 void utf8_character_count_truncate(StrSegment& view, size_type n) noexcept {
     utf8_details::truncateBlocks(view, n);
+}
+
+size_type utf8ValidLength(StrSegment s) noexcept {
+    return isValidUtf8(s) ? s._len : utf8_details::validLengthScalar(s);
 }
 
 bool isValidUtf8(StrSegment s) noexcept {

@@ -29,6 +29,9 @@ size_type utf8DisplayWidth(StrSegment s) noexcept;
 // 0xF0 and at most 0x8F after 0xF4. Three-byte forms are not checked further, so E0 80 80 and
 // the surrogates pass.
 bool isValidUtf8(StrSegment s) noexcept;
+// The length of the longest start of `s` that is valid by those rules: s.size() when all of it
+// is, else the offset of the first byte that is not part of a valid sequence.
+size_type utf8ValidLength(StrSegment s) noexcept;
 // Writes the UTF-8 form of cp (>= 0x80) and returns its length, or 0 above U+10FFFF. Surrogates
 // are encoded like any other value. buffer needs 4 bytes.
 unsigned _set(char* buffer, std::uint32_t codepoint) noexcept;

@@ -8,6 +8,8 @@ namespace basicutil::utf8_details {
 
 // isValidUtf8 byte by byte (16-byte ASCII blocks skipped).
 bool isValidUtf8Scalar(StrSegment s) noexcept;
+// The bytes of whole valid sequences at the start, by isValidUtf8's rules.
+size_type validLengthScalar(StrSegment s) noexcept;
 // The same rules, 32 bytes at a time with AVX2 lookup tables; only where platform::cpuHasAvx2().
 bool isValidUtf8Avx2(StrSegment s) noexcept;
 

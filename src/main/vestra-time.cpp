@@ -77,7 +77,7 @@ int dateCommand(const std::string& zoneName, bool zoneGiven, const std::string& 
     const TimeFormat compiled{StrSegment(text)};
     if (!compiled.valid()) {
         diagnose("'" + text + "': not a time format");
-        return kNegative;
+        return kUsage;
     }
     Str out;
     compiled.render(tv, *zone, out, TimeFormat::SentinelText::CALENDAR);
@@ -93,7 +93,7 @@ int strptimeCommand(const std::string& format, const std::string& text, const st
     const TimeFormat compiled{StrSegment(format)};
     if (!compiled.valid()) {
         diagnose("'" + format + "': not a time format");
-        return kNegative;
+        return kUsage;
     }
     TimeFormatRawParseResult parsed;
     if (!compiled.rawParse(StrSegment(text), parsed)) {

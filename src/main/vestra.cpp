@@ -5,16 +5,20 @@
 //   vestra hexdump file.bin          vestra utf8 validate notes.txt
 //
 // Output goes to standard output, diagnostics to standard error after "vestra: ". Exit status: 0
-// on success, 1 when the answer is negative or the input is bad, 2 on a usage error.
+// on success, 1 when the answer is negative or the input is bad, 2 on a usage error (arguments,
+// a format or a pattern that cannot be used), when a limit stopped a match, or when memory ran out.
 #include <CLI/CLI.hpp>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
+#include <new>
 #include <sstream>
 #include <string>
 
+#include "basicutil/Assert.h"
 #include "basicutil/File.h"
 #include "basicutil/Platform.h"
 #include "basicutil/Thread.h"
@@ -24,8 +28,6 @@
 namespace vestra::tool {
 
 namespace {
-
-constexpr std::size_t kBlock = 64 * 1024;
 
 // Writes all of it to a descriptor; false on failure (errno set).
 bool writeAll(int fd, const char* p, std::size_t n) {
@@ -48,24 +50,48 @@ Output& out() {
     return output;
 }
 
-void Output::write(std::string_view text) {
-    _buffer.append(text);
-    if (_buffer.size() >= kBlock) static_cast<void>(flush());
+Output::Output() : _buffer(new char[kBlock]) {}
+
+Output::~Output() {
+    static_cast<void>(flush());
 }
 
-bool Output::flush() {
-    if (!_failed && !_buffer.empty() && !writeAll(1, _buffer.data(), _buffer.size())) {
+bool Output::writeOut(const char* data, std::size_t length) {
+    if (_failed || length == 0) return !_failed;
+    if (!writeAll(1, data, length)) {
         _failed = true;
         char text[128];
         diagnose(std::string("writing standard output: ") +
                  basicutil::platform::errorText(errno, text, sizeof text));
     }
-    _buffer.clear();
     return !_failed;
 }
 
-Output::~Output() {
+void Output::write(std::string_view text) {
+    if (text.size() <= kBlock - _used) {
+        std::memcpy(_buffer.get() + _used, text.data(), text.size());
+        _used += text.size();
+        return;
+    }
     static_cast<void>(flush());
+    if (text.size() < kBlock) {
+        std::memcpy(_buffer.get(), text.data(), text.size());
+        _used = text.size();
+    } else {
+        static_cast<void>(writeOut(text.data(), text.size()));
+    }
+}
+
+char* Output::room(std::size_t n) {
+    VESTRA_ASSERT(n <= kBlock);
+    if (n > kBlock - _used) static_cast<void>(flush());
+    return _buffer.get() + _used;
+}
+
+bool Output::flush() {
+    const bool ok = writeOut(_buffer.get(), _used);
+    _used = 0;
+    return ok;
 }
 
 void diagnose(std::string_view text) {
@@ -87,34 +113,39 @@ bool forEachChunk(const std::string& path, const std::function<void(std::string_
         diagnose(st.text().view());
         return false;
     }
-    std::string buffer(kBlock, '\0');
+    const std::unique_ptr<char[]> buffer(new char[kInputBlock]);
     bool ok = true;
     for (;;) {
         std::size_t got = 0;
-        if (basicutil::FileStatus st = fd.readSome(buffer.data(), buffer.size(), got); !st) {
+        if (basicutil::FileStatus st = fd.readSome(buffer.get(), kInputBlock, got); !st) {
             diagnose(st.text().view());
             ok = false;
             break;
         }
         if (got == 0) break;
-        chunk(std::string_view(buffer.data(), got));
+        chunk(std::string_view(buffer.get(), got));
     }
     if (path == "-") static_cast<void>(fd.release());  // standard input stays open
     return ok;
 }
 
 bool forEachLine(const std::string& path, const std::function<void(std::string_view)>& line) {
-    std::string pending;
+    std::string pending;  // a line that crosses blocks: the only text kept beyond the block
     const bool ok = forEachChunk(path, [&](std::string_view chunk) {
         std::size_t start = 0;
-        for (std::size_t nl; (nl = chunk.find('\n', start)) != std::string_view::npos; start = nl + 1) {
+        for (const char* nl; (nl = static_cast<const char*>(std::memchr(chunk.data() + start, '\n',
+                                                                        chunk.size() - start))) != nullptr;) {
+            const std::size_t end = static_cast<std::size_t>(nl - chunk.data()) + 1;
             if (pending.empty()) {
-                line(chunk.substr(start, nl + 1 - start));
+                line(chunk.substr(start, end - start));
             } else {
-                pending.append(chunk.substr(start, nl + 1 - start));
+                pending.append(chunk.substr(start, end - start));
                 line(pending);
                 pending.clear();
+                if (pending.capacity() > kInputBlock)
+                    std::string().swap(pending);  // a long line's memory goes with it
             }
+            start = end;
         }
         pending.append(chunk.substr(start));
     });
@@ -124,9 +155,25 @@ bool forEachLine(const std::string& path, const std::function<void(std::string_v
 
 namespace {
 
+// The subcommands chosen, as the user typed them ("vestra utf8"), for "see: ... --help".
+std::string chosenCommand(const CLI::App& app) {
+    std::string name = app.get_name();
+    const CLI::App* at = &app;
+    for (;;) {
+        const std::vector<const CLI::App*> chosen =
+            at->get_subcommands([](const CLI::App* s) { return s->parsed(); });
+        if (chosen.empty()) break;
+        at = chosen.front();
+        name += " " + at->get_name();
+    }
+    return name;
+}
+
 int run(int argc, char** argv) {
     CLI::App app{
         "vestra: the library's formats, zones, logs, dumps, text and patterns from a shell.\n"
+        "Exit status: 0 success, 1 a negative answer or bad input, 2 bad usage (arguments, a format,\n"
+        "a pattern), a limit hit, or memory exhausted.\n"
         "Example: vestra printf '%5.2f|%-4s|\\n' 3.14159 ab",
         "vestra"};
     app.set_version_flag("--version", std::string("vestra ") + basicutil::libraryVersion());
@@ -136,6 +183,16 @@ int run(int argc, char** argv) {
     addTextCommands(app, context);
     addTimeCommands(app, context);
     addLogCommands(app, context);
+    if (argc >= 2 && argv[1][0] != '-' &&
+        app.get_subcommands([argv](const CLI::App* s) { return s->get_name() == argv[1]; }).empty()) {
+        diagnose(std::string("unknown subcommand '") + argv[1] + "' (see: vestra --help)");
+        return kUsage;
+    }
+    // printf's words are its format and arguments, whatever they look like ("-x", "-inf").
+    if (argc >= 3 && std::string_view(argv[1]) == "printf" && std::string_view(argv[2]) != "--help" &&
+        std::string_view(argv[2]) != "-h") {
+        return printfArguments(std::vector<std::string>(argv + 2, argv + argc), context);
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -146,7 +203,7 @@ int run(int argc, char** argv) {
             out().write(help.str());
             return kOk;
         }
-        diagnose(std::string(e.what()) + " (see: vestra --help)");
+        diagnose(std::string(e.what()) + " (see: " + chosenCommand(app) + " --help)");
         return kUsage;
     }
     return context.status;
@@ -159,6 +216,11 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
     // The process's own thread is a Thread like any other: %t in a rendered line names it.
     basicutil::EmptyMainThread mainThread;
-    const int status = vestra::tool::run(argc, argv);
-    return vestra::tool::finish(status);
+    try {
+        const int status = vestra::tool::run(argc, argv);
+        return vestra::tool::finish(status);
+    } catch (const std::bad_alloc&) {
+        vestra::tool::diagnose("memory exhausted");
+        return vestra::tool::kUsage;
+    }
 }

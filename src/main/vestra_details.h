@@ -1,12 +1,18 @@
 // What the vestra tool's subcommands share: buffered standard output, streamed input, the
 // "vestra: " diagnostics and the exit statuses.
+//
+// Memory stays bounded whatever the input: input is read in blocks into one buffer, a line is
+// handed over where it lies in that buffer (only a line that crosses blocks is gathered), and
+// output that does not fit the output buffer goes straight out.
 #pragma once
 
 #include <CLI/CLI.hpp>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "basicutil/Str.h"
 
@@ -14,26 +20,46 @@ namespace vestra::tool {
 
 inline constexpr int kOk = 0;
 inline constexpr int kNegative = 1;  // a negative answer or bad input
-inline constexpr int kUsage = 2;
+inline constexpr int kUsage = 2;     // bad usage: arguments, a format, a pattern
+
+// The size of the output buffer, and of the input block: large enough that a read costs little
+// beside the copy it makes, small enough to stay in the processor's caches.
+inline constexpr std::size_t kBlock = 64 * 1024;
+inline constexpr std::size_t kInputBlock = 256 * 1024;
 
 // Set by the subcommand that ran.
 struct Context {
     int status = kOk;
 };
 
-// Standard output, written in large blocks; a write error (a closed pipe, a full disk) is
-// reported once and turns the exit status to 1.
+// Standard output in blocks of kBlock: a text that fits is copied into the buffer, a larger one
+// is written out directly after what the buffer holds. A write error (a closed pipe, a full
+// disk) is reported once; the output is dropped from then on and the exit status becomes 1.
 class Output {
   public:
+    Output();
+    ~Output();
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
     void write(std::string_view text);
     void write(const basicutil::Str& text) { write(text.view()); }
     void write(const char* text) { write(std::string_view(text)); }
     void write(const std::string& text) { write(std::string_view(text)); }
+    // The same, for the printf engine (PrintfOutput): large renderings stream through.
+    void append(const char* data, std::size_t length) { write(std::string_view(data, length)); }
+    // Room for `n` bytes (at most kBlock) at the buffer's end, to be filled in place and then
+    // taken with commit(n).
+    char* room(std::size_t n);
+    void commit(std::size_t n) noexcept { _used += n; }
+    // Writes out what the buffer holds; false once a write has failed.
     bool flush();
-    ~Output();
 
   private:
-    std::string _buffer;
+    bool writeOut(const char* data, std::size_t length);
+
+    std::unique_ptr<char[]> _buffer;
+    std::size_t _used = 0;
     bool _failed = false;
 };
 Output& out();
@@ -44,11 +70,15 @@ void diagnose(std::string_view text);
 // Flushes standard output and returns the status to exit with.
 int finish(int status);
 
-// Calls `chunk` with the bytes of `path` ("-": standard input) in blocks of up to 64 KiB, in
+// Calls `chunk` with the bytes of `path` ("-": standard input) in blocks of up to kInputBlock, in
 // order. False, with the reason diagnosed, when the file cannot be read.
 bool forEachChunk(const std::string& path, const std::function<void(std::string_view)>& chunk);
 // The same, one line at a time with its "\n" (a last line may lack it).
 bool forEachLine(const std::string& path, const std::function<void(std::string_view)>& line);
+
+// vestra printf with the words after "printf": the format, then its arguments, whatever they
+// look like (a "--" before the format is skipped). Only "printf --help" is parsed as an option.
+int printfArguments(std::vector<std::string> arguments, Context& context);
 
 void addTextCommands(CLI::App& app, Context& context);
 void addTimeCommands(CLI::App& app, Context& context);

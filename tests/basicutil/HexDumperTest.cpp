@@ -55,6 +55,34 @@ TEST(HexDumperTest, AsHexdumpWritesIt) {
     std::printf("%zu dumps compared with hexdump -C -v\n", compared);
 }
 
+// A dump streamed in pieces is the dump of the whole; offsets past 4 GiB take more digits.
+TEST(HexDumperTest, StreamedPiecesMakeTheWholeDump) {
+    std::string bytes(1000, '\0');
+    std::mt19937 rng(3);
+    for (char& c : bytes) c = static_cast<char>(rng());
+    Str whole, streamed;
+    HexDumper_to_Str(whole).do_dump(bytes.data(), bytes.size());
+    HexDumper_to_Str pieces(streamed);
+    std::uint64_t offset = 0;
+    for (std::size_t lines : {1u, 5u, 0u, 40u, 16u}) {
+        pieces.dumpLines(bytes.data() + offset, 16 * lines, offset);
+        offset += 16 * lines;
+    }
+    pieces.dumpLines(bytes.data() + offset, bytes.size() - offset, offset);
+    pieces.lengthLine(bytes.size());
+    EXPECT_EQ(streamed.view(), whole.view());
+
+    StrVector far;
+    HexDumper_to_StrVector sink(far);
+    sink.dumpLines("0123456789abcdefXY", 18, 0xfffffff0u);
+    sink.lengthLine(0x123456789abcdefULL);
+    ASSERT_EQ(far.size(), 3u);
+    EXPECT_EQ(far[0].view(),
+              "fffffff0  30 31 32 33 34 35 36 37  38 39 61 62 63 64 65 66  |0123456789abcdef|");
+    EXPECT_EQ(far[1].view(), "100000000  58 59                                             |XY|");
+    EXPECT_EQ(far[2].view(), "123456789abcdef");
+}
+
 TEST(HexDumperTest, SinksTakeOneLineEach) {
     const std::string bytes = "0123456789abcdefXYZ";
     StrVector lines;

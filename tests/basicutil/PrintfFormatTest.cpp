@@ -192,18 +192,22 @@ TEST(PrintfFormatTest, UnusableArgumentsPrintTheConversionByteForByte) {
     struct Case {
         const char* format;
         unsigned options;
-    } cases[] = {
-        {"%i", 0},  {"%'x", 0},    {"%-08.3ld", 0}, {"%+ 5.2f", 0}, {"%0-5hhu", 0},
-        {"%#o", 0}, {"%lld", 0},   {"%zu", 0},      {"%jd", 0},     {"%I64X", 0},
-        {"%ws", 0}, {"%c", 0},     {"%p", 0},       {"%.e", 0},     {"%p", PrintfFormatAtom::OPTION_POINTERS},
-        {"%*d", 0}, {"%-*.*s", 0}, {"%  ++d", 0}};
+    } cases[] = {{"%i", 0},      {"%'x", 0},     {"%-08.3ld", 0},
+                 {"%+ 5.2f", 0}, {"%0-5hhu", 0}, {"%#o", 0},
+                 {"%lld", 0},    {"%zu", 0},     {"%jd", 0},
+                 {"%I64X", 0},   {"%ws", 0},     {"%c", 0},
+                 {"%p", 0},      {"%.e", 0},     {"%p", PrintfFormatAtom::OPTION_POINTERS},
+                 {"%*d", 0},     {"%-*.*s", 0},  {"%  ++d", 0},
+                 {"%S", 0},      {"%wS", 0},     {"%-5.2S", 0},
+                 {"%*wS", 0}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.format);
         const std::string written = c.format;
         const std::array<PrintfArg, 1> wrongKind{PrintfArg(std::string_view("text"))};
         for (std::span<const PrintfArg> args :
              {std::span<const PrintfArg>(), std::span<const PrintfArg>(wrongKind)}) {
-            if (written.back() == 's' && !args.empty()) continue;  // a string is the right kind for %s
+            if ((written.back() == 's' || written.back() == 'S') && !args.empty())
+                continue;  // a string is the right kind for %s and %S
             Str once, parsed;
             appendPrintf(PrintfOutput(once), StrSegment(c.format), args, c.options);
             PrintfFormat(StrSegment(c.format), c.options).appendTo(PrintfOutput(parsed), args);

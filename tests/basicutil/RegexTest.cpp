@@ -8,6 +8,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "support/LogCapture.h"
@@ -110,6 +111,9 @@ const Case kCases[] = {
     {"\\bword\\b", 0, "a word.", 0},
     {"(?i)straße", REGEX_UTF, "STRASSE STRAßE", 0},
     {std::string_view("a\0b", 3).data(), 0, std::string_view("xa\0b", 4), 0},
+    {"(*NO_JIT)b+", 0, "abbc", 0},  // no JIT code is made: the interpreter answers
+    {"(*NO_JIT)(\\w)\\w", REGEX_UTF, "\xc3\xa9t", 0},
+    {"(*NO_JIT)x", 0, "abc", 0},
 };
 
 TEST(RegexTest, SpansAgreeWithPcre2) {
@@ -122,7 +126,7 @@ TEST(RegexTest, SpansAgreeWithPcre2) {
         ASSERT_NE(oracle.code, nullptr);
         const auto expected = oracle.spans(c.subject, c.offset);
         RegexMatch m;
-        const RegexStatus status = re.match(c.subject, c.offset, m);
+        const RegexStatus status = re.match(c.subject, c.offset, m).status();
         ASSERT_EQ(status, expected.empty() ? REGEX_NO_MATCH : REGEX_MATCH);
         if (expected.empty()) continue;
         ASSERT_EQ(m.size(), expected.size());
@@ -140,6 +144,54 @@ TEST(RegexTest, SpansAgreeWithPcre2) {
 }
 
 // A NUL inside the pattern is a character, not its end: the table's last case, spelled out.
+// Only a match is true: a limit or an error is neither a match nor "no match".
+TEST(RegexTest, ResultsTellAMatchFromEverythingElse) {
+    static_assert(!std::is_convertible_v<RegexResult, bool>, "explicit only");
+    static_assert(!std::is_convertible_v<RegexResult, int>, "no arithmetic on results");
+    for (const RegexStatus status : {REGEX_MATCH, REGEX_NO_MATCH, REGEX_LIMIT, REGEX_ERROR}) {
+        EXPECT_EQ(static_cast<bool>(RegexResult(status)), status == REGEX_MATCH) << status;
+        EXPECT_TRUE(RegexResult(status) == status);
+    }
+    Regex re;
+    ASSERT_TRUE(re.compile("(a+)+$"));
+    RegexMatch m;
+    const std::string subject = std::string(40, 'a') + "b";
+    RegexLimits tight;
+    tight.matchLimit = 1000;
+    const RegexResult limited = re.match(subject, 0, m, tight);
+    EXPECT_FALSE(limited);
+    EXPECT_EQ(limited, REGEX_LIMIT);
+    EXPECT_EQ(re.matches(subject, tight), REGEX_LIMIT);
+    EXPECT_EQ(re.match("abc", 9, m), REGEX_ERROR);  // an offset past the subject
+    EXPECT_FALSE(re.match("abc", 9, m));
+    EXPECT_TRUE(re.matches("xaa"));
+    EXPECT_TRUE(re.jitCompiled());
+    ASSERT_TRUE(re.compile("(*NO_JIT)a+"));
+    EXPECT_FALSE(re.jitCompiled());
+    EXPECT_TRUE(re.matches("xaa"));
+}
+
+// A subject known to be valid UTF-8 skips the check, and matches as any other.
+TEST(RegexTest, KnownValidSubjectsMatchAsAnyOther) {
+    for (const char* pattern : {"(\\w)(.)\\b", "\\W+", "caf.", "x*"}) {
+        for (const unsigned options :
+             {unsigned{REGEX_UTF}, unsigned{REGEX_DEFAULT}, unsigned{REGEX_UTF | REGEX_NO_JIT}}) {
+            Regex re;
+            ASSERT_TRUE(re.compile(pattern, options));
+            for (std::string_view subject : {"caf\xc3\xa9 au lait", "", "\xe2\x82\xac 5"}) {
+                RegexMatch a, b;
+                const RegexResult checked = re.match(subject, 0, a),
+                                  trusted = re.matchValidUtf8(subject, 0, b);
+                ASSERT_EQ(checked, trusted) << pattern << " on " << subject;
+                if (checked) {
+                    EXPECT_EQ(a.begin(0), b.begin(0));
+                    EXPECT_EQ(a.end(0), b.end(0));
+                }
+            }
+        }
+    }
+}
+
 TEST(RegexTest, PatternsAndSubjectsAreBytes) {
     Regex re;
     ASSERT_TRUE(re.compile(StrSegment("a\0b", 3)));
@@ -242,7 +294,7 @@ TEST(RegexTest, IterationAgreesWithGlobalSubstitution) {
         const Oracle oracle(c.pattern, pcre2Flags(c.options));
         Str ours;
         unsigned count = 0;
-        ASSERT_GE(re.replaceAll(c.subject, "[$0]", ours, &count), REGEX_NO_MATCH);
+        ASSERT_GE(re.replaceAll(c.subject, "[$0]", ours, &count).status(), REGEX_NO_MATCH);
         EXPECT_EQ(ours.view(), oracle.substitute(c.subject, "[$0]", true));
         unsigned iterated = 0;
         RegexMatchIterator it(re, c.subject);
@@ -278,9 +330,9 @@ TEST(RegexTest, Substitution) {
         EXPECT_TRUE(re.checkReplacement(c.replacement));
         Str out("<");
         unsigned count = 99;
-        const RegexStatus status = c.all ? re.replaceAll(c.subject, c.replacement, out, &count)
+        const RegexResult result = c.all ? re.replaceAll(c.subject, c.replacement, out, &count)
                                          : re.replaceFirst(c.subject, c.replacement, out, &count);
-        EXPECT_EQ(status, c.count > 0 ? REGEX_MATCH : REGEX_NO_MATCH);
+        EXPECT_EQ(result.status(), c.count > 0 ? REGEX_MATCH : REGEX_NO_MATCH);
         EXPECT_EQ(out.view(), std::string("<") + c.expected);
         EXPECT_EQ(count, c.count);
     }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 
 #include "basicutil/Platform.h"
@@ -40,6 +41,22 @@ TEST(StrSearchTest, SearchingAndCounting) {
 
 // The vector paths find the first line end exactly as a byte loop does: every length up to 300,
 // every alignment within 32 bytes, "\n" or "\r" at every position, and every starting offset.
+// Counting in blocks agrees with counting byte by byte at every length and offset.
+TEST(StrSearchTest, CountingBytesInBlocks) {
+    std::mt19937 rng(9);
+    std::string text(5000, '\0');
+    for (char& c : text) c = "\n\nab\xff\x0a\x8a"[rng() % 7];
+    for (int round = 0; round < 300; ++round) {
+        const std::size_t pos = rng() % 64, n = rng() % 4900;
+        for (char c : {'\n', 'a', '\xff', '\x8a'}) {
+            std::size_t expected = 0;
+            for (std::size_t i = pos; i < pos + n; ++i) expected += text[i] == c;
+            ASSERT_EQ(countByte(StrSegment(text), c, pos, n), expected) << pos << "+" << n;
+        }
+    }
+    EXPECT_EQ(countByte(StrSegment(std::string(70000, '\n')), '\n'), 70000u);  // past a lane's 255 blocks
+}
+
 TEST(StrSearchTest, LineEndVectorPathsAgree) {
     std::string buffer(400, 'x');
     const bool avx2 = platform::cpuHasAvx2();

@@ -78,6 +78,19 @@ TEST(StrUtf8Test, Validity) {
                  {"\xED\xA0\x80", true}};  // nor for surrogates
     for (const Case& c : cases)
         EXPECT_EQ(isValidUtf8(StrSegment(c.text)), c.valid) << testing::PrintToString(c.text);
+    // The valid length is the longest start that isValidUtf8 accepts, whatever follows it.
+    std::mt19937 rng(5);
+    const std::string pieces[] = {"a",    "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80",
+                                  "\xFF", "\x80",     "\xE2\x82",     "\xC3"};
+    for (int round = 0; round < 500; ++round) {
+        std::string text;
+        const int count = static_cast<int>(rng() % 40);
+        for (int i = 0; i < count; ++i) text += pieces[rng() % (rng() % 4 == 0 ? 8 : 4)];
+        std::size_t longest = 0;
+        for (std::size_t n = 0; n <= text.size(); ++n)
+            if (isValidUtf8(StrSegment(text.data(), n))) longest = n;
+        ASSERT_EQ(utf8ValidLength(StrSegment(text)), longest) << testing::PrintToString(text);
+    }
 }
 
 TEST(StrUtf8Test, EncodingWithSet) {

@@ -36,6 +36,18 @@ for args in "'%5.2f|%-4s|%x|%d\n' 3.14159 ab 255 -7" "'%s-%s\n' a b c" "'%08.3e|
     same_as "printf $args" "env printf $args" -- printf "$@"
 done
 
+# Integers are 64-bit, a missing argument is empty or zero, and arguments are never options.
+for args in "'%d|%u|%x|%o|%hhd|%ld\n' 3000000000 -1 -1 -1 300 5" "'%d|%s|%f|%x|%c|\n' 5" "'%s|%s|%s|%s\n' -x -inf --help --" \
+    "'%d|\n' ''" "'%s\n' -- a"; do
+    eval "set -- $args"
+    same_as "printf $args" "env printf $args" -- printf "$@"
+done
+status "printf: out of range" 1 "^vestra: '99999999999999999999': Numerical result out of range" -- printf '%d' 99999999999999999999
+[ "$(cat "$out/ours")" = 9223372036854775807 ] || fail "printf: an out-of-range argument prints the limit"
+status "printf: not completely converted" 1 "^vestra: '1.5': value not completely converted" -- printf '%d' 1.5
+status "printf: a bad conversion" 2 "^vestra: %k: invalid conversion specification" -- printf 'a%kb'
+[ -s "$out/ours" ] && fail "printf: nothing is written for a bad format"
+
 # --- date, against date(1) ---
 for zone in UTC Europe/Paris America/New_York Asia/Kolkata Australia/Lord_Howe; do
     for t in 1 1700000000 -86400 1710054000 2147483648; do
@@ -71,6 +83,29 @@ done
 head -c 70000 /dev/urandom >"$out/in"
 "$vestra" hexdump - <"$out/in" >"$out/ours" && hexdump -C -v "$out/in" | cmp -s - "$out/ours" || fail "hexdump from standard input"
 
+# Input arrives in pieces of any size: escapes, characters and dump lines cut between reads.
+slowly() { for piece in "$@"; do printf '%b' "$piece"; sleep 0.02; done; }
+[ "$(slowly 'a%' '4' '1b+c%' 'e2%8' '2%ac' | "$vestra" url decode)" = "aAb c$(printf '\342\202\254')" ] || fail "url decode across reads"
+[ "$(slowly 'caf\303' '\251 \303' '\251' | "$vestra" utf8 upper)" = "CAF$(printf '\303\211') $(printf '\303\211')" ] ||
+    fail "utf8 upper across reads"
+slowly '0123456789' 'abcdefghij' 'klmnopqrstuvwxyz' | "$vestra" hexdump - >"$out/ours"
+printf '0123456789abcdefghijklmnopqrstuvwxyz' | hexdump -C -v | cmp -s - "$out/ours" || fail "hexdump across reads"
+[ "$(slowly 'ab,c' 'd\nxy' 'z\n' | "$vestra" csv quote | tr '\n' '|')" = '"ab,cd"|xyz|' ] || fail "csv quote across reads"
+
+# Memory stays bounded whatever the size of the output or of a line (not under AddressSanitizer,
+# which cannot run under a memory limit).
+if [ -z "${ASAN_OPTIONS:-}" ]; then
+    bounded() { (ulimit -v 150000 && "$@"); }
+    [ "$(bounded "$vestra" printf '%400000000d' 7 | tail -c 1)" = 7 ] || fail "printf: a wide field streams"
+    head -c 300000000 /dev/zero | tr '\0' 'a' >"$out/line"
+    [ "$(bounded "$vestra" url decode "$out/line" | wc -c)" = 300000000 ] || fail "url decode: a long line streams"
+    [ "$(printf ',' | cat - "$out/line" | bounded "$vestra" csv quote | wc -c)" = 300000004 ] ||
+        fail "csv quote: a long line streams once it needs quotes"
+    bounded "$vestra" regex x "$out/line" >/dev/null 2>"$out/err"
+    [ $? -eq 2 ] && grep -qx "vestra: memory exhausted" "$out/err" || { fail "regex: memory exhausted"; cat "$out/err"; }
+    rm -f "$out/line"
+fi
+
 # --- text ---
 printf 'h\303\251llo w\303\266rld\n\344\270\255\346\226\207\n' >"$out/text"
 [ "$("$vestra" utf8 count "$out/text")" = 15 ] || fail "utf8 count"
@@ -82,6 +117,24 @@ printf 'h\303\251llo w\303\266rld\n\344\270\255\346\226\207\n' >"$out/text"
 [ "$(printf 'a,"b"\n' | "$vestra" csv quote)" = '"a,""b"""' ] || fail "csv quote"
 printf 'user bob@example.com\nnone\nann@x.org\n' >"$out/mail"
 [ "$("$vestra" regex -o '\w+@\S+' "$out/mail" | tr '\n' ' ')" = "bob@example.com ann@x.org " ] || fail "regex -o"
+[ "$(printf 'abc\nxyz\n' | "$vestra" regex -o 'x*')" = x ] || fail "regex -o prints no empty match"
+[ "$(printf 'caf\303\251\n' | "$vestra" regex -o 'f.$')" = "f$(printf '\303\251')" ] || fail "regex: . is a character"
+[ "$(printf 'bad \377 \303\251\nok\n' | "$vestra" regex "$(printf '\303\251|ok')" | wc -l)" = 2 ] ||
+    fail "regex: invalid UTF-8 is searched"
+[ "$(printf 'a\377b\n' | "$vestra" regex --json "$(printf '\377')")" = '{"line":1,"offset":1,"match":"\u00ff","groups":{}}' ] ||
+    fail "regex --json: a byte that is no UTF-8"
+printf 'aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaab\nzz\n' >"$out/limit"
+status "regex: a limit stops a line" 2 "^vestra: line 1: match limit exceeded" -- regex '(a+)+$|zz' "$out/limit"
+grep -qx zz "$out/ours" || fail "regex: the other lines are still searched"
+# Lines searched as one run must find what line-by-line matching finds (grep -P's answers here).
+awk 'BEGIN { srand(7); for (i = 0; i < 20000; i++) { n = int(rand() * 12); s = "";
+    for (j = 0; j < n; j++) s = s substr("ab c\tx", int(rand() * 6) + 1, 1); print s } }' >"$out/lines"
+for pattern in 'x' '^a' 'b$' '^$' '\bab\b' 'a\s+b' 'c[^a]*$' 'x*' '(a|b)\1' '\s' '^\S+$' '(?<!\s)b' 'a(?!\s)' '\Aab' \
+    'ab\z' 'x\s*+$'; do
+    LC_ALL=C grep -P -- "$pattern" "$out/lines" >"$out/peer"
+    "$vestra" regex "$pattern" "$out/lines" >"$out/ours"
+    cmp -s "$out/peer" "$out/ours" || fail "regex '$pattern' differs from grep -P"
+done
 "$vestra" regex --json '(?<user>\w+)@(?<host>\S+)' "$out/mail" | head -1 |
     grep -qx '{"line":1,"offset":5,"match":"bob@example.com","groups":{"user":"bob","host":"example.com"}}' || fail "regex --json"
 [ "$("$vestra" elapsed @0 @2.5)" = "2500 milliseconds" ] || fail "elapsed"
@@ -124,6 +177,18 @@ status "log check: a warning alone" 0 "^vestra: warning: .*Appender \"E\" has no
 status "log render: a bad pattern" 2 '^vestra: bad pattern: "%x" at offset 3 is no conversion' -- log render --pattern '%d %x' m
 printf '\377' >"$out/invalid"
 status "utf8 validate: invalid" 1 "^vestra: .*not valid UTF-8" -- utf8 validate "$out/invalid"
+printf 'ab\303\251\377' >"$out/invalid4"
+status "utf8 validate: where" 1 "^vestra: $out/invalid4: not valid UTF-8 at byte 4$" -- utf8 validate "$out/invalid4"
+printf '0a 1g' >"$out/badhex"
+status "hex decode: where" 1 "^vestra: not a hexadecimal digit at byte 4$" -- hex decode "$out/badhex"
+printf 'abc' >"$out/oddhex"
+status "hex decode: a lone digit" 1 "^vestra: a digit without its pair at byte 2$" -- hex decode "$out/oddhex"
+status "utf8 truncate: negative" 2 "^vestra: utf8 truncate: '-1' is not a count" -- utf8 truncate -1 "$out/text"
+status "utf8 truncate: too large" 2 "^vestra: utf8 truncate: '18446744073709551616' is not a count" -- utf8 truncate 18446744073709551616 "$out/text"
+status "an unknown subcommand" 2 "^vestra: unknown subcommand 'bogus' (see: vestra --help)$" -- bogus
+status "an error inside a subcommand" 2 "(see: vestra date --help)$" -- date --frobnicate
+status "date: a bad format" 2 "^vestra: '%K': not a time format" -- date +%K
+status "strptime: a bad format" 2 "^vestra: '%K': not a time format" -- strptime %K x
 status "utf8 validate: valid" 0 "" -- utf8 validate "$out/text"
 status "regex: no match" 1 "" -- regex nomatch "$out/text"
 status "regex: a bad pattern" 2 "^vestra: bad pattern at offset 1" -- regex '(' "$out/text"
