@@ -243,12 +243,18 @@ TEST_F(FileSystemTest, ReplacementWhileTheOldFileIsOpen) {
     ASSERT_TRUE(fileInfo(path("t"), now).ok());
     EXPECT_FALSE(now.sameFileAs(opened));  // how a reader notices the replacement
 
-    // Abandoned replacements leave nothing behind.
+    // Abandoned replacements leave nothing behind: a second begin abandons the first, and so
+    // does the end of the object.
     {
         FileReplacement r;
         ASSERT_TRUE(r.begin(path("t")).ok());
         ASSERT_TRUE(r.write("never seen").ok());
+        const Str first = r.temporaryPath();
+        EXPECT_TRUE(fileExists(first));
+        ASSERT_TRUE(r.begin(path("u")).ok());
+        EXPECT_FALSE(fileExists(first));
         EXPECT_TRUE(fileExists(r.temporaryPath()));
+        EXPECT_EQ(others({"t"}).size(), 1u);  // the second one's only
     }
     EXPECT_EQ(contentsOf(path("t")), "new");
     EXPECT_TRUE(others({"t"}).empty());

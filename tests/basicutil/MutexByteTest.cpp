@@ -272,6 +272,65 @@ TEST_F(MutexByteTest, BytesSharingAChainNeverWakeEachOther) {
     EXPECT_EQ(dump(chain), "MutexByte-chain={empty}");
 }
 
+// Two bytes on one chain, their sleepers queued in every order and either byte handed over
+// first: each sleeper wakes owning its byte, marked as having sleepers exactly while another of
+// its own still sleeps, so that the last one's unlock frees the byte (a mark left behind would
+// send that unlock looking for a sleeper there is not).
+TEST_F(MutexByteTest, SharedChainsInEveryOrder) {
+    static MutexByte bytes[4 * mutex_byte_details::kChainTableSize];
+    MutexByte* const a = &bytes[0];
+    MutexByte* b = nullptr;
+    for (MutexByte& candidate : bytes)
+        if (&candidate != a && &MutexByte::chainFor(&candidate) == &MutexByte::chainFor(a)) b = &candidate;
+    ASSERT_NE(b, nullptr) << "no two bytes share a chain";
+    WaiterChain& chain = MutexByte::chainFor(a);
+    const std::vector<std::vector<std::string>> orders = {{"a1", "b1", "a2"}, {"b1", "a1"}, {"a1", "b1"},
+                                                          {"b1", "a1", "b2", "a2"}};
+    for (const auto& order : orders) {
+        for (const char first : {'a', 'b'}) {
+            SCOPED_TRACE(::testing::PrintToString(order) + " " + first + " first");
+            std::vector<std::string> events;
+            PthreadMutexImpl eventsLock;
+            a->lock();
+            b->lock();
+            std::vector<std::unique_ptr<ThreadFunction>> sleepers;
+            unsigned queued[2] = {0, 0};
+            for (const std::string& name : order) {
+                MutexByte* byte = name[0] == 'a' ? a : b;
+                sleepers.push_back(start([&, name, byte] {
+                    std::lock_guard<MutexByte> hold(*byte);
+                    std::lock_guard<PthreadMutexImpl> note(eventsLock);
+                    events.push_back(name + ":" + std::to_string(byte->get()));
+                }));
+                const unsigned want = ++queued[name[0] - 'a'];
+                waitFor([&] { return chain.sleepersOn(byte) == want; }, "asleep");
+            }
+            // Each byte's sleepers, in queue order: 3 while another of its own sleeps, then 1.
+            std::vector<std::string> expected;
+            for (const char byteName : {first, first == 'a' ? 'b' : 'a'}) {
+                unsigned seen = 0;
+                for (const std::string& name : order) {
+                    if (name[0] != byteName) continue;
+                    expected.push_back(name + ":" + (++seen < queued[byteName - 'a'] ? "3" : "1"));
+                }
+            }
+            (first == 'a' ? a : b)->unlock();
+            waitFor(
+                [&] {
+                    std::lock_guard<PthreadMutexImpl> note(eventsLock);
+                    return events.size() == queued[first - 'a'];
+                },
+                "the first byte's sleepers");
+            (first == 'a' ? b : a)->unlock();
+            for (auto& t : sleepers) t->join();
+            EXPECT_EQ(events, expected);
+            EXPECT_EQ(a->get(), MutexByte::STATE_UNLOCKED);
+            EXPECT_EQ(b->get(), MutexByte::STATE_UNLOCKED);
+            EXPECT_EQ(dump(chain), "MutexByte-chain={empty}");
+        }
+    }
+}
+
 // A lock held only briefly is taken by spinning: pauses, no sleep. The holder may be
 // descheduled on a busy machine, so a few attempts are allowed; one must spin its way in.
 TEST_F(MutexByteTest, BriefHoldIsTakenBySpinning) {
