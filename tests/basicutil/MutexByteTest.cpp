@@ -284,8 +284,8 @@ TEST_F(MutexByteTest, SharedChainsInEveryOrder) {
         if (&candidate != a && &MutexByte::chainFor(&candidate) == &MutexByte::chainFor(a)) b = &candidate;
     ASSERT_NE(b, nullptr) << "no two bytes share a chain";
     WaiterChain& chain = MutexByte::chainFor(a);
-    const std::vector<std::vector<std::string>> orders = {{"a1", "b1", "a2"}, {"b1", "a1"}, {"a1", "b1"},
-                                                          {"b1", "a1", "b2", "a2"}};
+    const std::vector<std::vector<std::string>> orders = {
+        {"a1", "b1", "a2"}, {"b1", "a1"}, {"a1", "b1"}, {"b1", "a1", "b2", "a2"}};
     for (const auto& order : orders) {
         for (const char first : {'a', 'b'}) {
             SCOPED_TRACE(::testing::PrintToString(order) + " " + first + " first");

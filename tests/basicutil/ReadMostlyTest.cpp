@@ -84,6 +84,7 @@ TEST(ReadMostlyTest, ReadersNeverSeeAReleasedValue) {
             }
         });
     }
+    while (reads.load() < 4) std::this_thread::yield();  // every reader under way
     for (int v = 1; v <= 300; ++v) shared.replace(std::make_shared<const Marked>(v));
     done = true;
     for (std::thread& r : readers) r.join();

@@ -1,8 +1,9 @@
 #!/bin/sh
 # consumer-test.sh BUILD_DIR SOURCE_DIR CXX [FLAGS]: installs the built project into a temporary prefix, then
-# builds the consumer program against it twice, through find_package and through pkg-config,
-# and runs both. FLAGS are what the libraries were built with that their users must share (a
-# sanitizer's runtime, in the sanitizer builds).
+# builds the consumer program against it twice, through find_package (setting no language
+# standard: the package asks for its own) and through pkg-config, and a third time against the
+# build tree itself through its own pkg-config files; runs each. FLAGS are what the libraries
+# were built with that their users must share (a sanitizer's runtime, in the sanitizer builds).
 set -eu
 build=$1
 here=$2
@@ -27,4 +28,10 @@ pcflags=$(PKG_CONFIG_PATH=$(dirname "$pc") pkg-config --cflags --libs vestra-bas
 "$cxx" $flags -o "$out/pc-consumer" "$here/main.cpp" $pcflags
 got=$("$out/pc-consumer")
 [ "$got" = "$expected" ] || { echo "pkg-config build printed: $got"; echo "expected: $expected"; exit 1; }
+# The build tree's pkg-config files work where they are.
+pcflags=$(PKG_CONFIG_PATH="$build/pkgconfig" pkg-config --cflags --libs vestra-basicutil)
+# shellcheck disable=SC2086
+"$cxx" $flags -o "$out/tree-consumer" "$here/main.cpp" $pcflags
+got=$("$out/tree-consumer")
+[ "$got" = "$expected" ] || { echo "build-tree pkg-config build printed: $got"; echo "expected: $expected"; exit 1; }
 echo "$got"
