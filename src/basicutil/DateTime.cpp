@@ -8,6 +8,7 @@
 
 #include "basicutil/Assert.h"
 #include "basicutil/DateTime_details.h"
+#include "basicutil/DecimalText.h"
 #include "basicutil/StartupOrder.h"
 
 namespace basicutil {
@@ -619,17 +620,13 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
             if (a.x.conv.colon != 0 && (a.x.conv.padding != PAD_DEFAULT || a.x.conv.width != 0)) {
                 // GNU date's, where %:z comes from: "h:mm" at least, the sign against it, padded
                 // to the width (6 by default) with zeros after the sign or blanks before it.
-                char digits[8];
-                char* p = digits + sizeof digits;
-                *--p = static_cast<char>('0' + minutes % 10);
-                *--p = static_cast<char>('0' + minutes / 10);
-                *--p = ':';
-                std::uint32_t h = hours;
-                do {
-                    *--p = static_cast<char>('0' + h % 10);
-                    h /= 10;
-                } while (h != 0);
-                const auto length = static_cast<unsigned>(digits + sizeof digits - p);
+                char digits[kMaxUint64Digits + 3];
+                std::size_t n = formatUnsigned(digits, hours);
+                digits[n++] = ':';
+                digits[n] = '0';  // a single-digit minute's lead
+                writeDecimalDigits(digits + n, minutes, 2);
+                const auto length = static_cast<unsigned>(n + 2);
+                const char* const p = digits;
                 const unsigned width = a.x.conv.width != 0 ? a.x.conv.width : 6;
                 const unsigned fill =
                     a.x.conv.padding == PAD_NONE || width <= length + 1 ? 0 : width - length - 1;

@@ -18,9 +18,12 @@ struct Registry {
     std::vector<Logger*> channels;
     bool initialized = false;
     std::function<void(Logger&)> setup;
-    // Held while a setup runs, so that a channel made during initialize() ends with the newest
-    // setup whichever of the two runs it last.
-    std::mutex setupMutex;
+    // Moved on by each initialize(): a channel being made while one runs sets itself up again
+    // until no newer setup came meanwhile, so that it ends with the newest whoever runs last.
+    std::uint64_t generation = 0;
+    // One initialize() at a time. Constructors never take it: a setup waits for the lines being
+    // written (Logger::setAppenders), and one of those may be making a channel.
+    std::mutex initializing;
 };
 
 Registry& registry() {
@@ -88,13 +91,19 @@ Logger::Logger(const char* name, int quiet, unsigned similarSeconds, unsigned si
         std::lock_guard<std::mutex> lock(all.mutex);
         all.channels.push_back(this);
     }
-    std::lock_guard<std::mutex> running(all.setupMutex);
-    std::function<void(Logger&)> setup;
-    {
+    for (;;) {
+        std::function<void(Logger&)> setup;
+        std::uint64_t generation = 0;
+        {
+            std::lock_guard<std::mutex> lock(all.mutex);
+            if (!all.initialized) return;
+            setup = all.setup;
+            generation = all.generation;
+        }
+        if (setup) setup(*this);
         std::lock_guard<std::mutex> lock(all.mutex);
-        if (all.initialized) setup = all.setup;
+        if (all.generation == generation) return;
     }
-    if (setup) setup(*this);
 }
 
 void Logger::setChannelSetup(std::function<void(Logger&)> setup) {
@@ -112,12 +121,13 @@ Logger::~Logger() {
 
 void Logger::initialize() {
     Registry& all = registry();
-    std::lock_guard<std::mutex> running(all.setupMutex);
+    std::lock_guard<std::mutex> running(all.initializing);
     std::vector<Logger*> channels;
     std::function<void(Logger&)> setup;
     {
         std::lock_guard<std::mutex> lock(all.mutex);
         all.initialized = true;
+        ++all.generation;
         channels = all.channels;
         setup = all.setup;
     }

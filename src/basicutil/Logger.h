@@ -252,7 +252,9 @@ class Logger {
     // Runs the channel setup over every channel made so far (the globals of every unit
     // included), and from then on each channel's constructor runs it too. Before the first
     // call, channels are made with no setup: their level from `quiet` and no appenders. Call it
-    // again after each setChannelSetup; configureLogging (LoggerConfig.h) does both.
+    // again after each setChannelSetup; configureLogging (LoggerConfig.h) does both. A channel
+    // made while it runs ends with the newest setup; making one never waits for it (a setup may
+    // wait for lines in flight, and one of those may be making a channel).
     static void initialize();
     // Whether initialize() has been called.
     static bool initialized() noexcept;

@@ -616,6 +616,64 @@ TEST_F(LoggerConfigTest, ChannelsAreSetUpWhenEverTheyAreMade) {
     EXPECT_EQ(readFile(path("late.log")), "to its category's appender\n");
 }
 
+// A channel made while the setup changes ends with the newest one, even when the older one
+// finishes last: here the older setup, run by the constructor, waits until the newer one has
+// been applied to the channel, then applies itself.
+TEST_F(LoggerConfigTest, AChannelMadeDuringASetupEndsWithTheNewest) {
+    std::atomic<bool> olderRunning{false}, newerApplied{false};
+    Logger::setChannelSetup([&](Logger& logger) {
+        if (logger.name().view() != "test.slow") return;
+        olderRunning = true;
+        const auto deadline =
+            std::chrono::steady_clock::now() + std::chrono::seconds(10);  // no hang if it never comes
+        while (!newerApplied && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+        logger.setThreshold(LOG_ERROR);
+    });
+    Logger::initialize();
+    std::unique_ptr<LoggerSimple> made;
+    std::thread maker([&] { made = std::make_unique<LoggerSimple>("test.slow", 0, 0, 0); });
+    while (!olderRunning) std::this_thread::yield();
+    Logger::setChannelSetup([](Logger& logger) {
+        if (logger.name().view() == "test.slow") logger.setThreshold(LOG_WARN);
+    });
+    Logger::initialize();
+    newerApplied = true;
+    maker.join();
+    Logger::setChannelSetup(nullptr);
+    EXPECT_EQ(made->threshold(), LOG_WARN);
+}
+
+// In a child: a setup that replaces appenders waits for the lines being written; one of those
+// makes a channel meanwhile, which must not wait for the setup in turn.
+[[noreturn]] void channelMadeWhileASetupWaits(const std::string& file) {
+    ::alarm(10);  // a deadlock ends the child, and the test fails
+    struct MakesAChannel : LogObserver {
+        std::atomic<bool> inside{false};
+        void observe(const LogEvent&, StrSegment) override {
+            inside = true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the setup starts waiting
+            LoggerSimple made("test.made.inside", 0, 0, 0);
+        }
+    } observer;
+    auto appender = std::make_shared<LogAppender>(toFile(file));
+    appender->registerLogObserver(&observer);
+    LoggerSimple writing("test.writing", 0, 0, 0), replaced("test.replaced", 0, 0, 0);
+    writing.setAppenders({appender});
+    replaced.setAppenders({appender});
+    std::thread writer([&] { writing.log(LOG_INFO, "a line in flight"); });
+    while (!observer.inside) std::this_thread::yield();
+    Logger::setChannelSetup([](Logger& logger) {
+        if (logger.name().view() == "test.replaced") logger.setAppenders({});
+    });
+    Logger::initialize();
+    writer.join();
+    std::_Exit(0);
+}
+
+TEST_F(LoggerConfigTest, AChannelMadeWhileASetupWaitsDoesNotWaitForIt) {
+    EXPECT_EXIT(channelMadeWhileASetupWaits(path("inflight.log")), ::testing::ExitedWithCode(0), "");
+}
+
 TEST_F(LoggerConfigTest, ReReadingLosesNoLine) {
     writeFile("a.cfg", "rootCategory=INFO, F\nappender.F.fileName=" + path("a.log") +
                            "\nappender.F.buffered=true\nappender.F.layout=SimpleLayout\n");
