@@ -106,7 +106,7 @@ int printfCommand(const std::string& formatText, const std::vector<std::string>&
         const std::string_view written(start, static_cast<std::size_t>(rest.data() - start));
         if (atom.conversion == PrintfFormatAtom::CONV_CONSTANT_STRING && written[0] == '%' &&
             written != "%%") {
-            diagnose(std::string(written) + ": invalid conversion specification");
+            diagnose(std::string(written) + ": invalid conversion");
             return kUsage;
         }
         if (atom.conversion == PrintfFormatAtom::CONV_POINTER ||

@@ -1,6 +1,6 @@
 /* rename(2) that fails once when asked to, and open(2) that counts (fault-injection.h). Written
- * in C: a C++ definition would have to repeat the C library's exception specifications, which
- * differ between systems. Not thread-safe: a test arms it while no other thread works. */
+ * in C: a C++ definition would have to repeat whether the C library declares these noexcept,
+ * which differs between systems. Not thread-safe: a test arms it while no other thread works. */
 #undef _FORTIFY_SOURCE /* its inline open() wrapper would stand in the way of this one */
 
 #include "support/fault-injection.h"
