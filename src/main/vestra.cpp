@@ -129,30 +129,6 @@ bool forEachChunk(const std::string& path, const std::function<void(std::string_
     return ok;
 }
 
-bool forEachLine(const std::string& path, const std::function<void(std::string_view)>& line) {
-    std::string pending;  // a line that crosses blocks: the only text kept beyond the block
-    const bool ok = forEachChunk(path, [&](std::string_view chunk) {
-        std::size_t start = 0;
-        for (const char* nl; (nl = static_cast<const char*>(std::memchr(chunk.data() + start, '\n',
-                                                                        chunk.size() - start))) != nullptr;) {
-            const std::size_t end = static_cast<std::size_t>(nl - chunk.data()) + 1;
-            if (pending.empty()) {
-                line(chunk.substr(start, end - start));
-            } else {
-                pending.append(chunk.substr(start, end - start));
-                line(pending);
-                pending.clear();
-                if (pending.capacity() > kInputBlock)
-                    std::string().swap(pending);  // a long line's memory goes with it
-            }
-            start = end;
-        }
-        pending.append(chunk.substr(start));
-    });
-    if (ok && !pending.empty()) line(pending);
-    return ok;
-}
-
 namespace {
 
 // The subcommands chosen, as the user typed them ("vestra utf8"), for "see: ... --help".

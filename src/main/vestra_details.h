@@ -1,9 +1,9 @@
 // What the vestra tool's subcommands share: buffered standard output, streamed input, the
 // "vestra: " diagnostics and the exit statuses.
 //
-// Memory stays bounded whatever the input: input is read in blocks into one buffer, a line is
-// handed over where it lies in that buffer (only a line that crosses blocks is gathered), and
-// output that does not fit the output buffer goes straight out.
+// Memory stays bounded whatever the input: input is read in blocks into one buffer, and output
+// that does not fit the output buffer goes straight out. Commands that work by lines hand a line
+// over where it lies in the block and gather only a line that crosses blocks.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -73,8 +73,6 @@ int finish(int status);
 // Calls `chunk` with the bytes of `path` ("-": standard input) in blocks of up to kInputBlock, in
 // order. False, with the reason diagnosed, when the file cannot be read.
 bool forEachChunk(const std::string& path, const std::function<void(std::string_view)>& chunk);
-// The same, one line at a time with its "\n" (a last line may lack it).
-bool forEachLine(const std::string& path, const std::function<void(std::string_view)>& line);
 
 // vestra printf with the words after "printf": the format, then its arguments, whatever they
 // look like (a "--" before the format is skipped). Only "printf --help" is parsed as an option.
