@@ -101,8 +101,12 @@ void copyBenchmark(benchmark::State& state, const char* name, Copy&& copy) {
     if (overwrite && !copyFile(f.source, target).ok()) return state.SkipWithError("copy failed");
     for (auto _ : state) {
         state.PauseTiming();
+        // The previous copy's data, then the directory that names it.
+        if (FileDescriptor previous; previous.open(target, O_RDONLY).ok() && !previous.sync().ok()) {
+            return state.SkipWithError("fsync of the previous copy failed");
+        }
         if (!overwrite) static_cast<void>(::unlink(target.c_str()));
-        if (::syncfs(dir.get()) != 0) return state.SkipWithError("syncfs failed");
+        if (!dir.sync().ok()) return state.SkipWithError("fsync of the directory failed");
         state.ResumeTiming();
         if (!copy(f.source, target)) return state.SkipWithError("copy failed");
     }

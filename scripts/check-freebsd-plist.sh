@@ -17,4 +17,9 @@ if ! cmp -s "$out/installed" "$out/listed"; then
     diff "$out/installed" "$out/listed"
     exit 1
 fi
-echo "pkg-plist: $(wc -l <"$out/listed") files, as installed"
+# The port's version is the project's.
+top=$(dirname "$0")/..
+project=$(sed -n 's/^project([A-Za-z_]* VERSION \([0-9.]*\).*/\1/p' "$top/CMakeLists.txt")
+port=$(sed -n 's/^DISTVERSION=[[:space:]]*//p' "$(dirname "$plist")/Makefile")
+[ "$project" = "$port" ] || { echo "port DISTVERSION $port, project version $project"; exit 1; }
+echo "pkg-plist: $(wc -l <"$out/listed") files, as installed; version $port"

@@ -12,16 +12,25 @@ set -eu
 # hexdump (bsdextrautils) and xxd are the hex dump's oracle and peers; RE2 is the regular
 # expressions' benchmark peer (PCRE2 itself, called directly, is their tests' oracle); CLI11 reads
 # the vestra tool's arguments; Doxygen makes the API reference (make docs, and its test).
+# FreeBSD's toolchain checked on Linux (make libcxx, make platform-check, bmake in CI): clang 16
+# with libc++ 16, GoogleTest's sources (googletest) to build with them, and BSD make.
 DEBIAN_PACKAGES="cmake ninja-build g++ clang clang-format libclang-rt-dev pkg-config python3 git
-libgtest-dev libgmock-dev libbenchmark-dev libdouble-conversion-dev libpcre2-dev libicu-dev libfmt-dev
+libgtest-dev libgmock-dev googletest libbenchmark-dev libdouble-conversion-dev libpcre2-dev libicu-dev libfmt-dev
 tzdata libcctz-dev libabsl-dev nlohmann-json3-dev
-libspdlog-dev liblog4cpp5-dev bsdextrautils xxd libre2-dev libcli11-dev doxygen"
-FREEBSD_PACKAGES="cmake ninja pkgconf python3 googletest benchmark double-conversion pcre2 icu libfmt cctz abseil nlohmann-json spdlog log4cpp re2 cli11 doxygen"
+libspdlog-dev liblog4cpp5-dev bsdextrautils xxd libre2-dev libcli11-dev doxygen
+clang-16 libc++-16-dev libc++abi-16-dev bmake"
+# FreeBSD has clang, libc++, make (BSD make), hexdump and the zone directory in its base system.
+# coreutils brings GNU date and printf (gdate, gprintf), the oracles of the tool's end-to-end test;
+# llvm brings clang-format; bash runs CI's script and the completion test.
+FREEBSD_PACKAGES="cmake ninja pkgconf python3 git bash coreutils xxd llvm googletest benchmark double-conversion
+pcre2 icu libfmt cctz abseil nlohmann-json spdlog log4cpp re2 cli11 doxygen"
 
+# Root's own commands as they are; otherwise sudo, or doas where sudo is absent (FreeBSD).
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"
     elif command -v sudo >/dev/null 2>&1; then sudo "$@"
-    else echo "install-deps: need root to run: $*" >&2; exit 1
+    elif command -v doas >/dev/null 2>&1; then doas "$@"
+    else echo "install-deps: need root (or sudo, or doas) to run: $*" >&2; exit 1
     fi
 }
 
@@ -38,13 +47,18 @@ install_debian() {
 }
 
 install_freebsd() {
+    # A pristine system has only pkg's bootstrap stub, which asks before it installs pkg itself.
+    if ! pkg -N >/dev/null 2>&1; then
+        echo "install-deps: bootstrapping pkg"
+        as_root env ASSUME_ALWAYS_YES=yes pkg bootstrap -f
+    fi
     missing=""
     for p in $FREEBSD_PACKAGES; do
         pkg info -e "$p" || missing="$missing $p"
     done
     [ -z "$missing" ] && return 0
     echo "install-deps: installing$missing"
-    as_root pkg install -y $missing
+    as_root env ASSUME_ALWAYS_YES=yes pkg install -y $missing
 }
 
 case "$(uname -s)" in

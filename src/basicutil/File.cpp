@@ -192,7 +192,10 @@ FileStatus FileDescriptor::open(StrSegment path, int flags, mode_t mode) {
     do {
         fd = ::open(_path.c_str(), flags | O_CLOEXEC, mode);
     } while (fd < 0 && errno == EINTR);
-    if (fd < 0) return FileStatus::fromErrno("open", path);
+    if (fd < 0) {
+        errno = platform::openErrno(AT_FDCWD, _path.c_str(), flags, errno);
+        return FileStatus::fromErrno("open", path);
+    }
     _fd = fd;
     return {};
 }
@@ -205,7 +208,10 @@ FileStatus FileDescriptor::openAt(int directory, StrSegment name, int flags, mod
     do {
         fd = ::openat(directory, _path.c_str(), flags | O_CLOEXEC, mode);
     } while (fd < 0 && errno == EINTR);
-    if (fd < 0) return FileStatus::fromErrno("openat", name);
+    if (fd < 0) {
+        errno = platform::openErrno(directory, _path.c_str(), flags, errno);
+        return FileStatus::fromErrno("openat", name);
+    }
     _fd = fd;
     return {};
 }

@@ -100,7 +100,8 @@ class FileDescriptor {
     FileDescriptor& operator=(const FileDescriptor&) = delete;
 
     // open(2) with O_CLOEXEC added. What was open before is closed first, and how that went is
-    // not reported (call close() first to see it).
+    // not reported (call close() first to see it). O_NOFOLLOW refusing a symbolic link is ELOOP
+    // on every platform (FreeBSD's own EMLINK is translated).
     FileStatus open(StrSegment path, int flags, mode_t mode = 0666);
     // openat(2): `name` relative to the open directory `directory` (a descriptor).
     FileStatus openAt(int directory, StrSegment name, int flags, mode_t mode = 0666);
@@ -214,7 +215,7 @@ class Directory {
     // opendir(3) with the descriptor close-on-exec; what was open before is closed first.
     FileStatus open(StrSegment path);
     // The subdirectory `name` of an open directory, found from it rather than by path (so a
-    // rename above cannot redirect a walk); a symbolic link there is refused (ELOOP/ENOTDIR).
+    // rename above cannot redirect a walk); a symbolic link there is refused with ELOOP.
     FileStatus openAt(const Directory& parent, StrSegment name);
     FileStatus close();                                       // closedir(3), reported
     bool isOpen() const noexcept { return _dir != nullptr; }  // whether a directory is open

@@ -4,6 +4,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
@@ -313,27 +314,44 @@ FileStatus replaceFileContents(StrSegment target, StrSegment contents, mode_t mo
 namespace file_details {
 
 FileStatus copyData(FileDescriptor& in, FileDescriptor& out, bool allowKernelCopy) {
-    std::uint64_t copied = 0;
+    // The kernel copy is asked for the rest of the file as it is now, never more: FreeBSD holds
+    // the requested length against RLIMIT_FSIZE. Whatever the file gains meanwhile, and
+    // everything when the kernel cannot copy this pair, goes through the buffer.
+    std::uint64_t remaining = 0;
     if (allowKernelCopy) {
-        for (;;) {
-            const long long n = platform::copyFileRange(in.get(), out.get(), kCopyRangeBytes);
-            if (n > 0) {
-                copied += static_cast<std::uint64_t>(n);
-                continue;
-            }
-            if (n == 0) return {};
-            if (errno == EINTR) continue;
-            // Refused for this pair before anything moved: the buffer loop does the same job.
-            if (copied == 0 && (errno == ENOSYS || errno == EXDEV || errno == EINVAL || errno == EOPNOTSUPP ||
-                                errno == ETXTBSY || errno == EPERM)) {
-                break;
-            }
-            return FileStatus::fromErrno("copy_file_range", out.path());
+        FileInfo info;
+        const off_t position = ::lseek(in.get(), 0, SEEK_CUR);
+        if (position >= 0 && in.info(info) && info.type == FILE_TYPE_REGULAR &&
+            info.size > static_cast<std::uint64_t>(position)) {
+            remaining = info.size - static_cast<std::uint64_t>(position);
         }
     }
+    bool copiedAny = false;
+    while (remaining > 0) {
+        const long long n =
+            platform::copyFileRange(in.get(), out.get(), std::min<std::uint64_t>(remaining, kCopyRangeBytes));
+        if (n > 0) {
+            copiedAny = true;
+            remaining -= std::min(remaining, static_cast<std::uint64_t>(n));
+            continue;
+        }
+        if (n == 0) break;  // the file got shorter: the buffer finds its end
+        if (errno == EINTR) continue;
+        // Refused for this pair before anything moved: the buffer loop does the same job.
+        if (!copiedAny && (errno == ENOSYS || errno == EXDEV || errno == EINVAL || errno == EOPNOTSUPP ||
+                           errno == ETXTBSY || errno == EPERM)) {
+            break;
+        }
+        return FileStatus::fromErrno("copy_file_range", out.path());
+    }
+    // Usually the end of the file at once: one byte's read tells without the block's allocation.
+    char first = 0;
+    std::size_t got = 0;
+    if (FileStatus st = in.readSome(&first, 1, got); !st) return st;
+    if (got == 0) return {};
+    if (FileStatus st = out.write(&first, 1); !st) return st;
     std::unique_ptr<char[]> buffer(new char[kCopyBlockBytes]);
     for (;;) {
-        std::size_t got = 0;
         if (FileStatus st = in.readSome(buffer.get(), kCopyBlockBytes, got); !st) return st;
         if (got == 0) return {};
         if (FileStatus st = out.write(buffer.get(), got); !st) return st;

@@ -4,7 +4,8 @@
 // Pattern: literal text, "%%" for "%", and conversions "%" [flag] [min width] ["." max width]
 // letter ["{" argument "}"]. Flags: "-" pads on the right, "0" pads with zeros. Letters:
 //   m message    n newline     c component (the channel)    p level name
-//   t thread name    T thread id    r elapsed ms    R elapsed s    u processor clock
+//   t thread name    T thread id    r elapsed ms    R elapsed s
+//   u processor time the process has used, in microseconds on every platform (glibc's clock())
 //   d date and time; argument none, "ISO8601" ("%Y-%m-%d %H:%M:%S,%l"), "ABSOLUTE"
 //     ("%H:%M:%S,%l"), "DATE" ("%d %b %Y %H:%M:%S,%l"), or a time format of its own
 //     (DateTime.h; %l there is milliseconds); a format that does not compile gives the first.

@@ -394,7 +394,7 @@ struct LineRenderer {
                 appendDecimal(value, saturated(elapsedUsec(event.time) / 1000 / 1000));
                 break;
             case LogFormat::KIND_CLOCK:
-                appendDecimal(value, static_cast<std::int64_t>(std::clock()));
+                appendDecimal(value, platform::processorTimeMicroseconds());
                 break;
             case LogFormat::KIND_DATE: {
                 // Lines come in bursts: the thread keeps the last date it rendered, and a line

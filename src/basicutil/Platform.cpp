@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #if defined(__FreeBSD__)
@@ -62,21 +64,55 @@ std::uint64_t currentThreadId() noexcept {
 #endif
 }
 
+#if defined(__GLIBC__)
+// glibc's XSI strerror_r under its exported name: <string.h> maps strerror_r to it only when
+// _GNU_SOURCE is off, and the library needs _GNU_SOURCE elsewhere.
+extern "C" int __xpg_strerror_r(int errnum, char* buf, std::size_t len) noexcept;
+#define VESTRA_XSI_STRERROR_R __xpg_strerror_r
+#else
+#define VESTRA_XSI_STRERROR_R strerror_r
+#endif
+
 const char* errorText(int errnum, char* buf, std::size_t len) noexcept {
     if (len == 0) return "";
-#if defined(__GLIBC__) && defined(_GNU_SOURCE)
-    const char* text = strerror_r(errnum, buf, len);  // GNU: may return a static string
-    if (text != buf) {
-        std::strncpy(buf, text, len - 1);
-        buf[len - 1] = '\0';
-    }
-#else
-    if (strerror_r(errnum, buf, len) != 0) {  // XSI: fills buf
+    buf[0] = '\0';
+    const int saved = errno;
+    // Both libraries fill buf and say ERANGE when they cut the text, and EINVAL with their
+    // "Unknown error" text for a number they do not know: the text is kept either way.
+    const int rc = VESTRA_XSI_STRERROR_R(errnum, buf, len);
+    errno = saved;
+    if (rc != 0 && buf[0] == '\0') {
         std::strncpy(buf, "Unknown error", len - 1);
         buf[len - 1] = '\0';
     }
-#endif
     return buf;
+}
+
+int openErrno(int directory, const char* path, int flags, int err) noexcept {
+    if ((flags & O_NOFOLLOW) == 0) return err;
+#if defined(__FreeBSD__)
+    if (err == EMLINK) return ELOOP;
+#endif
+    if (err == ENOTDIR && (flags & O_DIRECTORY) != 0) {
+        struct stat st {};
+        if (::fstatat(directory, path, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode)) return ELOOP;
+    }
+    return err;
+}
+
+void setTmZone(struct tm& tm, const char* abbreviation) noexcept {
+#if defined(__FreeBSD__)
+    tm.tm_zone = const_cast<char*>(abbreviation);
+#else
+    tm.tm_zone = abbreviation;
+#endif
+}
+
+std::int64_t processorTimeMicroseconds() noexcept {
+    // glibc's clock() is this clock in microseconds, cut the same way.
+    struct timespec ts {};
+    if (clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts) != 0) return -1;
+    return static_cast<std::int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
 }
 
 long long copyFileRange(int in, int out, std::size_t length) noexcept {

@@ -43,9 +43,24 @@ inline constexpr std::size_t kThreadNameMaxBytes = 15;  // TASK_COMM_LEN - 1
 // The kernel's numeric id of the calling thread (gettid on Linux, pthread_getthreadid_np on FreeBSD).
 std::uint64_t currentThreadId() noexcept;
 
-// Writes the text of an error number into buf (always NUL-terminated) and returns it.
-// The two C libraries disagree on strerror_r's signature.
+// Writes the text of an error number into buf (always NUL-terminated) and returns it: the C
+// library's own text, cut to fit when buf is short, and its "Unknown error" text with the number
+// for a number it does not know ("Unknown error 999" on glibc, "Unknown error: 999" on FreeBSD).
+// The XSI strerror_r on both; glibc's default is the GNU one, which may return a static string.
 const char* errorText(int errnum, char* buf, std::size_t len) noexcept;
+
+// The errno of an openat(2) of `path` (relative to `directory`, or AT_FDCWD) with `flags` that
+// failed with `err`, as both platforms report it: O_NOFOLLOW refusing a symbolic link is ELOOP.
+// FreeBSD says EMLINK, and Linux ENOTDIR when O_DIRECTORY meets a link to something else.
+int openErrno(int directory, const char* path, int flags, int err) noexcept;
+
+// Sets struct tm's zone abbreviation: `char*` on FreeBSD, `const char*` in glibc. The text is
+// never written through.
+void setTmZone(struct tm& tm, const char* abbreviation) noexcept;
+
+// The processor time the process has used, in microseconds, or -1 if the clock cannot be read.
+// clock() would count in CLOCKS_PER_SEC units, 1,000,000 on glibc and 128 on FreeBSD.
+std::int64_t processorTimeMicroseconds() noexcept;
 
 // Clock reads: each returns true on success and leaves errno set on failure.
 [[nodiscard]] bool readWallClock(struct timeval& out) noexcept;        // gettimeofday
@@ -53,7 +68,8 @@ const char* errorText(int errnum, char* buf, std::size_t len) noexcept;
 [[nodiscard]] bool readUtcClock(struct timespec& out) noexcept;        // timespec_get(TIME_UTC)
 
 // Copies up to `length` bytes from `in` to `out` at their file positions inside the kernel
-// (copy_file_range on Linux and FreeBSD 13 on). Returns the bytes copied (0 at the end of
+// (copy_file_range on Linux and FreeBSD 13 on). Ask for what remains to be copied: FreeBSD checks
+// the requested length, not the copied one, against RLIMIT_FSIZE. Returns the bytes copied (0 at the end of
 // `in`), or -1 with errno; ENOSYS where the platform has no such call, and EXDEV, EINVAL or
 // EOPNOTSUPP where it refuses this pair of files: the caller then copies through a buffer.
 [[nodiscard]] long long copyFileRange(int in, int out, std::size_t length) noexcept;

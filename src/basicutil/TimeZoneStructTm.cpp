@@ -2,6 +2,7 @@
 #include <climits>
 
 #include "basicutil/Logger.h"
+#include "basicutil/Platform.h"
 #include "basicutil/PrintfFormat.h"
 #include "basicutil/TimeZone.h"
 
@@ -25,7 +26,7 @@ bool fill(std::tm& tm, const TimeZone& zone, std::int64_t seconds) noexcept {
     tm.tm_yday = static_cast<int>(civil.yearDay);
     tm.tm_isdst = at.isDst ? 1 : 0;
     tm.tm_gmtoff = at.utcOffset;
-    tm.tm_zone = at.abbreviation;
+    platform::setTmZone(tm, at.abbreviation);
     return true;
 }
 

@@ -111,9 +111,10 @@ struct Timeval {
     // Exactly 14 bytes. A code before 1970 decodes to MAX_TIME.
     [[nodiscard]] bool decodeSortable(const char* data, std::size_t len) noexcept;
 
-    // "MAX_TIME", "MIN_TIME", "ZERO_TIME", or the local time as asctime writes it, without its
-    // newline, for any year ("Mon Jan  1 00:00:00 12345"); "INVALID_TIME (<seconds>)" when the
-    // local time cannot be computed.
+    // "MAX_TIME", "MIN_TIME", "ZERO_TIME", or the local time in asctime's layout without its
+    // newline, the year unpadded whatever its digits ("Mon Jan  1 00:00:00 12345", "Sat Jan  1
+    // 00:00:00 999"), the same on every platform; "INVALID_TIME (<seconds>)" when the local time
+    // cannot be computed.
     std::string debugText() const;
 
     // "<min>", "<max>", "<zero>" or seconds "." six-digit microseconds.

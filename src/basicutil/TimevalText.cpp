@@ -312,14 +312,8 @@ std::string Timeval::debugText() const {
         appendf(text, "INVALID_TIME (%lld)", static_cast<long long>(tv_sec));
         return text;
     }
-    char asctimeText[26];  // asctime_r's documented minimum, newline and NUL included
-    if (asctime_r(&local, asctimeText) != nullptr) {
-        // Shorter than 25 bytes for years below 1000; the newline ends it whatever the length.
-        std::size_t len = ::strnlen(asctimeText, sizeof asctimeText);
-        if (len > 0 && asctimeText[len - 1] == '\n') --len;
-        return text.assign(asctimeText, len);
-    }
-    // asctime_r refuses years of five digits and more: the same layout, written here.
+    // asctime's layout, written here for every year: the C libraries differ on years below 1000
+    // (glibc leaves them unpadded, FreeBSD pads them) and refuse years of five digits.
     static constexpr char kDays[] = "SunMonTueWedThuFriSat";
     static constexpr char kMonths[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
     VESTRA_ASSERT(local.tm_wday >= 0 && local.tm_wday < 7 && local.tm_mon >= 0 && local.tm_mon < 12);

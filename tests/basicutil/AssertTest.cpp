@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "basicutil/Timeval.h"
+#include "support/test-platform.h"
 
 namespace {
 
@@ -19,17 +20,8 @@ static_assert(std::string_view(assertUnitOf("src/libzero/codepoint-width.cpp")) 
 
 TEST(AssertDeathTest, ReportsExpressionFunctionAndUnitThroughTheCLibrary) {
     basicutil::Timeval tv{5, 123456};
-    // Each C library words it its own way.
-#if defined(__FreeBSD__)
-    // __assert: "Assertion failed: (<expr>), function <function>, file <unit>, line <line>."
-    EXPECT_DEATH(tv.snapMillisecond(1000),
-                 "Assertion failed: \\(span < 1000\\), function snapMillisecond, file basicutil/Timeval, "
-                 "line [0-9]+\\.");
-#else
-    // glibc's __assert_fail: "<prog>: <unit>:<line>: <function>: Assertion `<expr>' failed."
-    EXPECT_DEATH(tv.snapMillisecond(1000),
-                 "basicutil/Timeval:[0-9]+: snapMillisecond: Assertion `span < 1000' failed");
-#endif
+    EXPECT_DEATH(tv.snapMillisecond(1000), vestra::test_platform::assertionReport(
+                                               "span < 1000", "snapMillisecond", "basicutil/Timeval"));
 }
 
 }  // namespace

@@ -193,9 +193,14 @@ TEST_F(FileTest, DirectoryListsEntriesWithTheirTypes) {
     ASSERT_TRUE(sub.openAt(dir, "sub").ok());
     EXPECT_FALSE(sub.next(entry, st));
     EXPECT_TRUE(st.ok());
-    // A link is not followed by openAt.
+    // A link is not followed by openAt, nor by O_NOFOLLOW: ELOOP on every platform.
     Directory viaLink;
-    EXPECT_FALSE(viaLink.openAt(dir, "link").ok());
+    EXPECT_EQ(viaLink.openAt(dir, "link").error(), ELOOP);
+    FileDescriptor linkFd;
+    EXPECT_EQ(linkFd.open(path("link"), O_RDONLY | O_NOFOLLOW).error(), ELOOP);
+    ASSERT_EQ(::symlink("sub", path("dirlink").c_str()), 0);
+    EXPECT_EQ(viaLink.openAt(dir, "dirlink").error(), ELOOP);
+    EXPECT_EQ(linkFd.open(path("dirlink"), O_RDONLY | O_DIRECTORY | O_NOFOLLOW).error(), ELOOP);
 
     EXPECT_EQ(listDirectory(path("file"), names).error(), ENOTDIR);
     EXPECT_TRUE(names.empty());

@@ -7,6 +7,7 @@
 
 #include "basicutil/Logger.h"
 #include "basicutil/Thread.h"
+#include "support/test-platform.h"
 
 namespace basicutil {
 namespace {
@@ -141,7 +142,12 @@ TEST_F(LoggerFormatTest, ThreadAndClockFields) {
     EXPECT_EQ(render("[%.4t|%12t]", "m"), "[Main|  MainThread]");
     const std::string id = render("%T", "m");
     EXPECT_EQ(id, std::to_string(platform::currentThreadId()));
-    EXPECT_FALSE(render("%u", "m").empty());
+    // Processor time in microseconds whatever the C library's clock() unit: spend a twentieth of a
+    // second, then hold %u against clock() scaled by its own unit.
+    ASSERT_TRUE(vestra::test_platform::spendProcessorTime(0.05));
+    const std::int64_t cpu = std::stoll(render("%u", "m"));
+    EXPECT_GE(cpu, 50000);
+    EXPECT_NEAR(static_cast<double>(cpu), vestra::test_platform::processorMicrosecondsByClock(), 20000.0);
     // Elapsed time counts from the first event that rendered it.
     Str out;
     const LogFormat elapsed("%r %R|");

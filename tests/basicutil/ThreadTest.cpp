@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -220,14 +221,25 @@ TEST_F(ThreadTest, ExplicitAttributesWarnAndCreationFailureThrows) {
     odd.go();
     odd.join();
     ASSERT_FALSE(_log.lines().empty());
+    // The error is the platform's own: EINVAL in glibc, ENOTSUP on FreeBSD.
+    pthread_attr_t attributes;
+    ASSERT_EQ(pthread_attr_init(&attributes), 0);
+    const int refused = pthread_attr_setschedpolicy(&attributes, 12345);
+    ASSERT_EQ(pthread_attr_destroy(&attributes), 0);
+    ASSERT_NE(refused, 0);
     EXPECT_EQ(_log.lines()[0].message,
-              "cannot override thread scheduling policy: pthread_attr_setschedpolicy(): Invalid argument");
+              "cannot override thread scheduling policy: pthread_attr_setschedpolicy(): " +
+                  std::string(std::strerror(refused)));
 
     const unsigned before = Thread::threadsActive();
     try {
         ThreadFunction huge([] {}, ThreadAttributes{platform::kSchedOther, 0, std::size_t{1} << 46},
                             "Huge %s", "one");
-        FAIL() << "a 64 TiB stack was granted";
+        // FreeBSD may map so large a stack lazily: then there is no failure to see here.
+        huge.go();
+        huge.join();
+        GTEST_SKIP()
+            << "this system grants a 64 TiB thread stack, so creation cannot be made to fail this way";
     } catch (const ThreadException& e) {
         const std::string what = e.what();
         EXPECT_EQ(what.rfind("MainThread: about to throw a ThreadException: pthread_create: ", 0), 0u)

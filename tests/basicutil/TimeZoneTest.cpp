@@ -11,6 +11,7 @@
 
 #include "basicutil/TimeZoneArchive.h"
 #include "support/LogCapture.h"
+#include "support/test-platform.h"
 
 namespace basicutil {
 namespace {
@@ -245,6 +246,7 @@ TEST(TimeZoneTest, DamagedZoneFilesAreRefusedAtEveryLength) {
 TEST(TimeZoneTest, SerializedZonesComeBackIdentical) {
     for (const char* name :
          {"America/New_York", "Europe/Dublin", "right/UTC", "Australia/Lord_Howe", "Etc/GMT-14"}) {
+        if (std::string_view(name) == "right/UTC" && !vestra::test_platform::haveLeapSecondZones()) continue;
         const TimeZonePtr zone = TimeZone::load(name);
         ASSERT_NE(zone, nullptr) << name;
         const Str text = zone->serialize();

@@ -19,6 +19,13 @@ void vestra_count_opens_of(const char* path);
 /* The calls counted since. */
 int vestra_opens_counted(void);
 
+/* From now on, the largest length a copy_file_range(2) call asks for is kept (the calls are still
+ * made); it starts at 0. */
+void vestra_record_copy_requests(void);
+/* That length, and how many calls asked. */
+unsigned long long vestra_largest_copy_request(void);
+int vestra_copy_requests(void);
+
 #ifdef __cplusplus
 }
 #endif
