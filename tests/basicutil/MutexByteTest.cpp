@@ -338,11 +338,14 @@ TEST_F(MutexByteTest, BriefHoldIsTakenBySpinning) {
     for (int attempt = 0; attempt < 500 && !tookBySpinning; ++attempt) {
         MutexByte byte;
         std::atomic<bool> held{false}, coming{false};
+        // Released within the spin's 40 looks of the other's arrival: how long the other takes to
+        // arrive depends on the build (a sanitizer's is slow), so the hold sweeps 1 to 32 pauses.
+        const int holdPauses = 1 + attempt % 32;
         auto holder = start([&] {
             byte.lock();
             held.store(true);
-            while (!coming.load()) platform::cpuPause();  // no yield: release within a few pauses
-            for (int i = 0; i < 4; ++i) platform::cpuPause();
+            while (!coming.load()) platform::cpuPause();  // no yield
+            for (int i = 0; i < holdPauses; ++i) platform::cpuPause();
             byte.unlock();
         });
         while (!held.load()) std::this_thread::yield();
