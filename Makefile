@@ -2,7 +2,7 @@
 # GNU make and BSD make (FreeBSD's make): plain rules and variables only, no order-only
 # prerequisites, conditionals or pattern rules. The work runs in Ninja, so make itself runs
 # one target at a time.
-.PHONY: all deps build run test asan tsan libcxx platform-check fuzz stress format-check docs unicode-tables windows-zones package package-check clean
+.PHONY: all deps build run test bench asan tsan libcxx platform-check fuzz stress format-check docs unicode-tables windows-zones package package-check clean
 .NOTPARALLEL:
 
 JOBS ?= 2
@@ -30,6 +30,15 @@ run: build
 
 test: build
 	ctest --preset release -j $(JOBS)
+
+# Every benchmark beside its peers (installed here only), then one table and one chart of the
+# ratios in build/bench/report (results.md, ratios.svg); BENCH_REPETITIONS interleaved runs each.
+BENCH_REPETITIONS ?= 5
+bench:
+	@sh scripts/install-deps.sh bench
+	cmake --preset bench
+	cmake --build --preset bench -j $(JOBS)
+	python3 scripts/bench-report.py build/bench/bin build/bench/report --repetitions $(BENCH_REPETITIONS)
 
 # AddressSanitizer + UndefinedBehaviorSanitizer, clang++.
 asan: deps
@@ -92,7 +101,7 @@ docs: deps
 
 # Regenerates the Unicode tables from the character database and fails if they differ from
 # what is committed (the changed files stay in the tree for a look).
-UCD ?= ../shared/ucd/8.0.0
+UCD ?= tools/data/ucd/8.0.0
 unicode-tables: deps
 	python3 tools/gen-unicode-tables.py $(UCD)
 	git diff --exit-code --stat -- src/basicutil/UnicodeCodepointTables.cpp src/libzero/codepoint-width-tables.cpp
@@ -100,7 +109,7 @@ unicode-tables: deps
 
 # Regenerates the Windows zone-name table from the CLDR data beside the project and fails if it
 # differs from what is committed.
-CLDR_WINDOWS_ZONES ?= ../shared/cldr/windowsZones.xml
+CLDR_WINDOWS_ZONES ?= tools/data/cldr/windowsZones.xml
 windows-zones: deps
 	python3 tools/gen-windows-zones.py $(CLDR_WINDOWS_ZONES)
 	git diff --exit-code --stat -- src/basicutil/TimeZoneWindowsTables.cpp

@@ -5,25 +5,32 @@
 set -eu
 
 # python3 runs the table generator (and the test that checks its output against the tree);
-# clang-format checks the formatting; ICU and fmt are the benchmarks' peers (case conversion,
-# formatting); tzdata is the zone directory the time-zone tests read, and cctz their second
-# oracle and the zone benchmark's peer; abseil is the time-format benchmark's peer; the JSON
-# parser checks every JSON log line; spdlog and log4cpp are the logger benchmark's peers;
-# hexdump (bsdextrautils) and xxd are the hex dump's oracle and peers; RE2 is the regular
-# expressions' benchmark peer (PCRE2 itself, called directly, is their tests' oracle); CLI11 reads
-# the vestra tool's arguments; Doxygen makes the API reference (make docs, and its test).
+# clang-format checks the formatting; ICU's converters are the Unicode readers' oracle; tzdata is
+# the zone directory the time-zone tests read, and cctz their second oracle; the JSON parser
+# checks every JSON log line; hexdump (bsdextrautils) and xxd are the hex dump's oracles; PCRE2
+# itself, called directly, is the regular expressions' oracle; CLI11 reads the vestra tool's
+# arguments; Doxygen makes the API reference (make docs, and its test).
 # FreeBSD's toolchain checked on Linux (make libcxx, make platform-check, bmake in CI): clang 16
 # with libc++ 16, GoogleTest's sources (googletest) to build with them, and BSD make.
 DEBIAN_PACKAGES="cmake ninja-build g++ clang clang-format libclang-rt-dev pkg-config python3 git
-libgtest-dev libgmock-dev googletest libbenchmark-dev libdouble-conversion-dev libpcre2-dev libicu-dev libfmt-dev
-tzdata libcctz-dev libabsl-dev nlohmann-json3-dev
-libspdlog-dev liblog4cpp5-dev bsdextrautils xxd libre2-dev libcli11-dev doxygen
+libgtest-dev libgmock-dev googletest libdouble-conversion-dev libpcre2-dev libicu-dev
+tzdata libcctz-dev nlohmann-json3-dev bsdextrautils xxd libcli11-dev doxygen
 clang-16 libc++-16-dev libc++abi-16-dev bmake"
 # FreeBSD has clang, libc++, make (BSD make), hexdump and the zone directory in its base system.
 # coreutils brings GNU date and printf (gdate, gprintf), the oracles of the tool's end-to-end test;
 # llvm brings clang-format; bash runs CI's script and the completion test.
-FREEBSD_PACKAGES="cmake ninja pkgconf python3 git bash coreutils xxd llvm googletest benchmark double-conversion
-pcre2 icu libfmt cctz abseil nlohmann-json spdlog log4cpp re2 cli11 doxygen"
+FREEBSD_PACKAGES="cmake ninja pkgconf python3 git bash coreutils xxd llvm googletest double-conversion
+pcre2 icu cctz nlohmann-json cli11 doxygen"
+
+# With the argument "bench": Google Benchmark and the benchmarks' peers as well (make bench): fmt
+# (formatting), abseil (time formats, locks), spdlog and log4cpp (logging), RE2 (regular
+# expressions); ICU, cctz and PCRE2 are peers too, and installed anyway.
+DEBIAN_BENCH_PACKAGES="libbenchmark-dev libfmt-dev libabsl-dev libspdlog-dev liblog4cpp5-dev libre2-dev"
+FREEBSD_BENCH_PACKAGES="benchmark libfmt abseil spdlog log4cpp re2"
+if [ "${1:-}" = bench ]; then
+    DEBIAN_PACKAGES="$DEBIAN_PACKAGES $DEBIAN_BENCH_PACKAGES"
+    FREEBSD_PACKAGES="$FREEBSD_PACKAGES $FREEBSD_BENCH_PACKAGES"
+fi
 
 # Root's own commands as they are; otherwise sudo, or doas where sudo is absent (FreeBSD).
 as_root() {

@@ -1,5 +1,6 @@
 #!/bin/sh
-# make-docs.sh [OUTPUT_DIR]: the API reference from the public headers (docs/Doxyfile) into
+# make-docs.sh [OUTPUT_DIR]: the API reference from the public headers (cmake/public-headers.txt,
+# with the settings of docs/Doxyfile) into
 # OUTPUT_DIR/html (build/docs by default). Any Doxygen warning fails it, an undocumented public
 # declaration included, and the warnings are printed.
 set -eu
@@ -15,6 +16,10 @@ cd "$top"
 # The Doxyfile's settings, then this run's own (later lines win).
 status=0
 { cat docs/Doxyfile
+  # The public headers, as installed (cmake/public-headers.txt).
+  printf 'INPUT = docs/mainpage.md'
+  grep -v '^#' cmake/public-headers.txt | sed 's|^| src/|' | tr -d '\n'
+  echo
   echo "OUTPUT_DIRECTORY = \"$out\""
   echo "PROJECT_NUMBER = $version"
   echo "WARN_LOGFILE = \"$out/warnings.txt\""; } | doxygen - >/dev/null || status=$?

@@ -3,7 +3,8 @@
 
 usage: tools/gen-unicode-tables.py UCD_DIR [OUT_ROOT]
 
-UCD_DIR holds UnicodeData.txt and EastAsianWidth.txt of Unicode 8.0.0. OUT_ROOT (default: the
+UCD_DIR holds UnicodeData.txt and EastAsianWidth.txt of Unicode 8.0.0 (tools/data/ucd/8.0.0 in
+the project). OUT_ROOT (default: the
 project root) receives src/basicutil/UnicodeCodepointTables.cpp and
 src/libzero/codepoint-width-tables.cpp. The output depends on nothing but the two input files.
 

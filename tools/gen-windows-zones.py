@@ -3,8 +3,8 @@
 
 usage: tools/gen-windows-zones.py [WINDOWS_ZONES_XML [OUT_ROOT]]
 
-WINDOWS_ZONES_XML (default: ../shared/cldr/windowsZones.xml beside the project, the Unicode
-CLDR's table as Debian's unicode-cldr-core ships it, release 41) holds
+WINDOWS_ZONES_XML (default: tools/data/cldr/windowsZones.xml in the project, the Unicode CLDR's
+table as Debian's unicode-cldr-core ships it, release 41) holds
 <mapZone other="WINDOWS NAME" territory="T" type="IANA [IANA...]"/> elements. OUT_ROOT (default:
 the project root) receives src/basicutil/TimeZoneWindowsTables.cpp.
 
@@ -29,7 +29,7 @@ def c_string(text):
 
 
 def main():
-    source = sys.argv[1] if len(sys.argv) > 1 else os.path.join(ROOT, "..", "shared", "cldr", "windowsZones.xml")
+    source = sys.argv[1] if len(sys.argv) > 1 else os.path.join(ROOT, "tools", "data", "cldr", "windowsZones.xml")
     out_root = sys.argv[2] if len(sys.argv) > 2 else ROOT
     rows = []
     for zone in ET.parse(source).getroot().iter("mapZone"):
