@@ -16,8 +16,8 @@
 #include <mutex>
 #include <string>
 
-#include "basicutil/Logger.h"
 #include "basicutil/LoggerAppender.h"
+#include "basicutil/LoggerFormat.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "FuzzReference.h"
-#include "basicutil/Logger.h"
+#include "basicutil/LoggerFormat.h"
 
 using namespace basicutil;
 

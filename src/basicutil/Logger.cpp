@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "basicutil/Assert.h"
-#include "basicutil/LoggerAppender.h"
+#include "basicutil/Platform.h"
 #include "basicutil/StartupOrder.h"
 
 namespace basicutil {
@@ -31,11 +31,10 @@ Registry& registry() {
     return instance;
 }
 
-// The default layout "%m%n" and the "Logger" channel.
+// The "Logger" channel.
 struct LoggerGlobals {
-    std::shared_ptr<const LogFormat> layout;
-    LoggerSimple channel;  // after the layout, which it takes
-    LoggerGlobals() : layout(std::make_shared<const LogFormat>("%m%n")), channel("Logger", 0, 60, 100) {
+    LoggerSimple channel;
+    LoggerGlobals() : channel("Logger", 0, 60, 100) {
         recordStartupEvent("+basicutil/Logger");
         alive.store(true);
     }
@@ -47,21 +46,15 @@ struct LoggerGlobals {
 };
 LoggerGlobals g_logger VESTRA_STARTUP(STARTUP_LOGGER);
 
-// Channels made before the default layout exists (the "Thread" and "Timeval" globals) get it
-// when they first render a line.
-std::shared_ptr<const LogFormat> defaultLayout() {
-    static const std::shared_ptr<const LogFormat> early = std::make_shared<const LogFormat>("%m%n");
-    return g_logger.layout != nullptr ? g_logger.layout : early;
+Timeval wallClockNow() noexcept {
+    const struct timeval tv = platform::readWallClockOrAbort();
+    return {tv.tv_sec, tv.tv_usec};
 }
 
 }  // namespace
 
 Logger& loggerChannel() noexcept {
     return g_logger.channel;
-}
-
-std::shared_ptr<const LogFormat> defaultLogLayout() {
-    return defaultLayout();
 }
 
 Logger* loggerChannelIfAlive() noexcept {
@@ -78,14 +71,15 @@ struct Logger::Similar {
 };
 
 LogObserver::~LogObserver() = default;
+LogSink::~LogSink() = default;
+LogLineLayout::~LogLineLayout() = default;
 Logger::iterate_channels_callback::~iterate_channels_callback() = default;
 
 Logger::Logger(const char* name, int quiet, unsigned similarSeconds, unsigned similarCapacity)
     : _name(name),
       _threshold(quiet != 0 ? LOG_EMERG + 1 : LOG_DEBUG),
       _similarSeconds(similarSeconds),
-      _similarCapacity(similarCapacity),
-      _layout(defaultLayout()) {
+      _similarCapacity(similarCapacity) {
     Registry& all = registry();
     {
         std::lock_guard<std::mutex> lock(all.mutex);
@@ -160,9 +154,9 @@ Logger* Logger::find(StrSegment name) noexcept {
     return nullptr;
 }
 
-void Logger::setLayout(std::shared_ptr<const LogFormat> layout) {
+void Logger::setLayout(std::shared_ptr<const LogLineLayout> layout) {
     std::lock_guard<std::mutex> lock(_mutex);
-    _layout = layout != nullptr ? std::move(layout) : defaultLayout();
+    _layout = std::move(layout);
 }
 
 void Logger::registerLogObserver(LogObserver* observer) {
@@ -180,11 +174,16 @@ void Logger::unregisterLogObserver(LogObserver* observer) {
 // Under _mutex: the observers see the line now; it is kept for the appenders, which are
 // written after the lock is released (they may log on this very channel about their troubles).
 void Logger::emit(LogLevel level, StrSegment message, Outgoing& out, bool owned) {
-    const Timeval now = Timeval::now();
+    const Timeval now = wallClockNow();
     if (!_observers.empty()) {
         const LogEvent event{_name, level, now, message};
         Str line;
-        _layout->render(line, event, LogFormat::SERIALIZE_TEXT, 0, nullptr);
+        if (_layout != nullptr) {
+            _layout->renderLine(line, event);
+        } else {
+            line.append(message);
+            line.push_back('\n');
+        }
         for (LogObserver* observer : _observers) observer->observe(event, line);
     }
     if (out.appenders == nullptr) return;
@@ -213,11 +212,11 @@ void Logger::deliver(const Outgoing& out) const {
     if (out.appenders == nullptr) return;
     for (const Outgoing::Line& line : out.reports) {
         const LogEvent event{_name, line.level, line.time, line.message};
-        for (const std::shared_ptr<LogAppender>& appender : *out.appenders) appender->write(event);
+        for (const std::shared_ptr<LogSink>& sink : *out.appenders) sink->write(event);
     }
     if (out.hasMessage) {
         const LogEvent event{_name, out.level, out.time, out.message};
-        for (const std::shared_ptr<LogAppender>& appender : *out.appenders) appender->write(event);
+        for (const std::shared_ptr<LogSink>& sink : *out.appenders) sink->write(event);
     }
 }
 
@@ -230,7 +229,7 @@ void Logger::submit(LogLevel level, StrSegment message, StrSegment similarityKey
         if (out.appenders == nullptr) return;
         out.hasMessage = true;
         out.level = level;
-        out.time = Timeval::now();
+        out.time = wallClockNow();
         out.message = message;
     } else {
         std::lock_guard<std::mutex> lock(_mutex);
@@ -245,7 +244,7 @@ void Logger::submitLocked(LogLevel level, StrSegment message, StrSegment similar
         emit(level, message, out, false);
         return;
     }
-    const std::int64_t now = Timeval::nowSeconds();
+    const std::int64_t now = wallClockNow().tv_sec;
     // Windows that have passed: their counts are reported and their entries go.
     for (auto it = _similar.begin(); it != _similar.end();) {
         if (now - it->firstSeen >= static_cast<std::int64_t>(_similarSeconds)) {
@@ -281,12 +280,12 @@ void Logger::flushSimilar() {
     deliver(out);
 }
 
-void Logger::setAppenders(std::vector<std::shared_ptr<LogAppender>> appenders) {
+void Logger::setAppenders(std::vector<std::shared_ptr<LogSink>> appenders) {
     _appenders.replace(appenders.empty() ? nullptr
                                          : std::make_shared<const AppenderList>(std::move(appenders)));
 }
 
-std::vector<std::shared_ptr<LogAppender>> Logger::appenders() const {
+std::vector<std::shared_ptr<LogSink>> Logger::appenders() const {
     const ReadMostly<AppenderList>::Reader list(_appenders);
     return list.get() != nullptr ? *list.get() : AppenderList{};
 }

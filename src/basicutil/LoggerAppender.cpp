@@ -134,8 +134,8 @@ void reportLogTrouble(LogLevel level, StrSegment text, const LogAppender* source
     bool carried = false;
     if (channel != nullptr) {
         if (!channel->enabled(level)) return;  // a channel switched off by choice
-        for (const std::shared_ptr<LogAppender>& appender : channel->appenders()) {
-            if (appender.get() != source && !appender->disabled() && appender->healthy()) carried = true;
+        for (const std::shared_ptr<LogSink>& sink : channel->appenders()) {
+            if (sink.get() != static_cast<const LogSink*>(source) && sink->carries()) carried = true;
         }
         channel->log(level, text);
     }

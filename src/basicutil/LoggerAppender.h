@@ -34,6 +34,7 @@
 #include <vector>
 
 #include "basicutil/Logger.h"
+#include "basicutil/LoggerFormat.h"
 
 namespace basicutil {
 
@@ -63,7 +64,7 @@ struct LogAppenderNotice {
 };
 
 // One destination of log lines (above); shared by the channels a configuration points at it.
-class LogAppender : private LogFormatCallback {
+class LogAppender : public LogSink, private LogFormatCallback {
   public:
     // Runs the checks (each warning at WARN on the "Logger" channel) and, unless suspended,
     // opens the file.
@@ -87,7 +88,7 @@ class LogAppender : private LogFormatCallback {
 
     // Renders the event with the layout and writes the line (or buffers it); rotates first
     // when the line would pass the maximum file size. A disabled appender ignores it.
-    void write(const LogEvent& event);
+    void write(const LogEvent& event) override;
     // Writes out what is buffered.
     void flush();
 
@@ -100,6 +101,8 @@ class LogAppender : private LogFormatCallback {
     // Whether lines reach the target now: standard error, or a file that is open and whose
     // last write succeeded.
     bool healthy() const noexcept;
+    // Enabled and healthy: a line written now reaches the file.
+    bool carries() const noexcept override { return !disabled() && healthy(); }
 
     // Output goes to the null device until unsuspend(), which reopens the file; unsuspend
     // requires that no file is open (false otherwise).

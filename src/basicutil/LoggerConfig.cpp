@@ -473,7 +473,7 @@ void LogConfiguration::apply() {
             const auto own = state->categories.find(logger.name());
             const ChannelSettings& settings = own != state->categories.end() ? own->second : state->root;
             if (settings.hasLevel) logger.setThreshold(settings.level);
-            logger.setAppenders(settings.appenders);
+            logger.setAppenders({settings.appenders.begin(), settings.appenders.end()});
         });
     Logger::initialize();
     for (const LogAppenderNotice& n : report) logger_details::reportLogTrouble(n.level, n.text, nullptr);

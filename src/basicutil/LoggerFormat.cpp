@@ -1,3 +1,5 @@
+#include "basicutil/LoggerFormat.h"
+
 // Compiling line patterns and rendering lines: fields, JSON members, message trimming.
 #include <algorithm>
 #include <atomic>
@@ -7,7 +9,6 @@
 
 #include "basicutil/Assert.h"
 #include "basicutil/DecimalText.h"
-#include "basicutil/Logger.h"
 #include "basicutil/Platform.h"
 #include "basicutil/StrEscape.h"
 #include "basicutil/Thread.h"
@@ -144,6 +145,11 @@ bool parseLogLevel(StrSegment name, LogLevel& level) noexcept {
 
 LogFormatCallback::~LogFormatCallback() = default;
 void LogFormatCallback::beforeOversizedLine(const LogEvent&) {}
+
+std::shared_ptr<const LogFormat> defaultLogLayout() {
+    static const std::shared_ptr<const LogFormat> layout = std::make_shared<const LogFormat>("%m%n");
+    return layout;
+}
 
 void renderTrimmedTo(Str& out, const char* text, std::uint64_t length, std::uint64_t trimTo) {
     const std::uint64_t msgsize = length;

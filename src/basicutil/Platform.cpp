@@ -4,9 +4,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #if defined(__FreeBSD__)
@@ -138,6 +140,19 @@ bool cpuHasAvx2() noexcept {
 
 bool readWallClock(struct timeval& out) noexcept {
     return gettimeofday(&out, nullptr) == 0;
+}
+
+struct timeval readWallClockOrAbort() noexcept {
+    struct timeval tv {};
+    if (readWallClock(tv)) return tv;
+    const int saved = errno;
+    char text[256];
+    errorText(saved, text, sizeof text);
+    iovec line[] = {
+        {const_cast<char*>("gettimeofday: "), 14}, {text, std::strlen(text)}, {const_cast<char*>("\n"), 1}};
+    const ssize_t written = ::writev(STDERR_FILENO, line, static_cast<int>(std::size(line)));
+    static_cast<void>(written);  // aborting either way
+    std::abort();
 }
 
 bool readMonotonicClock(struct timespec& out) noexcept {

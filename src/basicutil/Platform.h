@@ -66,6 +66,10 @@ std::int64_t processorTimeMicroseconds() noexcept;
 [[nodiscard]] bool readWallClock(struct timeval& out) noexcept;        // gettimeofday
 [[nodiscard]] bool readMonotonicClock(struct timespec& out) noexcept;  // clock_gettime(CLOCK_MONOTONIC)
 [[nodiscard]] bool readUtcClock(struct timespec& out) noexcept;        // timespec_get(TIME_UTC)
+// The wall clock, or, should gettimeofday fail, "gettimeofday: <error text>" on descriptor 2 and
+// abort: no time value can stand for a clock that cannot be read, and nothing may be logged about
+// it (the logger itself reads this clock).
+struct timeval readWallClockOrAbort() noexcept;
 
 // Copies up to `length` bytes from `in` to `out` at their file positions inside the kernel
 // (copy_file_range on Linux and FreeBSD 13 on). Ask for what remains to be copied: FreeBSD checks

@@ -75,9 +75,7 @@ static_assert(std::atomic<std::uint64_t>::is_always_lock_free && std::atomic<pth
 
 using thread_details::throwThreadException;
 
-FatalThreadContext fatalContext() noexcept {
-    return {Thread::threadsActive(), Thread::currentThreadName()};
-}
+FatalThreadContext fatalContext() noexcept;
 
 struct ThreadGlobals {
     LoggerSimple log{"Thread", 0, 60, 100};
@@ -86,6 +84,7 @@ struct ThreadGlobals {
     sem_t signal_done;
 
     ThreadGlobals() {
+        installFatalThreadContextProvider(&fatalContext);  // the channel exists from here on
         recordStartupEvent("+basicutil/Thread");
         if (int rc = pthread_mutex_init(&mutex, nullptr)) throwThreadException("pthread_mutex_init", rc);
         if (int rc = pthread_mutex_init(&signal_callers, nullptr))
@@ -94,19 +93,22 @@ struct ThreadGlobals {
         if (int rc = pthread_key_create(&activeThreads, nullptr))
             throwThreadException("pthread_key_create", rc);
         active_threads_key_created.store(true);
-        installFatalThreadContextProvider(&fatalContext);
     }
     ~ThreadGlobals() {
-        installFatalThreadContextProvider(nullptr);
         active_threads_key_created.store(false);
         checkThreadCall(pthread_key_delete(activeThreads), "pthread_key_delete");
         if (sem_destroy(&signal_done) != 0) checkThreadCall(errno, "sem_destroy");
         checkThreadCall(pthread_mutex_destroy(&signal_callers), "pthread_mutex_destroy");
         checkThreadCall(pthread_mutex_destroy(&mutex), "pthread_mutex_destroy");
         recordStartupEvent("-basicutil/Thread");
+        installFatalThreadContextProvider(nullptr);  // the channel goes next
     }
 };
 ThreadGlobals globals VESTRA_STARTUP(STARTUP_THREAD);
+
+FatalThreadContext fatalContext() noexcept {
+    return {Thread::threadsActive(), Thread::currentThreadName(), &globals.log};
+}
 
 }  // namespace
 

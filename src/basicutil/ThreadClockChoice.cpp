@@ -6,7 +6,7 @@
 
 #include "basicutil/Logger.h"
 #include "basicutil/Platform.h"
-#include "basicutil/Thread.h"
+#include "basicutil/ThreadFatalError.h"
 
 namespace basicutil {
 
@@ -39,7 +39,10 @@ ClockChoice decideOnce() noexcept {
     struct timespec probe {};
     const ClockChoice choice =
         decideClockChoice(std::getenv("VESTRA_USE_MONOTONIC_CLOCK"), platform::readMonotonicClock(probe));
-    threadChannel().log(choice == CLOCK_CHOICE_UNAVAILABLE ? LOG_WARN : LOG_INFO, clockChoiceText(choice));
+    // On the "Thread" channel, once it exists (a choice made earlier in start-up is not logged).
+    if (Logger* channel = fatalThreadContext().channel; channel != nullptr) {
+        channel->log(choice == CLOCK_CHOICE_UNAVAILABLE ? LOG_WARN : LOG_INFO, clockChoiceText(choice));
+    }
     return choice;
 }
 

@@ -12,14 +12,13 @@
 #include "basicutil/DecimalText.h"
 #include "basicutil/Logger.h"
 #include "basicutil/Platform.h"
-#include "basicutil/Thread.h"
 
 namespace basicutil {
 
 namespace {
 
 FatalThreadContext noThreadFramework() noexcept {
-    return {0, "Unknown Thread"};
+    return {0, "Unknown Thread", nullptr};
 }
 
 std::atomic<FatalThreadContextProvider> g_contextProvider{&noThreadFramework};
@@ -51,6 +50,10 @@ iovec piece(const char* text) {
 
 void installFatalThreadContextProvider(FatalThreadContextProvider provider) noexcept {
     g_contextProvider.store(provider != nullptr ? provider : &noThreadFramework);
+}
+
+FatalThreadContext fatalThreadContext() noexcept {
+    return g_contextProvider.load()();
 }
 
 FatalThreadErrorRecord fatalThreadErrorRecord() noexcept {
@@ -103,7 +106,7 @@ void fatalThreadError(const char* call, int errnum) noexcept {
         std::memcpy(message + used, line[i].iov_base, take);
         used += take;
     }
-    threadChannel().log(LOG_FATAL, std::string_view(message, used));
+    if (context.channel != nullptr) context.channel->log(LOG_FATAL, std::string_view(message, used));
     std::abort();
 }
 

@@ -10,6 +10,8 @@
 
 namespace basicutil {
 
+class Logger;
+
 // What the first fatal error recorded, for the state dump of every thread.
 struct FatalThreadErrorRecord {
     static constexpr std::size_t kThreadNameBytes = 64;  // longer names are cut, never inside a character
@@ -19,16 +21,20 @@ struct FatalThreadErrorRecord {
     char threadName[kThreadNameBytes] = {};              // the failing thread's name, NUL-terminated
 };
 
-// What the routine reports about the threads. The thread framework installs the provider;
-// until then it reports 0 threads, "Unknown Thread".
+// What the routine reports about the threads, and where it logs. The thread framework installs
+// the provider; until then it reports 0 threads, "Unknown Thread", and no channel. The routine
+// and the clock choice sit below the threads, so they learn the "Thread" channel this way.
 struct FatalThreadContext {
     unsigned threadsActive;  // Thread objects alive
     const char* callerName;  // the calling thread's name
+    Logger* channel;         // the "Thread" channel, or null: no line is logged
 };
 // Answers for the calling thread; must be safe to call while the process is failing.
 using FatalThreadContextProvider = FatalThreadContext (*)() noexcept;
 // Sets the provider (null: back to the default answer).
 void installFatalThreadContextProvider(FatalThreadContextProvider provider) noexcept;
+// The provider's answer for the calling thread.
+FatalThreadContext fatalThreadContext() noexcept;
 
 // Records, writes and logs the failure of `call` with error `errnum` (above), then aborts.
 [[noreturn]] void fatalThreadError(const char* call, int errnum) noexcept;

@@ -5,6 +5,7 @@
 #include "basicutil/Platform.h"
 #include "basicutil/PrintfFormat.h"
 #include "basicutil/TimeZone.h"
+#include "basicutil/TimevalStructTm.h"
 
 namespace basicutil {
 

@@ -5,25 +5,8 @@
 
 #include "basicutil/Assert.h"
 #include "basicutil/DecimalText.h"
-#include "basicutil/Logger.h"
-#include "basicutil/StartupOrder.h"
 
 namespace basicutil {
-
-namespace {
-
-struct TimevalGlobals {
-    LoggerSimple log{"Timeval", 0, 60, 100};
-    TimevalGlobals() { recordStartupEvent("+basicutil/Timeval"); }
-    ~TimevalGlobals() { recordStartupEvent("-basicutil/Timeval"); }
-};
-TimevalGlobals g_timeval VESTRA_STARTUP(STARTUP_TIMEVAL);
-
-}  // namespace
-
-Logger& timevalChannel() noexcept {
-    return g_timeval.log;
-}
 
 namespace {
 

@@ -19,10 +19,6 @@ namespace basicutil {
 
 struct TimeFormatRawParseResult;
 class TimeZone;
-class Logger;
-
-// The "Timeval" channel: failed conversions of broken-down time.
-Logger& timevalChannel() noexcept;
 
 // A point in time, or a signed span: seconds and microseconds, always normalised.
 struct Timeval {

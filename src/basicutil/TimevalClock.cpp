@@ -1,12 +1,8 @@
 // Reading the clocks and sleeping.
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <iterator>
 
 #include "basicutil/Platform.h"
 #include "basicutil/ThreadClockChoice.h"
@@ -17,21 +13,7 @@ namespace basicutil {
 
 namespace {
 
-[[noreturn]] void wallClockFailed(int errnum) noexcept {
-    char text[256];
-    platform::errorText(errnum, text, sizeof text);
-    iovec line[] = {
-        {const_cast<char*>("gettimeofday: "), 14}, {text, std::strlen(text)}, {const_cast<char*>("\n"), 1}};
-    const ssize_t written = writev(STDERR_FILENO, line, static_cast<int>(std::size(line)));
-    static_cast<void>(written);  // aborting either way
-    std::abort();
-}
-
-struct timeval readWallClockOrAbort() noexcept {
-    struct timeval tv {};
-    if (!platform::readWallClock(tv)) wallClockFailed(errno);
-    return tv;
-}
+using platform::readWallClockOrAbort;
 
 // Seconds in the high 34 bits, nanoseconds (below 2^30) in the low 30.
 constexpr unsigned kCoarseShift = 30;

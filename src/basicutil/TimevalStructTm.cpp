@@ -4,8 +4,26 @@
 
 #include "basicutil/Logger.h"
 #include "basicutil/PrintfFormat.h"
+#include "basicutil/StartupOrder.h"
 
 namespace basicutil {
+
+namespace {
+
+// The time value's own globals: its channel. Here, with the conversions that log on it, so that
+// the value itself sits below the channels.
+struct TimevalGlobals {
+    LoggerSimple log{"Timeval", 0, 60, 100};
+    TimevalGlobals() { recordStartupEvent("+basicutil/Timeval"); }
+    ~TimevalGlobals() { recordStartupEvent("-basicutil/Timeval"); }
+};
+TimevalGlobals g_timeval VESTRA_STARTUP(STARTUP_TIMEVAL);
+
+}  // namespace
+
+Logger& timevalChannel() noexcept {
+    return g_timeval.log;
+}
 
 namespace {
 

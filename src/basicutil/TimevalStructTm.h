@@ -17,6 +17,11 @@
 
 namespace basicutil {
 
+class Logger;
+
+// The "Timeval" channel: failed conversions of broken-down time.
+Logger& timevalChannel() noexcept;
+
 // Broken-down time in the process's local zone.
 struct LocalStructTm : std::tm {
     LocalStructTm() : std::tm{} {}

@@ -1,8 +1,8 @@
 // vestra log check and log render.
 #include <string>
 
-#include "basicutil/Logger.h"
 #include "basicutil/LoggerConfig.h"
+#include "basicutil/LoggerFormat.h"
 #include "basicutil/PrintfFormat.h"
 #include "basicutil/Timeval.h"
 #include "main/vestra_details.h"

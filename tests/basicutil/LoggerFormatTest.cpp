@@ -5,7 +5,7 @@
 #include <random>
 #include <string>
 
-#include "basicutil/Logger.h"
+#include "basicutil/LoggerFormat.h"
 #include "basicutil/Thread.h"
 #include "support/test-platform.h"
 

@@ -1,4 +1,4 @@
-#include "basicutil/Logger.h"
+#include "basicutil/LoggerFormat.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "basicutil/Thread.h"
+#include "basicutil/TimevalStructTm.h"
 
 namespace basicutil {
 namespace {
@@ -116,6 +117,7 @@ TEST(LoggerTest, ChannelsAreListedAndFound) {
     }
     EXPECT_EQ(Logger::find("test.listed"), &mine);
     EXPECT_EQ(Logger::find("Thread"), &threadChannel());
+    EXPECT_EQ(Logger::find("Timeval"), &timevalChannel());
     EXPECT_EQ(Logger::find("nope"), nullptr);
     mine.setLayout(std::make_shared<const LogFormat>("[%c %p] %m%n"));
     Lines seen;

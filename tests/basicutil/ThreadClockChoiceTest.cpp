@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "basicutil/Thread.h"
 #include "support/LogCapture.h"
 
 namespace basicutil {
@@ -23,13 +24,16 @@ TEST(ThreadClockChoiceTest, EnvironmentValueAndProbeDecide) {
     }
 }
 
+// Logged on the thread framework's channel, which tells the clock choice where it is.
 TEST(ThreadClockChoiceTest, DecidedOnceAndLoggedOnce) {
+    const Logger& channel = threadChannel();
     testing::LogCapture capture;
     const ClockChoice first = clockChoice();
     EXPECT_EQ(clockChoice(), first);
     EXPECT_EQ(useMonotonicClock(), first == CLOCK_CHOICE_MONOTONIC);
     ASSERT_EQ(capture.lines().size(), 1u);
     EXPECT_EQ(capture.lines()[0].channel, "Thread");
+    EXPECT_EQ(channel.name().view(), "Thread");
     const char* const expected[] = {"", "using CLOCK_MONOTONIC",
                                     "CLOCK_MONOTONIC support explicitly disabled",
                                     "CLOCK_MONOTONIC support not available"};

@@ -27,7 +27,7 @@ TEST(ThreadFatalErrorDeathTest, WritesOneLineAndAborts) {
 }
 
 TEST(ThreadFatalErrorDeathTest, ReportsWhatTheThreadFrameworkProvides) {
-    installFatalThreadContextProvider([]() noexcept { return FatalThreadContext{3, "Worker"}; });
+    installFatalThreadContextProvider([]() noexcept { return FatalThreadContext{3, "Worker", nullptr}; });
     EXPECT_DEATH(checkThreadCall(EDEADLK, "pthread_mutex_lock"),
                  "pthread_mutex_lock: Resource deadlock avoided; 3 threads active, in Worker");
     installFatalThreadContextProvider(nullptr);
