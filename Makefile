@@ -104,7 +104,7 @@ docs: deps
 UCD ?= tools/data/ucd/8.0.0
 unicode-tables: deps
 	python3 tools/gen-unicode-tables.py $(UCD)
-	git diff --exit-code --stat -- src/basicutil/UnicodeCodepointTables.cpp src/libzero/codepoint-width-tables.cpp
+	git diff --exit-code --stat -- src/basicutil/text/UnicodeCodepointTables.cpp src/libzero/codepoint-width-tables.cpp
 	@echo "unicode tables: identical to the committed ones"
 
 # Regenerates the Windows zone-name table from the CLDR data beside the project and fails if it
@@ -112,7 +112,7 @@ unicode-tables: deps
 CLDR_WINDOWS_ZONES ?= tools/data/cldr/windowsZones.xml
 windows-zones: deps
 	python3 tools/gen-windows-zones.py $(CLDR_WINDOWS_ZONES)
-	git diff --exit-code --stat -- src/basicutil/TimeZoneWindowsTables.cpp
+	git diff --exit-code --stat -- src/basicutil/time/TimeZoneWindowsTables.cpp
 	@echo "windows zones: identical to the committed table"
 
 clean:

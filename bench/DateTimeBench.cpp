@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "basicutil/DateTime.h"
+#include "basicutil/time/DateTime.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "basicutil/FileSystem.h"
+#include "basicutil/files/FileSystem.h"
 #include "libzero/unicode-file.h"
 
 extern char** environ;

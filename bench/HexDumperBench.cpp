@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "basicutil/BasicConversions.h"
-#include "basicutil/HexDumper.h"
+#include "basicutil/hexdump/HexDumper.h"
+#include "basicutil/text/BasicConversions.h"
 
 namespace {
 

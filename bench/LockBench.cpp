@@ -18,8 +18,8 @@
 #include <mutex>
 #include <vector>
 
-#include "basicutil/MutexByte.h"
-#include "basicutil/Thread.h"
+#include "basicutil/threads/MutexByte.h"
+#include "basicutil/threads/Thread.h"
 
 namespace {
 

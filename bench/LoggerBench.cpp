@@ -16,8 +16,8 @@
 #include <mutex>
 #include <string>
 
-#include "basicutil/LoggerAppender.h"
-#include "basicutil/LoggerFormat.h"
+#include "basicutil/logging/LoggerAppender.h"
+#include "basicutil/logging/LoggerFormat.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <iterator>
 
-#include "basicutil/PrintfFormat.h"
+#include "basicutil/text/PrintfFormat.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include <string_view>
 #include <vector>
 
-#include "basicutil/Regex.h"
+#include "basicutil/regex/Regex.h"
 
 namespace {
 

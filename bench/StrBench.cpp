@@ -7,11 +7,11 @@
 #include <cstring>
 #include <string>
 
-#include "basicutil/StrCase.h"
-#include "basicutil/StrEscape.h"
-#include "basicutil/StrParse.h"
-#include "basicutil/StrSearch.h"
-#include "basicutil/StrUtf8.h"
+#include "basicutil/text/StrCase.h"
+#include "basicutil/text/StrEscape.h"
+#include "basicutil/text/StrParse.h"
+#include "basicutil/text/StrSearch.h"
+#include "basicutil/text/StrUtf8.h"
 
 namespace {
 

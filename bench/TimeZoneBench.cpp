@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-#include "basicutil/TimeZone.h"
+#include "basicutil/time/TimeZone.h"
 
 namespace {
 

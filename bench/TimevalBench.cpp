@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "basicutil/Timeval.h"
+#include "basicutil/timevalue/Timeval.h"
 
 namespace {
 

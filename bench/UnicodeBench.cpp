@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "basicutil/UnicodeCodepoint.h"
+#include "basicutil/text/UnicodeCodepoint.h"
 #include "libzero/codepoint-width.h"
 
 namespace {

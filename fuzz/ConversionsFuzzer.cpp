@@ -3,8 +3,8 @@
 #include <string>
 
 #include "FuzzReference.h"
-#include "basicutil/BasicConversions.h"
-#include "basicutil/HexDumper.h"
+#include "basicutil/hexdump/HexDumper.h"
+#include "basicutil/text/BasicConversions.h"
 
 using namespace basicutil;
 using fuzzref::Int128;

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "FuzzReference.h"
-#include "basicutil/DateTime.h"
+#include "basicutil/time/DateTime.h"
 
 using namespace basicutil;
 

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "basicutil/DecimalText.h"
+#include "basicutil/text/DecimalText.h"
 
 namespace fuzzref {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "FuzzReference.h"
-#include "basicutil/LoggerFormat.h"
+#include "basicutil/logging/LoggerFormat.h"
 
 using namespace basicutil;
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "FuzzReference.h"
-#include "basicutil/Pathname.h"
+#include "basicutil/files/Pathname.h"
 #include "libzero/bounded-path.h"
 
 using namespace basicutil;

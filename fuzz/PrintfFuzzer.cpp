@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "FuzzReference.h"
-#include "basicutil/PrintFloatingPoint.h"
-#include "basicutil/PrintfFormat.h"
+#include "basicutil/text/PrintFloatingPoint.h"
+#include "basicutil/text/PrintfFormat.h"
 
 using namespace basicutil;
 

@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "FuzzReference.h"
-#include "basicutil/Logger.h"
-#include "basicutil/Regex.h"
+#include "basicutil/log/Logger.h"
+#include "basicutil/regex/Regex.h"
 
 using namespace basicutil;
 

@@ -5,13 +5,13 @@
 #include <vector>
 
 #include "FuzzReference.h"
-#include "basicutil/Platform.h"
-#include "basicutil/StrEscape.h"
-#include "basicutil/StrParse.h"
-#include "basicutil/StrSearch.h"
-#include "basicutil/StrSplit.h"
-#include "basicutil/StrUtf8.h"
-#include "basicutil/StrUtf8_details.h"
+#include "basicutil/platform/Platform.h"
+#include "basicutil/text/StrEscape.h"
+#include "basicutil/text/StrParse.h"
+#include "basicutil/text/StrSearch.h"
+#include "basicutil/text/StrSplit.h"
+#include "basicutil/text/StrUtf8.h"
+#include "basicutil/text/StrUtf8_details.h"
 
 using namespace basicutil;
 

@@ -1,6 +1,6 @@
 // Archives: any bytes are refused, or every name in the index finds its zone file.
 #include "TimeZoneFuzzChecks.h"
-#include "basicutil/TimeZoneArchive.h"
+#include "basicutil/time/TimeZoneArchive.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace basicutil;

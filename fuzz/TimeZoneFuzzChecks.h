@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "FuzzReference.h"
-#include "basicutil/TimeZone.h"
+#include "basicutil/time/TimeZone.h"
 
 namespace fuzzref {
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "FuzzReference.h"
-#include "basicutil/Timeval.h"
+#include "basicutil/timevalue/Timeval.h"
 
 using namespace fuzzref;
 using basicutil::Timeval;

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "FuzzReference.h"
-#include "basicutil/Timeval.h"
+#include "basicutil/timevalue/Timeval.h"
 
 using namespace fuzzref;
 

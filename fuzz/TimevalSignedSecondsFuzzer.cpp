@@ -2,7 +2,7 @@
 #include <cstdint>
 
 #include "FuzzReference.h"
-#include "basicutil/Timeval.h"
+#include "basicutil/timevalue/Timeval.h"
 
 using namespace fuzzref;
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "FuzzReference.h"
-#include "basicutil/UnicodeCodepoint.h"
+#include "basicutil/text/UnicodeCodepoint.h"
 
 using namespace basicutil;
 

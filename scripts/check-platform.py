@@ -58,7 +58,7 @@ BUILD_RULES = [
     (r"\bsyncfs\b|-lrt\b|-ldl\b|-lbsd\b", "a Linux-only library or call in the build"),
 ]
 
-ALLOWED = ("src/basicutil/Platform.h", "src/basicutil/Platform.cpp", "tests/basicutil/PlatformTest.cpp")
+ALLOWED = ("src/basicutil/platform/Platform.h", "src/basicutil/platform/Platform.cpp", "tests/basicutil/platform/PlatformTest.cpp")
 ALLOWED_DIRS = ("tests/support/",)
 SOURCE_DIRS = ("src/", "tests/", "bench/", "fuzz/")
 SOURCE_SUFFIXES = (".cpp", ".h", ".c", ".cc", ".hpp")

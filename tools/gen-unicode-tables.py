@@ -5,7 +5,7 @@ usage: tools/gen-unicode-tables.py UCD_DIR [OUT_ROOT]
 
 UCD_DIR holds UnicodeData.txt and EastAsianWidth.txt of Unicode 8.0.0 (tools/data/ucd/8.0.0 in
 the project). OUT_ROOT (default: the
-project root) receives src/basicutil/UnicodeCodepointTables.cpp and
+project root) receives src/basicutil/text/UnicodeCodepointTables.cpp and
 src/libzero/codepoint-width-tables.cpp. The output depends on nothing but the two input files.
 
 Rules
@@ -242,7 +242,7 @@ def write_property_source(path, ranges, rules, starts, flags):
     for mark in range(0x300, 0x370):
         index.append((len(flat), len(rules[mark])))
         flat.extend(rules[mark])
-    out = [header("UnicodeData.txt"), "#include \"basicutil/UnicodeCodepointTables.h\"\n\nnamespace basicutil {\n\n"]
+    out = [header("UnicodeData.txt"), "#include \"basicutil/text/UnicodeCodepointTables.h\"\n\nnamespace basicutil {\n\n"]
     out.append("// %d ranges, then the terminating entry.\n" % len(ranges))
     out.append("const UnicodePropertyRange unicode_property_ranges[%d] = {\n" % (len(ranges) + 1))
     out.append(rows(ranges + [(0xFFFFFFFF, 0)], 3, lambda r: "{0x%08X, 0x%08X}," % r))
@@ -291,7 +291,7 @@ def main():
     width_values = [(1 if cp >= 0x20 else 0) if cp < 0x80 else width_of(cp, records, eaw) for cp in range(MAX_CP + 1)]
     flag_values = [0 if cp < 0x80 else flags_of(cp, records) for cp in range(MAX_CP + 1)]
     write_width_source(os.path.join(root, "src/libzero/codepoint-width-tables.cpp"), widths, width_values)
-    write_property_source(os.path.join(root, "src/basicutil/UnicodeCodepointTables.cpp"), ranges, rules, starts,
+    write_property_source(os.path.join(root, "src/basicutil/text/UnicodeCodepointTables.cpp"), ranges, rules, starts,
                           flag_values)
     by_width = [sum(1 for v in widths if v >> 21 == w) for w in range(3)]
     by_case = [sum(1 for _, f in ranges if f & 0x60000000 == c) for c in (0, 0x20000000, 0x40000000, 0x60000000)]

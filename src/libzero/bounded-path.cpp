@@ -3,7 +3,7 @@
 #include <errno.h>
 #include <string.h>
 
-#include "basicutil/Assert.h"
+#include "basicutil/platform/Assert.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "libzero/codepoint-width.h"
 
-#include "basicutil/Assert.h"
+#include "basicutil/platform/Assert.h"
 #include "libzero/codepoint-width-tables.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <emmintrin.h>
 #endif
 
-#include "basicutil/Assert.h"
+#include "basicutil/platform/Assert.h"
 
 namespace {
 

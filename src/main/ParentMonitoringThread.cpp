@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
-#include "basicutil/Logger.h"
-#include "basicutil/Thread.h"
-#include "basicutil/Timeval.h"
+#include "basicutil/log/Logger.h"
+#include "basicutil/threads/Thread.h"
+#include "basicutil/timevalue/Timeval.h"
 
 namespace vestra {
 

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "basicutil/Thread.h"
+#include "basicutil/threads/Thread.h"
 
 namespace vestra {
 

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "ParentMonitoringThread.h"
-#include "basicutil/Thread.h"
-#include "basicutil/Timeval.h"
+#include "basicutil/threads/Thread.h"
+#include "basicutil/timevalue/Timeval.h"
 
 int main(int argc, char** argv) {
     if (argc == 2 && std::string(argv[1]) == "--test") {

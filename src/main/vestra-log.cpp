@@ -1,10 +1,10 @@
 // vestra log check and log render.
 #include <string>
 
-#include "basicutil/LoggerConfig.h"
-#include "basicutil/LoggerFormat.h"
-#include "basicutil/PrintfFormat.h"
-#include "basicutil/Timeval.h"
+#include "basicutil/logging/LoggerConfig.h"
+#include "basicutil/logging/LoggerFormat.h"
+#include "basicutil/text/PrintfFormat.h"
+#include "basicutil/timevalue/Timeval.h"
 #include "main/vestra_details.h"
 
 namespace vestra::tool {

@@ -6,15 +6,15 @@
 #include <string>
 #include <vector>
 
-#include "basicutil/BasicConversions.h"
-#include "basicutil/HexDumper.h"
-#include "basicutil/PrintHexBytes.h"
-#include "basicutil/PrintfFormat.h"
-#include "basicutil/Regex.h"
-#include "basicutil/StrCase.h"
-#include "basicutil/StrEscape.h"
-#include "basicutil/StrSearch.h"
-#include "basicutil/StrUtf8.h"
+#include "basicutil/hexdump/HexDumper.h"
+#include "basicutil/regex/Regex.h"
+#include "basicutil/text/BasicConversions.h"
+#include "basicutil/text/PrintHexBytes.h"
+#include "basicutil/text/PrintfFormat.h"
+#include "basicutil/text/StrCase.h"
+#include "basicutil/text/StrEscape.h"
+#include "basicutil/text/StrSearch.h"
+#include "basicutil/text/StrUtf8.h"
 #include "main/vestra_details.h"
 
 namespace vestra::tool {

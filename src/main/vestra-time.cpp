@@ -3,14 +3,14 @@
 #include <string>
 #include <vector>
 
-#include "basicutil/DateTime.h"
-#include "basicutil/File.h"
-#include "basicutil/Pathname.h"
-#include "basicutil/PrintfFormat.h"
-#include "basicutil/TimeZone.h"
-#include "basicutil/TimeZoneArchive.h"
-#include "basicutil/Timeval.h"
-#include "basicutil/TimevalElapsed.h"
+#include "basicutil/files/File.h"
+#include "basicutil/files/Pathname.h"
+#include "basicutil/text/PrintfFormat.h"
+#include "basicutil/time/DateTime.h"
+#include "basicutil/time/TimeZone.h"
+#include "basicutil/time/TimeZoneArchive.h"
+#include "basicutil/timevalue/Timeval.h"
+#include "basicutil/timevalue/TimevalElapsed.h"
 #include "main/vestra_details.h"
 
 namespace vestra::tool {

@@ -18,11 +18,11 @@
 #include <sstream>
 #include <string>
 
-#include "basicutil/Assert.h"
-#include "basicutil/File.h"
-#include "basicutil/Platform.h"
-#include "basicutil/Thread.h"
-#include "basicutil/Version.h"
+#include "basicutil/files/File.h"
+#include "basicutil/platform/Assert.h"
+#include "basicutil/platform/Platform.h"
+#include "basicutil/platform/Version.h"
+#include "basicutil/threads/Thread.h"
 #include "main/vestra_details.h"
 
 namespace vestra::tool {

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "basicutil/Str.h"
+#include "basicutil/text/Str.h"
 
 namespace vestra::tool {
 

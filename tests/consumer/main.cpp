@@ -2,10 +2,10 @@
 // number through its printf.
 #include <cstdio>
 
-#include "basicutil/DateTime.h"
-#include "basicutil/PrintfFormat.h"
-#include "basicutil/TimeZone.h"
-#include "basicutil/Version.h"
+#include "basicutil/platform/Version.h"
+#include "basicutil/text/PrintfFormat.h"
+#include "basicutil/time/DateTime.h"
+#include "basicutil/time/TimeZone.h"
 #include "libzero/codepoint-width.h"
 
 int main() {

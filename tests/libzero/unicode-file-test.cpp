@@ -13,7 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include "basicutil/FileSystem.h"
+#include "basicutil/files/FileSystem.h"
 
 namespace {
 

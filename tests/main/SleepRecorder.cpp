@@ -9,7 +9,7 @@
 
 #include <cstdlib>
 
-#include "basicutil/DecimalText.h"
+#include "basicutil/text/DecimalText.h"
 
 namespace {
 

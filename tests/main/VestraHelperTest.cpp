@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "basicutil/Platform.h"
+#include "basicutil/platform/Platform.h"
 
 namespace {
 

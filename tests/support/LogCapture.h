@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "basicutil/Logger.h"
+#include "basicutil/log/Logger.h"
 
 namespace basicutil::testing {
 

@@ -1,0 +1,445 @@
+#include "basicutil/files/FileSystem.h"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+#include "basicutil/files/FileSystem_details.h"
+#include "basicutil/files/Pathname.h"
+#include "basicutil/platform/Assert.h"
+#include "basicutil/platform/Platform.h"
+
+namespace basicutil {
+
+namespace {
+
+// The buffered copy's block: large enough that the calls cost nothing beside the data.
+constexpr std::size_t kCopyBlockBytes = 1 << 20;
+// copy_file_range is asked for this much at a time, so that a huge file is not one long call.
+constexpr std::size_t kCopyRangeBytes = std::size_t{1} << 30;
+
+// "<operation>: \"a\" -> \"b\"", the prefix of a compound operation's failures.
+Str operationBetween(const Str& operation, StrSegment source, StrSegment destination) {
+    Str text(operation);
+    text.append(": \"");
+    text.append(source);
+    text.append("\" -> \"");
+    text.append(destination);
+    text.push_back('"');
+    return text;
+}
+
+FileStatus syncDirectoryOf(StrSegment path) {
+    FileDescriptor dir;
+    if (FileStatus st = dir.open(pathDirname(path), O_RDONLY | O_DIRECTORY); !st) return st;
+    if (FileStatus st = dir.sync(); !st) return st;
+    return dir.close();
+}
+
+FileStatus setModifiedTime(const FileDescriptor& fd, const FileInfo& from) {
+    struct timespec times[2];
+    times[0].tv_sec = 0;
+    times[0].tv_nsec = UTIME_OMIT;
+    times[1].tv_sec = static_cast<time_t>(from.modifiedSeconds);
+    times[1].tv_nsec = static_cast<long>(from.modifiedNanoseconds);
+    if (::futimens(fd.get(), times) != 0) return FileStatus::fromErrno("futimens", fd.path());
+    return {};
+}
+
+Str temporaryTemplate(StrSegment prefix, StrSegment directory) {
+    Str path = pathJoin(directory.empty() ? StrSegment(temporaryDirectory()) : directory, prefix);
+    path.append("XXXXXX");
+    return path;
+}
+
+}  // namespace
+
+// --- Permissions and facts ---
+
+FileStatus filePermissions(StrSegment path, mode_t& permissions) {
+    FileInfo info;
+    FileStatus st = fileInfo(path, info);
+    permissions = info.permissions;
+    return st;
+}
+
+FileStatus setFilePermissions(StrSegment path, mode_t permissions) {
+    const Str p(path);
+    if (::chmod(p.c_str(), permissions) != 0) return FileStatus::fromErrno("chmod", path);
+    return {};
+}
+
+FileStatus checkAccess(StrSegment path, unsigned access) {
+    VESTRA_ASSERT(access <= (ACCESS_READ | ACCESS_WRITE | ACCESS_EXECUTE));
+    const Str p(path);
+    if (::faccessat(AT_FDCWD, p.c_str(), static_cast<int>(access), AT_EACCESS) != 0) {
+        return FileStatus::fromErrno("access", path);
+    }
+    return {};
+}
+
+FileStatus fileSystemSpace(StrSegment path, FileSystemSpace& out) {
+    const Str p(path);
+    struct statvfs vfs {};
+    out = FileSystemSpace{};
+    if (::statvfs(p.c_str(), &vfs) != 0) return FileStatus::fromErrno("statvfs", path);
+    const std::uint64_t unit = vfs.f_frsize != 0 ? vfs.f_frsize : vfs.f_bsize;
+    out.total = static_cast<std::uint64_t>(vfs.f_blocks) * unit;
+    out.available = static_cast<std::uint64_t>(vfs.f_bavail) * unit;
+    out.free = static_cast<std::uint64_t>(vfs.f_bfree) * unit;
+    return {};
+}
+
+FileStatus sameFile(StrSegment a, StrSegment b, bool& same) {
+    same = false;
+    FileInfo x, y;
+    if (FileStatus st = fileInfo(a, x); !st) return st;
+    if (FileStatus st = fileInfo(b, y); !st) return st;
+    same = x.sameFileAs(y);
+    return {};
+}
+
+FileStatus sameDevice(StrSegment a, StrSegment b, bool& same) {
+    same = false;
+    FileInfo x, y;
+    if (FileStatus st = fileInfo(a, x); !st) return st;
+    if (FileStatus st = fileInfo(b, y); !st) return st;
+    same = x.device == y.device;
+    return {};
+}
+
+bool fileExists(StrSegment path) {
+    FileInfo info;
+    return linkInfo(path, info).ok();
+}
+
+// --- Directories and removal ---
+
+FileStatus makeDirectory(StrSegment path, mode_t mode, bool parents) {
+    const Str p(path);
+    if (::mkdir(p.c_str(), mode) == 0) return {};
+    const int error = errno;
+    if (!parents) return FileStatus::fromErrno("mkdir", path);
+    if (error == EEXIST) {
+        FileInfo info;
+        if (fileInfo(path, info).ok() && info.type == FILE_TYPE_DIRECTORY) return {};
+        errno = EEXIST;
+        return FileStatus::fromErrno("mkdir", path);
+    }
+    if (error != ENOENT) {
+        errno = error;
+        return FileStatus::fromErrno("mkdir", path);
+    }
+    const StrSegment parent = pathDirname(path);
+    if (parent.size() >= path.size()) {  // nothing left to make: "/" or "."
+        errno = error;
+        return FileStatus::fromErrno("mkdir", path);
+    }
+    if (FileStatus st = makeDirectory(parent, mode, true); !st) return st;
+    if (::mkdir(p.c_str(), mode) == 0 || errno == EEXIST) return {};
+    return FileStatus::fromErrno("mkdir", path);
+}
+
+FileStatus removeFile(StrSegment path) {
+    const Str p(path);
+    if (::unlink(p.c_str()) != 0) return FileStatus::fromErrno("unlink", path);
+    return {};
+}
+
+FileStatus removeDirectory(StrSegment path) {
+    const Str p(path);
+    if (::rmdir(p.c_str()) != 0) return FileStatus::fromErrno("rmdir", path);
+    return {};
+}
+
+namespace {
+
+// Empties the directory open as `dir` (whose path is `path`, for texts), depth first. Entries
+// are opened relative to their parent, so a rename above does not send the walk elsewhere.
+FileStatus removeContents(Directory& dir, const Str& path) {
+    DirectoryEntry entry;
+    FileStatus st;
+    while (dir.next(entry, st)) {
+        const Str child = pathJoin(path, entry.name);
+        if (entry.type == FILE_TYPE_DIRECTORY) {
+            Directory subdir;
+            if (FileStatus open = subdir.openAt(dir, entry.name); !open) return open;
+            if (FileStatus inner = removeContents(subdir, child); !inner) return inner;
+            if (FileStatus closed = subdir.close(); !closed) return closed;
+            if (::unlinkat(dir.descriptor(), entry.name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {
+                return FileStatus::fromErrno("rmdir", child);
+            }
+        } else if (::unlinkat(dir.descriptor(), entry.name.c_str(), 0) != 0 && errno != ENOENT) {
+            return FileStatus::fromErrno("unlink", child);
+        }
+    }
+    return st;
+}
+
+}  // namespace
+
+FileStatus removeTree(StrSegment path) {
+    FileInfo info;
+    if (FileStatus st = linkInfo(path, info); !st) return st.error() == ENOENT ? FileStatus() : st;
+    if (info.type != FILE_TYPE_DIRECTORY) return removeFile(path);
+    Directory dir;
+    if (FileStatus st = dir.open(path); !st) return st;
+    if (FileStatus st = removeContents(dir, Str(path)); !st) return st;
+    if (FileStatus st = dir.close(); !st) return st;
+    return removeDirectory(path);
+}
+
+// --- Temporary files ---
+
+Str temporaryDirectory() {
+    // Read once per call: a program that changes TMPDIR later is obeyed.
+    const char* tmpdir = std::getenv("TMPDIR");
+    if (tmpdir != nullptr && tmpdir[0] == '/') return Str(tmpdir);
+    return Str("/tmp");
+}
+
+FileStatus makeTemporaryFile(FileDescriptor& fd, Str& path, StrSegment prefix, StrSegment directory) {
+    Str name = temporaryTemplate(prefix, directory);
+    const int raw = ::mkostemp(name.data(), O_CLOEXEC);
+    if (raw < 0) return FileStatus::fromErrno("mkostemp", name);
+    fd = FileDescriptor(raw, name);
+    path = std::move(name);
+    return {};
+}
+
+FileStatus makeTemporaryDirectory(Str& path, StrSegment prefix, StrSegment directory) {
+    Str name = temporaryTemplate(prefix, directory);
+    if (::mkdtemp(name.data()) == nullptr) return FileStatus::fromErrno("mkdtemp", name);
+    path = std::move(name);
+    return {};
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+    static_cast<void>(remove());
+}
+
+FileStatus TemporaryDirectory::create(StrSegment prefix, StrSegment directory) {
+    static_cast<void>(remove());  // a directory made before is let go first
+    return makeTemporaryDirectory(_path, prefix, directory);
+}
+
+FileStatus TemporaryDirectory::remove() {
+    if (_path.empty()) return {};
+    FileStatus st = removeTree(_path);
+    _path.clear();
+    return st;
+}
+
+Str TemporaryDirectory::operator/(StrSegment name) const {
+    return pathJoin(_path, name);
+}
+
+// --- Replacement ---
+
+FileReplacement::~FileReplacement() {
+    abandon();
+}
+
+FileStatus FileReplacement::begin(StrSegment target, mode_t mode) {
+    abandon();
+    StrSegment directory, base;
+    pathSplit(target, directory, base);
+    Str prefix(".");
+    prefix.append(base);
+    prefix.push_back('.');
+    FileDescriptor fd;
+    Str temporary;
+    if (FileStatus st = makeTemporaryFile(fd, temporary, prefix, directory); !st) return st;
+    FileInfo old;
+    const FileStatus existing = fileInfo(target, old);
+    FileStatus st = fd.setPermissions(existing.ok() ? old.permissions : mode);
+    if (!st) {
+        static_cast<void>(::unlink(temporary.c_str()));
+        return st;
+    }
+    _fd = std::move(fd);
+    _target = Str(target);
+    _temporary = std::move(temporary);
+    return {};
+}
+
+FileStatus FileReplacement::write(StrSegment data) {
+    VESTRA_ASSERT(_fd.isOpen());
+    FileStatus st = _fd.write(data);
+    if (!st) abandon();
+    return st;
+}
+
+FileStatus FileReplacement::commit(bool sync) {
+    VESTRA_ASSERT(_fd.isOpen());
+    FileStatus st;
+    if (sync) st = _fd.sync();
+    if (st) st = _fd.close();
+    if (st && ::rename(_temporary.c_str(), _target.c_str()) != 0)
+        st = FileStatus::fromErrno("rename", _target);
+    if (!st) {
+        abandon();
+        return st;
+    }
+    _temporary.clear();
+    const Str target = std::move(_target);
+    _target.clear();
+    return sync ? syncDirectoryOf(target) : FileStatus();
+}
+
+void FileReplacement::abandon() noexcept {
+    static_cast<void>(_fd.close());
+    // Whatever the outcome, the temporary name is no longer ours to use.
+    if (!_temporary.empty()) static_cast<void>(::unlink(_temporary.c_str()));
+    _temporary.clear();
+    _target.clear();
+}
+
+FileStatus replaceFileContents(StrSegment target, StrSegment contents, mode_t mode) {
+    FileReplacement replacement;
+    FileStatus st = replacement.begin(target, mode);
+    if (st) st = replacement.write(contents);
+    if (st) st = replacement.commit();
+    return st;
+}
+
+// --- Copy, link, move ---
+
+namespace file_details {
+
+FileStatus copyData(FileDescriptor& in, FileDescriptor& out, bool allowKernelCopy) {
+    // The kernel copy is asked for the rest of the file as it is now, never more: FreeBSD holds
+    // the requested length against RLIMIT_FSIZE. Whatever the file gains meanwhile, and
+    // everything when the kernel cannot copy this pair, goes through the buffer.
+    std::uint64_t remaining = 0;
+    if (allowKernelCopy) {
+        FileInfo info;
+        const off_t position = ::lseek(in.get(), 0, SEEK_CUR);
+        if (position >= 0 && in.info(info) && info.type == FILE_TYPE_REGULAR &&
+            info.size > static_cast<std::uint64_t>(position)) {
+            remaining = info.size - static_cast<std::uint64_t>(position);
+        }
+    }
+    bool copiedAny = false;
+    while (remaining > 0) {
+        const long long n =
+            platform::copyFileRange(in.get(), out.get(), std::min<std::uint64_t>(remaining, kCopyRangeBytes));
+        if (n > 0) {
+            copiedAny = true;
+            remaining -= std::min(remaining, static_cast<std::uint64_t>(n));
+            continue;
+        }
+        if (n == 0) break;  // the file got shorter: the buffer finds its end
+        if (errno == EINTR) continue;
+        // Refused for this pair before anything moved: the buffer loop does the same job.
+        if (!copiedAny && (errno == ENOSYS || errno == EXDEV || errno == EINVAL || errno == EOPNOTSUPP ||
+                           errno == ETXTBSY || errno == EPERM)) {
+            break;
+        }
+        return FileStatus::fromErrno("copy_file_range", out.path());
+    }
+    // Usually the end of the file at once: one byte's read tells without the block's allocation.
+    char first = 0;
+    std::size_t got = 0;
+    if (FileStatus st = in.readSome(&first, 1, got); !st) return st;
+    if (got == 0) return {};
+    if (FileStatus st = out.write(&first, 1); !st) return st;
+    std::unique_ptr<char[]> buffer(new char[kCopyBlockBytes]);
+    for (;;) {
+        if (FileStatus st = in.readSome(buffer.get(), kCopyBlockBytes, got); !st) return st;
+        if (got == 0) return {};
+        if (FileStatus st = out.write(buffer.get(), got); !st) return st;
+    }
+}
+
+}  // namespace file_details
+
+namespace {
+
+FileStatus copyInto(StrSegment source, StrSegment destination, unsigned options) {
+    FileDescriptor in;
+    if (FileStatus st = in.open(source, O_RDONLY); !st) return st;
+    FileInfo info;
+    if (FileStatus st = in.info(info); !st) return st;
+    if (info.type != FILE_TYPE_REGULAR) {
+        return FileStatus::failure(info.type == FILE_TYPE_DIRECTORY ? EISDIR : EINVAL, source,
+                                   Str("not a regular file but a ").append(fileTypeName(info.type)));
+    }
+    if ((options & COPY_NO_OVERWRITE) != 0 && fileExists(destination)) {
+        errno = EEXIST;
+        return FileStatus::fromErrno("open", destination);
+    }
+    FileReplacement replacement;
+    if (FileStatus st = replacement.begin(destination, info.permissions); !st) return st;
+    if ((options & COPY_SOURCE_PERMISSIONS) != 0) {
+        if (FileStatus st = replacement.descriptor().setPermissions(info.permissions); !st) return st;
+    }
+    if (FileStatus st = file_details::copyData(in, replacement.descriptor(), true); !st) return st;
+    if ((options & COPY_KEEP_TIMES) != 0) {
+        if (FileStatus st = setModifiedTime(replacement.descriptor(), info); !st) return st;
+    }
+    if ((options & COPY_NO_OVERWRITE) != 0) {
+        // Linked in rather than renamed, so that a file made meanwhile is not overwritten.
+        if ((options & COPY_SYNC) != 0) {
+            if (FileStatus st = replacement.descriptor().sync(); !st) return st;
+        }
+        const Str destinationPath(destination);
+        if (::link(replacement.temporaryPath().c_str(), destinationPath.c_str()) != 0) {
+            return FileStatus::fromErrno("link", destination);
+        }
+        replacement.abandon();
+        return (options & COPY_SYNC) != 0 ? syncDirectoryOf(destination) : FileStatus();
+    }
+    return replacement.commit((options & COPY_SYNC) != 0);
+}
+
+}  // namespace
+
+FileStatus copyFile(StrSegment source, StrSegment destination, unsigned options) {
+    FileStatus st = copyInto(source, destination, options);
+    return st.within(operationBetween(copyingOperationText(), source, destination));
+}
+
+FileStatus hardLink(StrSegment source, StrSegment destination) {
+    const Str from(source), to(destination);
+    FileStatus st;
+    if (::link(from.c_str(), to.c_str()) != 0) st = FileStatus::fromErrno("link", destination);
+    return st.within(operationBetween(hardLinkingOperationText(), source, destination));
+}
+
+namespace file_details {
+
+FileStatus moveByCopy(StrSegment source, StrSegment destination) {
+    FileInfo info;
+    if (FileStatus st = linkInfo(source, info); !st) return st;
+    if (info.type != FILE_TYPE_REGULAR) {
+        return FileStatus::failure(
+            EXDEV, source,
+            Str("cannot move a ").append(fileTypeName(info.type)).append(" across file systems"));
+    }
+    if (FileStatus st = copyInto(source, destination, COPY_SYNC | COPY_KEEP_TIMES | COPY_SOURCE_PERMISSIONS);
+        !st) {
+        return st;
+    }
+    return removeFile(source);
+}
+
+}  // namespace file_details
+
+FileStatus moveFile(StrSegment source, StrSegment destination) {
+    const Str from(source), to(destination);
+    FileStatus st;
+    if (::rename(from.c_str(), to.c_str()) != 0) {
+        st = errno == EXDEV ? file_details::moveByCopy(source, destination)
+                            : FileStatus::fromErrno("rename", destination);
+    }
+    return st.within(operationBetween(movingOperationText(), source, destination));
+}
+
+}  // namespace basicutil

@@ -1,0 +1,164 @@
+// Operations on files by name: permissions, directories, temporary files, copying, linking,
+// moving, replacing a file whole, and facts about the file system.
+//
+//   if (FileStatus st = replaceFileContents("/etc/app.conf", text); !st) log(st.text());
+//   if (FileStatus st = copyFile("big.dat", "/backup/big.dat"); !st) ...
+//
+// Failures come back as FileStatus (errno and a text). Compound operations put their name in
+// front of the text: "copying source to destination: \"a\" -> \"b\": open \"a\": No such file
+// or directory".
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+
+#include "basicutil/files/File.h"
+
+namespace basicutil {
+
+// --- Permissions ---
+
+// A file's 07777 bits, read or set (following symbolic links).
+FileStatus filePermissions(StrSegment path, mode_t& permissions);
+FileStatus setFilePermissions(StrSegment path, mode_t permissions);
+
+// What checkAccess asks about: a bitwise or of these, or ACCESS_EXISTS alone.
+enum FileAccess : unsigned {
+    ACCESS_EXISTS = 0,
+    ACCESS_READ = 4,
+    ACCESS_WRITE = 2,
+    ACCESS_EXECUTE = 1,
+};
+// Whether this process, by its effective ids, may use the file so (EACCES when not, ENOENT when
+// missing). An answer, not a guarantee: the file may change before it is used.
+FileStatus checkAccess(StrSegment path, unsigned access);
+
+// --- Facts ---
+
+// The size of a file system, and its room.
+struct FileSystemSpace {
+    std::uint64_t total = 0;      // bytes in the file system
+    std::uint64_t available = 0;  // bytes this process may still use
+    std::uint64_t free = 0;       // bytes free, those kept for the superuser included
+};
+// statvfs(3) of the file system that holds `path`.
+FileStatus fileSystemSpace(StrSegment path, FileSystemSpace& out);
+
+// Both names lead to one file (after symbolic links); both must exist.
+FileStatus sameFile(StrSegment a, StrSegment b, bool& same);
+// Both names are on one file system, so a rename between them can work.
+FileStatus sameDevice(StrSegment a, StrSegment b, bool& same);
+bool fileExists(StrSegment path);  // anything at all, a dangling link included
+
+// --- Directories and removal ---
+
+// With `parents`, missing directories above are made too and an existing directory is no
+// error.
+FileStatus makeDirectory(StrSegment path, mode_t mode = 0777, bool parents = false);
+FileStatus removeFile(StrSegment path);       // unlink: not a directory
+FileStatus removeDirectory(StrSegment path);  // rmdir: an empty directory
+// The path and everything under it; symbolic links are removed, never followed. A missing path
+// is no error.
+FileStatus removeTree(StrSegment path);
+
+// --- Temporary files ---
+
+// $TMPDIR when it is set to an absolute path, "/tmp" otherwise.
+Str temporaryDirectory();
+// A new file "<dir>/<prefix>XXXXXX" (mode 0600, close-on-exec) in temporaryDirectory(), or in
+// `directory` when one is given.
+FileStatus makeTemporaryFile(FileDescriptor& fd, Str& path, StrSegment prefix = "vestra.",
+                             StrSegment directory = "");
+// A new directory "<dir>/<prefix>XXXXXX" (mode 0700).
+FileStatus makeTemporaryDirectory(Str& path, StrSegment prefix = "vestra.", StrSegment directory = "");
+
+// A temporary directory removed with everything in it when the object goes.
+class TemporaryDirectory {
+  public:
+    TemporaryDirectory() = default;
+    ~TemporaryDirectory();
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    // Makes the directory, as makeTemporaryDirectory does; one that exists is removed first.
+    FileStatus create(StrSegment prefix = "vestra.", StrSegment directory = "");
+    // Removes it with everything in it now, reporting how that went.
+    FileStatus remove();
+    const Str& path() const noexcept { return _path; }  // empty when there is none
+    Str operator/(StrSegment name) const;               // a path inside it
+
+  private:
+    Str _path;
+};
+
+// --- Replacing a file whole ---
+
+// Writes a new version of a file so that, whenever the process or the machine stops, the
+// target holds either its old contents or all of the new ones:
+//
+//   FileReplacement r;
+//   FileStatus st = r.begin(target);
+//   if (st) st = r.write(part1);
+//   if (st) st = r.write(part2);
+//   if (st) st = r.commit();          // on failure the target is untouched
+//
+// The new contents go to a temporary file beside the target (same directory, so the rename
+// cannot cross file systems); commit syncs it, renames it over the target and syncs the
+// directory, so that the rename itself survives a power cut. Abandoned (destroyed without a
+// commit, or after a failure) the temporary file is removed. A crash can leave one behind, named
+// ".<target name>.XXXXXX".
+//
+// The new file takes the old one's permissions, or `mode` when there is no old one. A symbolic
+// link at the target is replaced, not followed.
+class FileReplacement {
+  public:
+    FileReplacement() = default;
+    ~FileReplacement();
+    FileReplacement(const FileReplacement&) = delete;
+    FileReplacement& operator=(const FileReplacement&) = delete;
+
+    // Opens the temporary file beside `target`; what was begun before is abandoned.
+    FileStatus begin(StrSegment target, mode_t mode = 0644);
+    // Appends data to the new contents.
+    FileStatus write(StrSegment data);
+    // The temporary file, for writers that want the descriptor itself.
+    FileDescriptor& descriptor() noexcept { return _fd; }
+    const Str& temporaryPath() const noexcept { return _temporary; }  // its path
+    // With `sync` false the data and the rename are not waited for: the target is still old or
+    // new whole after a crash of the process, but not necessarily after one of the machine.
+    FileStatus commit(bool sync = true);
+    void abandon() noexcept;  // removes the temporary file; the target stays as it was
+
+  private:
+    FileDescriptor _fd;
+    Str _target;
+    Str _temporary;
+};
+
+// A FileReplacement in one call: the target holds `contents`, or is untouched on failure.
+FileStatus replaceFileContents(StrSegment target, StrSegment contents, mode_t mode = 0644);
+
+// --- Copy, link, move ---
+
+// How copyFile copies: a bitwise or of these.
+enum CopyOptions : unsigned {
+    COPY_DEFAULT = 0,
+    COPY_SYNC = 1u << 0,                // sync the copy and its directory before it is in place
+    COPY_KEEP_TIMES = 1u << 1,          // the copy gets the source's modification time
+    COPY_NO_OVERWRITE = 1u << 2,        // an existing destination is an error (EEXIST)
+    COPY_SOURCE_PERMISSIONS = 1u << 3,  // even over an existing destination
+};
+
+// Copies a regular file. The copy is made beside the destination and renamed into place, so the
+// destination is never seen half-written. It takes the old destination's permissions, or the
+// source's when there is none (or with COPY_SOURCE_PERMISSIONS). The data moves inside the
+// kernel where the platform can (copy_file_range), in large blocks otherwise.
+FileStatus copyFile(StrSegment source, StrSegment destination, unsigned options = COPY_DEFAULT);
+// A second name for the file (link(2)); the destination must not exist.
+FileStatus hardLink(StrSegment source, StrSegment destination);
+// Renames; across file systems a regular file is copied (with its permissions and modification
+// time, synced) and the source removed. Other kinds of file cannot cross (EXDEV).
+FileStatus moveFile(StrSegment source, StrSegment destination);
+
+}  // namespace basicutil

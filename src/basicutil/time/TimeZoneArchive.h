@@ -1,0 +1,64 @@
+// One file holding many zone files with an index, so that a deployment ships one file instead
+// of a zone directory. TimeZone::load looks in the archive installed by useTimeZoneArchive
+// before the zone directory.
+//
+// Layout: the magic "VESTRA TZ ARCHIVE 1\n"; the entry count and the index size, 32-bit
+// big-endian; the index, one entry per zone in ascending byte order of names (name length in one
+// byte, the name, then the data's offset from the end of the index and its length, 32-bit
+// big-endian each); then the zone files, each stored once however many names share it.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "basicutil/text/Str.h"
+
+namespace basicutil {
+
+// An archive read into memory: immutable, shared between threads.
+class TimeZoneArchive {
+  public:
+    // Null, with the reason in *error, for a file that is not a whole, consistent archive.
+    static std::shared_ptr<const TimeZoneArchive> open(const char* path, Str* error = nullptr);
+    static std::shared_ptr<const TimeZoneArchive> fromBytes(Str bytes, Str* error = nullptr);
+
+    // Every zone file under the directory (followed links included) under its relative name.
+    // Only files that load whole are packed: a file that starts as a zone file ("TZif") but does
+    // not load is left out and, with `rejected`, listed there as "name: reason". False, with
+    // the reason in *error, when the directory cannot be walked or holds no zone file.
+    [[nodiscard]] static bool packDirectory(const char* directory, Str& archive, Str* error = nullptr,
+                                            std::vector<Str>* rejected = nullptr);
+    // The same, written to a file (replaced whole: readers see the old archive or the new one).
+    [[nodiscard]] static bool pack(const char* directory, const char* archivePath, Str* error = nullptr,
+                                   std::vector<Str>* rejected = nullptr);
+
+    // The zone file stored under the name; the view lives as long as the archive.
+    bool find(StrSegment name, StrSegment& tzif) const noexcept;
+    std::size_t size() const noexcept { return _entries.size(); }                       // the number of names
+    StrSegment nameAt(std::size_t i) const noexcept { return view(_entries[i].name); }  // in ascending order
+
+    // Where a name and its zone file lie in the archive's bytes.
+    struct Span {
+        std::uint64_t offset;  // from the start of the bytes
+        std::uint64_t length;  // in bytes
+    };
+    // One index entry.
+    struct Entry {
+        Span name;  // the zone's name
+        Span data;  // the zone file
+    };
+    // Takes checked bytes and their index; open and fromBytes make archives.
+    TimeZoneArchive(Str&& bytes, std::vector<Entry>&& entries) noexcept
+        : _bytes(std::move(bytes)), _entries(std::move(entries)) {}
+
+  private:
+    StrSegment view(Span s) const noexcept { return {_bytes.data() + s.offset, s.length}; }
+
+    Str _bytes;
+    std::vector<Entry> _entries;
+};
+
+// The archive TimeZone::load consults first; null for none. Empties the zone cache.
+void useTimeZoneArchive(std::shared_ptr<const TimeZoneArchive> archive);
+
+}  // namespace basicutil

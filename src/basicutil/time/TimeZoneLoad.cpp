@@ -1,0 +1,306 @@
+// Getting zones: fixed ones, files, the zone directory with its cache, the local zone.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "basicutil/platform/Platform.h"
+#include "basicutil/text/PrintfFormat.h"
+#include "basicutil/time/TimeZone.h"
+#include "basicutil/time/TimeZoneArchive.h"
+#include "basicutil/time/TimeZone_details.h"
+
+namespace basicutil {
+
+namespace {
+
+// Zone files are a few KiB; anything near this is not one.
+constexpr std::uint64_t kMaxZoneFileBytes = 1 << 20;
+
+TimeZonePtr build(TimeZone::Data&& data) {
+    return std::make_shared<const TimeZone>(std::move(data));
+}
+
+// Names stay inside the zone directory: letters, digits, "_+-." and "/" between components
+// that are neither "." nor "..".
+bool safeZoneName(StrSegment name) noexcept {
+    if (name.empty() || name.size() > 255 || name[0] == '/') return false;
+    std::size_t componentStart = 0;
+    for (std::size_t i = 0; i <= name.size(); ++i) {
+        if (i == name.size() || name[i] == '/') {
+            const std::string_view component = name.view().substr(componentStart, i - componentStart);
+            if (component.empty() || component == "." || component == "..") return false;
+            componentStart = i + 1;
+            continue;
+        }
+        const char c = name[i];
+        const bool allowed = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                             c == '_' || c == '+' || c == '-' || c == '.';
+        if (!allowed) return false;
+    }
+    return true;
+}
+
+struct ZoneCache {
+    std::mutex mutex;
+    std::map<std::string, TimeZonePtr, std::less<>> zones;
+    std::shared_ptr<const TimeZoneArchive> archive;
+    TimeZonePtr local;
+    std::vector<TimeZonePtr> formerLocals;  // kept: references handed out stay valid
+    std::atomic<const TimeZone*> localRaw{nullptr};
+};
+
+// Never destroyed: lines rendered while the process tears down (the counts of suppressed
+// messages, written at exit) still read the local zone.
+ZoneCache& cache() {
+    static ZoneCache& instance = *new ZoneCache;
+    return instance;
+}
+
+// "+05", "+0530", "-000521": the numeric abbreviation of a fixed offset.
+Str numericAbbreviation(std::int32_t offset) {
+    const char sign = offset < 0 ? '-' : '+';
+    const std::uint32_t magnitude =
+        offset < 0 ? 0u - static_cast<std::uint32_t>(offset) : static_cast<std::uint32_t>(offset);
+    const std::uint32_t h = magnitude / 3600, m = magnitude / 60 % 60, s = magnitude % 60;
+    if (s != 0) return strprintf("%c%02u%02u%02u", sign, h, m, s);
+    if (m != 0) return strprintf("%c%02u%02u", sign, h, m);
+    return strprintf("%c%02u", sign, h);
+}
+
+TimeZonePtr loadLocal() {
+    const char* tz = std::getenv("TZ");
+    const TimeZonePtr zone =
+        tz == nullptr ? TimeZone::fromFile(kLocalTimeZoneFile) : TimeZone::fromTzValue(tz, nullptr);
+    return zone != nullptr ? zone : TimeZone::utc();
+}
+
+// A loader's reason without the path it names: "open(/x/y): text" is "open: text", "/x/y: text"
+// is "text".
+Str withoutPath(StrSegment reason, std::string_view path) {
+    std::string_view r = reason.view();
+    Str out;
+    const std::string_view prefix = r.substr(0, path.size());
+    if (prefix == path && r.substr(path.size(), 2) == ": ") return Str(r.substr(path.size() + 2));
+    const std::size_t at = r.find(path);
+    if (at != std::string_view::npos && at > 0 && r[at - 1] == '(' && r.substr(at + path.size(), 1) == ")") {
+        out.append(r.substr(0, at - 1));
+        out.append(r.substr(at + path.size() + 1));
+        return out;
+    }
+    return Str(reason);
+}
+
+}  // namespace
+
+bool readTimeZoneFile(const char* path, std::uint64_t maxBytes, Str& out, Str* error) {
+    auto failure = [&](const char* operation) {
+        const int saved = errno;
+        char text[128];
+        return timeZoneFailure(
+            error, strprintf("%s(%s): %s", operation, path, platform::errorText(saved, text, sizeof text)));
+    };
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return failure("open");
+    struct stat st {};
+    bool ok = ::fstat(fd, &st) == 0;
+    if (!ok) {
+        failure("fstat");
+    } else if (!S_ISREG(st.st_mode) || static_cast<std::uint64_t>(st.st_size) > maxBytes) {
+        ok = timeZoneFailure(error, strprintf("%s: not a regular file of at most %llu bytes", path,
+                                              static_cast<unsigned long long>(maxBytes)));
+    } else {
+        out.clear();
+        out.resize(static_cast<size_type>(st.st_size));
+        size_type done = 0;
+        while (ok && done < out.size()) {
+            const ssize_t n = ::read(fd, out.data() + done, static_cast<std::size_t>(out.size() - done));
+            if (n < 0 && errno == EINTR) continue;
+            if (n < 0) {
+                ok = failure("read");
+            } else if (n == 0) {
+                ok = timeZoneFailure(error, strprintf("%s: shorter than its size", path));
+            } else {
+                done += static_cast<size_type>(n);
+            }
+        }
+    }
+    if (::close(fd) != 0 && ok) ok = failure("close");
+    return ok;
+}
+
+TimeZonePtr TimeZone::utc() {
+    static const TimeZonePtr zone = fixed(0, "UTC");
+    return zone;
+}
+
+TimeZonePtr TimeZone::fixed(std::int32_t utcOffset, StrSegment abbreviation, Str* error) {
+    if (utcOffset <= -25 * 3600 || utcOffset >= 25 * 3600) {
+        timeZoneFailure(error, "a fixed offset of 25 hours or more");
+        return nullptr;
+    }
+    Data data;
+    data.abbreviations = abbreviation.empty() ? numericAbbreviation(utcOffset) : Str(abbreviation);
+    data.name = data.abbreviations;
+    data.abbreviations.push_back('\0');
+    data.types.push_back({utcOffset, false, 0});
+    if (std::memchr(abbreviation.data(), '\0', abbreviation.size()) != nullptr ||
+        !checkTimeZoneData(data, error)) {
+        timeZoneFailure(error, "a fixed zone's abbreviation with a blank, control or NUL byte");
+        return nullptr;
+    }
+    return build(std::move(data));
+}
+
+TimeZonePtr TimeZone::fromTzif(StrSegment name, StrSegment bytes, Str* error) {
+    Data data;
+    data.name = Str(name);
+    if (!parseTzif(bytes, data, error)) return nullptr;
+    return build(std::move(data));
+}
+
+TimeZonePtr TimeZone::fromFile(const char* path, Str* error) {
+    Str bytes;
+    if (!readTimeZoneFile(path, kMaxZoneFileBytes, bytes, error)) return nullptr;
+    // A link into the zone directory names the zone ("/etc/localtime" -> ".../zoneinfo/Europe/Paris").
+    Str name(path);
+    char target[4096];
+    const ssize_t n = ::readlink(path, target, sizeof target - 1);
+    if (n > 0) {
+        const std::string_view link(target, static_cast<std::size_t>(n));
+        const std::size_t at = link.rfind("/zoneinfo/");
+        if (at != std::string_view::npos) name = Str(link.substr(at + 10));
+    }
+    return fromTzif(name, bytes, error);
+}
+
+TimeZonePtr TimeZone::fromPosixRule(StrSegment rule, Str* error) {
+    PosixTimeZoneRule parsed;
+    if (!PosixTimeZoneRule::parse(rule, parsed, error)) return nullptr;
+    Data data;
+    data.name = Str(rule);
+    data.rule = Str(rule);
+    data.abbreviations = parsed.stdAbbreviation;
+    data.abbreviations.push_back('\0');
+    data.types.push_back({parsed.stdOffset, false, 0});
+    if (!checkTimeZoneData(data, error)) return nullptr;
+    return build(std::move(data));
+}
+
+TimeZonePtr TimeZone::fromSerialized(StrSegment text, Str* error) {
+    Data data;
+    if (!parseSerializedTimeZone(text, data, error)) return nullptr;
+    return build(std::move(data));
+}
+
+Str TimeZone::directory() {
+    const char* tzdir = std::getenv("TZDIR");
+    if (tzdir != nullptr && tzdir[0] != '\0') return Str(tzdir);
+    return strprintf("/usr/share/%s", kTimeZoneDirectoryName);
+}
+
+TimeZonePtr TimeZone::load(StrSegment name, Str* error) {
+    if (!safeZoneName(name)) {
+        timeZoneFailure(error, strprintf("not a zone name: \"%s\"", name.view()));
+        return nullptr;
+    }
+    ZoneCache& zones = cache();
+    std::shared_ptr<const TimeZoneArchive> archive;
+    {
+        std::lock_guard<std::mutex> lock(zones.mutex);
+        const auto found = zones.zones.find(name.view());
+        if (found != zones.zones.end()) return found->second;
+        archive = zones.archive;
+    }
+    // Read outside the lock; a zone loaded twice by racing threads is the same zone.
+    TimeZonePtr zone;
+    StrSegment bytes;
+    if (archive != nullptr && archive->find(name, bytes)) {
+        zone = fromTzif(name, bytes, error);
+    } else {
+        const Str path = strprintf("%s/%s", directory().view(), name.view());
+        Str fileBytes;
+        if (readTimeZoneFile(path.c_str(), kMaxZoneFileBytes, fileBytes, error))
+            zone = fromTzif(name, fileBytes, error);
+    }
+    if (zone == nullptr) return nullptr;
+    std::lock_guard<std::mutex> lock(zones.mutex);
+    return zones.zones.try_emplace(std::string(name.view()), zone).first->second;
+}
+
+TimeZonePtr TimeZone::fromTzValue(StrSegment value, Str* error) {
+    const StrSegment v =
+        !value.empty() && value[0] == ':' ? StrSegment(value.data() + 1, value.size() - 1) : value;
+    if (v.empty()) {
+        timeZoneFailure(error, "an empty zone name");
+        return nullptr;
+    }
+    Str why;
+    if (v[0] == '/') {
+        TimeZonePtr zone = fromFile(Str(v).c_str(), &why);
+        if (zone == nullptr) timeZoneFailure(error, withoutPath(why, v.view()));
+        return zone;
+    }
+    const bool name = safeZoneName(v);
+    if (name) {
+        if (TimeZonePtr zone = load(v, &why)) return zone;
+    }
+    Str ruleWhy;
+    if (TimeZonePtr zone = fromPosixRule(v, &ruleWhy)) return zone;
+    const Str rule = withoutPath(ruleWhy, strprintf("bad time-zone rule \"%s\"", v.view()).view());
+    if (!name) {
+        timeZoneFailure(error, strprintf("not a zone name, and not a POSIX TZ rule (%s)", rule.view()));
+        return nullptr;
+    }
+    char text[128];
+    const Str path = strprintf("%s/%s", directory().view(), v.view());
+    const Str missing =
+        strprintf("open(%s): %s", path.view(), platform::errorText(ENOENT, text, sizeof text));
+    if (why.view() == missing.view()) {
+        timeZoneFailure(error, strprintf("no such zone in %s, and not a POSIX TZ rule (%s)",
+                                         directory().view(), rule.view()));
+    } else {
+        timeZoneFailure(error, strprintf("%s, and not a POSIX TZ rule (%s)",
+                                         withoutPath(why, path.view()).view(), rule.view()));
+    }
+    return nullptr;
+}
+
+void useTimeZoneArchive(std::shared_ptr<const TimeZoneArchive> archive) {
+    ZoneCache& zones = cache();
+    std::lock_guard<std::mutex> lock(zones.mutex);
+    zones.archive = std::move(archive);
+    zones.zones.clear();
+}
+
+TimeZonePtr TimeZone::local() {
+    ZoneCache& zones = cache();
+    {
+        std::lock_guard<std::mutex> lock(zones.mutex);
+        if (zones.local != nullptr) return zones.local;
+    }
+    return reloadLocal();
+}
+
+TimeZonePtr TimeZone::reloadLocal() {
+    TimeZonePtr zone = loadLocal();
+    ZoneCache& zones = cache();
+    std::lock_guard<std::mutex> lock(zones.mutex);
+    if (zones.local != nullptr) zones.formerLocals.push_back(zones.local);
+    zones.local = zone;
+    zones.localRaw.store(zone.get(), std::memory_order_release);
+    return zone;
+}
+
+const TimeZone& TimeZone::localZone() {
+    if (const TimeZone* zone = cache().localRaw.load(std::memory_order_acquire)) return *zone;
+    return *local();
+}
+
+}  // namespace basicutil

@@ -1,0 +1,90 @@
+// Machinery of the time-zone component: the POSIX rule, the data a zone is built from, and the
+// readers of the file, serialized and archive forms. Callers use TimeZone.h.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "basicutil/text/Str.h"
+#include "basicutil/time/DateTimeCalendar.h"
+#include "basicutil/time/TimeZone.h"
+
+namespace basicutil {
+
+// A POSIX TZ rule: "std offset [dst [offset] [,start[/time],end[/time]]]". Offsets are kept as
+// seconds east of UTC (the text counts west). A dst name without a rule follows
+// ",M3.2.0,M11.1.0".
+struct PosixTimeZoneRule {
+    Str stdAbbreviation, dstAbbreviation;
+    std::int32_t stdOffset = 0, dstOffset = 0;
+    bool hasDst = false;
+    DateRule start, end;
+
+    // The whole text must be a rule. Hours up to 24 in offsets and -167..167 in transition
+    // times, as TZif version 3 footers may write them.
+    static bool parse(StrSegment text, PosixTimeZoneRule& out, Str* error);
+
+    // The instants at which daylight time starts and ends in the given local year (year within
+    // a few thousand of 1970).
+    void transitionsOfYear(std::int64_t year, std::int64_t& dstStarts, std::int64_t& dstEnds) const noexcept;
+    // Whether daylight time is in force, and the stretch [since, until) of that state around the
+    // instant (the 64-bit limits when the state never changes).
+    bool stateAt(std::int64_t seconds, std::int64_t& since, std::int64_t& until) const noexcept;
+};
+
+struct TimeZone::Data {
+    Str name;
+    Str abbreviations;  // NUL-separated; every type's index starts a NUL-terminated run
+    std::vector<Type> types;
+    std::vector<std::int64_t> transitions;  // strictly ascending
+    std::vector<std::uint8_t> transitionTypes;
+    std::vector<LeapSecond> leaps;
+    Str rule;  // empty, or a rule PosixTimeZoneRule::parse accepts
+};
+
+// A stretch of time with one type: [start, end).
+struct TimeZone::Piece {
+    std::size_t type;
+    std::int64_t start, end;
+};
+
+// The version 1 to 4 file format; every count is checked against the bytes there are.
+bool parseTzif(StrSegment bytes, TimeZone::Data& out, Str* error);
+
+bool parseSerializedTimeZone(StrSegment text, TimeZone::Data& out, Str* error);
+
+// Checks what every loader must guarantee before building a zone (the types' abbreviation
+// indices, transition order and type indices, leap-second order, the rule).
+bool checkTimeZoneData(const TimeZone::Data& data, Str* error);
+
+// Sets *error (when given) to the text and returns false.
+bool timeZoneFailure(Str* error, StrSegment text);
+
+}  // namespace basicutil
+
+namespace basicutil {
+
+// The whole file, refused when larger than maxBytes; errors name the path and errno's text.
+bool readTimeZoneFile(const char* path, std::uint64_t maxBytes, Str& out, Str* error);
+
+}  // namespace basicutil
+
+namespace basicutil {
+
+// The generated Windows zone-name tables (TimeZoneWindowsTables.cpp), each sorted by its first
+// column in byte order.
+struct WindowsZoneRow {
+    const char* windowsName;
+    const char* territory;
+    const char* ianaName;
+};
+struct IanaWindowsRow {
+    const char* ianaName;
+    const char* windowsName;
+};
+extern const WindowsZoneRow kWindowsZones[];
+extern const std::size_t kWindowsZoneCount;
+extern const IanaWindowsRow kIanaToWindows[];
+extern const std::size_t kIanaToWindowsCount;
+
+}  // namespace basicutil
