@@ -43,6 +43,11 @@ def topic(path, header_stems):
     return max(candidates, key=len) if candidates else stem
 
 
+def unit_id(path, header_stems):
+    """A unit's name: its layer folder and its topic (log/Logger and logging/Logger are two)."""
+    return f"{path.parent.name}/{topic(path, header_stems)}"
+
+
 def cycles(graph):
     """Strongly connected components of more than one unit (Tarjan)."""
     index, low, on_stack, stack, found, counter = {}, {}, set(), [], [], [0]
@@ -89,7 +94,7 @@ def check(root):
             header_stems.setdefault(path.parent, []).append(path.stem)
     graph = {}
     for path, (rank, name) in sorted(layer_of.items()):
-        unit = topic(path, header_stems)
+        unit = unit_id(path, header_stems)
         graph.setdefault(unit, set())
         for number, text in enumerate((root / path).read_text(errors="replace").splitlines(), 1):
             match = INCLUDE.match(text)
@@ -104,11 +109,12 @@ def check(root):
                 how = "a layer above" if target_rank > rank else "a layer beside"
                 problems.append(f"{path}:{number}: includes {match.group(1)} from {how} "
                                 f"({name} may include only lower layers than rank {rank}, {target_name} is {target_rank})")
-            target_unit = topic(target, header_stems)
+            target_unit = unit_id(target, header_stems)
             if target_unit != unit:
                 graph[unit].add(target_unit)
     for component in cycles(graph):
-        if not any(set(component) <= group for group in groups):
+        topics = {unit.split("/", 1)[1] for unit in component}
+        if not any(topics <= group for group in groups):
             problems.append("units include each other in a cycle: " + " -> ".join(component))
     return problems, len(layer_of), len(graph)
 

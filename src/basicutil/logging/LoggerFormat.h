@@ -35,6 +35,10 @@
 
 namespace basicutil {
 
+namespace logger_details {
+struct LogFormatAccess;
+}
+
 // Consulted when a message is longer than the maximum message size.
 class LogFormatCallback {
   public:
@@ -102,14 +106,9 @@ class LogFormat : public LogLineLayout {
     // The pattern as given, and what it compiled to.
     const Str& pattern() const noexcept { return _pattern; }
     const std::vector<Atom>& atoms() const noexcept { return _atoms; }
-    // For tests of the corrupt-list path: a kind no pattern produces.
-    void corruptForTesting() {
-        Atom bad;
-        bad.kind = 99;
-        _atoms.push_back(std::move(bad));
-    }
 
   private:
+    friend struct logger_details::LogFormatAccess;
     Str _pattern;
     std::vector<Atom> _atoms;
     Str _problem;

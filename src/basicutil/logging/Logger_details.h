@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "basicutil/log/Logger.h"
+#include "basicutil/logging/LoggerFormat.h"
 #include "basicutil/text/PrintfFormat.h"
 
 namespace basicutil {
@@ -17,6 +18,16 @@ namespace basicutil::logger_details {
 // `source`, the appender in trouble, or is gone. Nothing when the channel is switched off at
 // that level: its owner chose not to hear.
 void reportLogTrouble(LogLevel level, StrSegment text, const LogAppender* source);
+
+// What tests reach inside a LogFormat: an atom of a kind no pattern produces, for the path that
+// renders a corrupt list.
+struct LogFormatAccess {
+    static void appendCorruptAtom(LogFormat& format) {
+        LogFormat::Atom bad;
+        bad.kind = 99;
+        format._atoms.push_back(std::move(bad));
+    }
+};
 
 // The text of a format with %m (errno's text, read when the call starts).
 template <typename... Args>

@@ -1,4 +1,4 @@
-// Names a zone goes by elsewhere: abbreviations read back from text, and Windows zone names.
+// Abbreviations read back from text: what offsets a name such as "CST" may stand for.
 #include <algorithm>
 #include <cstring>
 
@@ -119,26 +119,6 @@ std::vector<AbbreviationOffset> TimeZone::offsetsForAbbreviation(StrSegment abbr
         if (sameIgnoringCase(k.abbreviation, abbreviation.view())) addOnce(out, {k.utcOffset, k.isDst});
     }
     return out;
-}
-
-const char* windowsZoneToIana(StrSegment windowsName, StrSegment territory) noexcept {
-    const auto* end = kWindowsZones + kWindowsZoneCount;
-    const auto* row = std::lower_bound(kWindowsZones, end, std::pair(windowsName.view(), territory.view()),
-                                       [](const WindowsZoneRow& r, const auto& key) {
-                                           return std::pair<std::string_view, std::string_view>(
-                                                      r.windowsName, r.territory) < key;
-                                       });
-    if (row == end || windowsName.view() != row->windowsName || territory.view() != row->territory)
-        return nullptr;
-    return row->ianaName;
-}
-
-const char* ianaZoneToWindows(StrSegment ianaName) noexcept {
-    const auto* end = kIanaToWindows + kIanaToWindowsCount;
-    const auto* row = std::lower_bound(
-        kIanaToWindows, end, ianaName.view(),
-        [](const IanaWindowsRow& r, std::string_view key) { return std::string_view(r.ianaName) < key; });
-    return row != end && ianaName.view() == row->ianaName ? row->windowsName : nullptr;
 }
 
 }  // namespace basicutil

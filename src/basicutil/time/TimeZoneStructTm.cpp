@@ -1,10 +1,11 @@
 // struct tm bound to a zone object, failing and clamping as the local-zone records do.
+#include "basicutil/time/TimeZoneStructTm.h"
+
 #include <climits>
 
 #include "basicutil/log/Logger.h"
 #include "basicutil/platform/Platform.h"
 #include "basicutil/text/PrintfFormat.h"
-#include "basicutil/time/TimeZone.h"
 #include "basicutil/time/TimevalStructTm.h"
 
 namespace basicutil {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "basicutil/logging/LoggerFormat.h"
+#include "basicutil/logging/Logger_details.h"
 #include "basicutil/threads/Thread.h"
 #include "support/test-platform.h"
 
@@ -73,7 +74,7 @@ TEST_F(LoggerFormatTest, PatternsRender) {
     EXPECT_EQ(render("%99999999999c", "m").size(), 65535u);
     EXPECT_EQ(LogFormat(nullptr).atoms().size(), 0u);
     LogFormat corrupt("%p %m");
-    corrupt.corruptForTesting();
+    logger_details::LogFormatAccess::appendCorruptAtom(corrupt);
     Str out("kept:");
     corrupt.render(out, {"c", LOG_INFO, kTime, "m"}, LogFormat::SERIALIZE_TEXT, 0, nullptr);
     EXPECT_EQ(out.view(), "kept:_atoms array invalid!");

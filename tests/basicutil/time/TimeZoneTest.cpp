@@ -10,6 +10,8 @@
 #include <sstream>
 
 #include "basicutil/time/TimeZoneArchive.h"
+#include "basicutil/time/TimeZoneStructTm.h"
+#include "basicutil/time/TimeZoneWindows.h"
 #include "support/LogCapture.h"
 #include "support/test-platform.h"
 
