@@ -31,7 +31,7 @@ void BM_RenderLine_Ours(benchmark::State& state) {
         basicutil::appendf(message, "user %s logged in after %d tries in %f s", "alice", 3, 1.25);
         line.clear();
         format.render(line, {"auth", basicutil::LOG_INFO, basicutil::Timeval::now(), message},
-                      basicutil::LogFormat::SERIALIZE_TEXT, 0, nullptr);
+                      basicutil::LogSerialization::TEXT, 0, nullptr);
         benchmark::DoNotOptimize(line.data());
     }
 }

@@ -32,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Accepting callback;
     Str line;
     format.render(line, {"fuzz\"comp", level, {1700000000, 123456}, message},
-                  json ? LogFormat::SERIALIZE_JSON : LogFormat::SERIALIZE_TEXT, maxMessageSize, &callback);
+                  json ? LogSerialization::JSON : LogSerialization::TEXT, maxMessageSize, &callback);
     if (json) {
         const std::string text(line.view());
         const std::size_t close = text.find_last_of('}');

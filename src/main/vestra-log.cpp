@@ -61,7 +61,7 @@ int logRenderCommand(const std::string& pattern, bool json, const std::string& l
     event.time = Timeval::now();
     event.message = StrSegment(message);
     Str line;
-    format.render(line, event, json ? LogFormat::SERIALIZE_JSON : LogFormat::SERIALIZE_TEXT, 0, nullptr);
+    format.render(line, event, json ? LogSerialization::JSON : LogSerialization::TEXT, 0, nullptr);
     out().write(line);
     return kOk;
 }

@@ -225,9 +225,9 @@ std::vector<LogAppenderNotice> LogAppender::checkSettings(LogAppenderSettings& s
         warn("Appender \"%s\" has maxBackupIndex set without specifying maxFileSize, ignoring");
         s.maxBackupIndex = 0;
     }
-    if (s.serialization != 1 && s.serialization != 2) {
+    if (s.serialization != LogSerialization::TEXT && s.serialization != LogSerialization::JSON) {
         warn("Appender \"%s\" has _serialization set to non-normative value, BUG!, ignoring pointedly.");
-        s.serialization = 1;
+        s.serialization = LogSerialization::TEXT;
     }
     return warnings;
 }

@@ -44,17 +44,17 @@ enum class LogEscape : std::uint8_t { NONE, C };
 
 // What an appender is configured with.
 struct LogAppenderSettings {
-    Str name;                                 // the appender's name in the configuration
-    bool hasFileName = false;                 // none: standard error
-    Str fileName;                             // the file, with hasFileName
-    std::uint64_t maxFileSize = 0;            // 0: not set
-    std::uint64_t maxBackupIndex = 0;         // 0: not set
-    std::shared_ptr<const LogFormat> layout;  // null: the default "%m%n"
-    int serialization = 1;                    // 1 text, 2 JSON
-    std::uint64_t maxMessageSize = 0;         // 0: no limit
-    std::uint64_t bufferSize = 8192;          // bytes held before a buffered write
-    bool buffered = false;                    // hold lines (above) rather than write each
-    LogEscape escape = LogEscape::NONE;       // how message text is written
+    Str name;                                                 // the appender's name in the configuration
+    bool hasFileName = false;                                 // none: standard error
+    Str fileName;                                             // the file, with hasFileName
+    std::uint64_t maxFileSize = 0;                            // 0: not set
+    std::uint64_t maxBackupIndex = 0;                         // 0: not set
+    std::shared_ptr<const LogFormat> layout;                  // null: the default "%m%n"
+    LogSerialization serialization = LogSerialization::TEXT;  // another value is corrected to TEXT
+    std::uint64_t maxMessageSize = 0;                         // 0: no limit
+    std::uint64_t bufferSize = 8192;                          // bytes held before a buffered write
+    bool buffered = false;                                    // hold lines (above) rather than write each
+    LogEscape escape = LogEscape::NONE;                       // how message text is written
 };
 
 // A message of an appender's checks or of its first opening.

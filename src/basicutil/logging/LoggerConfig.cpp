@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 #include "basicutil/logging/Logger_details.h"
 #include "basicutil/text/PrintfFormat.h"
@@ -52,10 +53,6 @@ StrSegment trimmed(StrSegment s) noexcept {
     while (b < e && (*b == ' ' || *b == '\t')) ++b;
     while (e > b && (e[-1] == ' ' || e[-1] == '\t' || e[-1] == '\r')) --e;
     return {b, static_cast<size_type>(e - b)};
-}
-
-bool startsWith(StrSegment s, std::string_view prefix) noexcept {
-    return s.view().substr(0, prefix.size()) == prefix;
 }
 
 // Decimal digits with an optional KB, MB or GB (powers of 1024).
@@ -170,6 +167,53 @@ bool LogConfiguration::category(StrSegment value, Category& into, const Origin& 
     return true;
 }
 
+namespace {
+
+constexpr std::string_view kCategoryPrefix = "category.";
+constexpr std::string_view kAppenderPrefix = "appender.";
+
+// What follows "appender.<name>." in a key, and what the key sets.
+enum class AppenderKey {
+    FILE_NAME,
+    MAX_FILE_SIZE,
+    MAX_BACKUP_INDEX,
+    MAX_MESSAGE_SIZE,
+    BUFFER_SIZE,
+    LAYOUT,
+    CONVERSION_PATTERN,
+    SERIALIZATION,
+    BUFFERED,
+    ESCAPE,
+};
+struct AppenderKeyName {
+    std::string_view name;
+    AppenderKey key;
+};
+constexpr AppenderKeyName kAppenderKeys[] = {
+    {"fileName", AppenderKey::FILE_NAME},
+    {"maxFileSize", AppenderKey::MAX_FILE_SIZE},
+    {"maxBackupIndex", AppenderKey::MAX_BACKUP_INDEX},
+    {"maxMessageSize", AppenderKey::MAX_MESSAGE_SIZE},
+    {"bufferSize", AppenderKey::BUFFER_SIZE},
+    {"layout", AppenderKey::LAYOUT},
+    {"layout.ConversionPattern", AppenderKey::CONVERSION_PATTERN},
+    {"serialization", AppenderKey::SERIALIZATION},
+    {"buffered", AppenderKey::BUFFERED},
+    {"escape", AppenderKey::ESCAPE},
+};
+
+const AppenderKeyName* findAppenderKey(std::string_view name) noexcept {
+    for (const AppenderKeyName& k : kAppenderKeys) {
+        if (k.name == name) return &k;
+    }
+    return nullptr;
+}
+
+// The layouts an appender may name.
+constexpr std::string_view kLayouts[] = {"BasicLayout", "SimpleLayout", "PatternLayout"};
+
+}  // namespace
+
 void LogConfiguration::setKey(StrSegment key, StrSegment value, const Origin& origin) {
     const std::string_view k = key.view();
     const Str whole = strprintf("%s=%s", k, value.view());
@@ -186,79 +230,94 @@ void LogConfiguration::setKey(StrSegment key, StrSegment value, const Origin& or
         }
         return;
     }
-    if (startsWith(key, "category.") && k.size() > 9) {
+    if (k.starts_with(kCategoryPrefix) && k.size() > kCategoryPrefix.size()) {
         Category parsed;
         if (category(value, parsed, origin)) {
-            _categories[Str(k.substr(9))] = std::move(parsed);
+            _categories[Str(k.substr(kCategoryPrefix.size()))] = std::move(parsed);
             record(key, value, origin);
         }
         return;
     }
-    const std::size_t dot = k.find('.', 9);
-    if (!startsWith(key, "appender.") || dot == std::string_view::npos || dot == 9 || dot + 1 == k.size()) {
+    // appender.<name>.<setting>: a key of that shape defines the appender, even when the setting
+    // is not one of the table's (that is a parse error of its own).
+    const std::size_t nameAt = kAppenderPrefix.size();
+    const std::size_t dot = k.find('.', nameAt);
+    if (!k.starts_with(kAppenderPrefix) || dot == std::string_view::npos || dot == nameAt ||
+        dot + 1 == k.size()) {
         problem(DeferredLogConf::PARSE_ERROR, origin, whole);
         return;
     }
-    const Str name(k.substr(9, dot - 9));
-    const std::string_view sub = k.substr(dot + 1);
+    const Str name(k.substr(nameAt, dot - nameAt));
     const auto [found, fresh] = _appenders.try_emplace(name);
     AppenderKeys& keys = found->second;
     if (fresh) keys.origin = origin;
+    const AppenderKeyName* setting = findAppenderKey(k.substr(dot + 1));
+    if (setting == nullptr) {
+        problem(DeferredLogConf::PARSE_ERROR, origin, whole);
+        return;
+    }
     LogAppenderSettings& s = keys.settings;
     s.name = name;
     std::uint64_t number = 0;
     bool flag = false;
-    if (sub == "fileName") {
-        s.hasFileName = !value.empty();
-        s.fileName = Str(value);
-    } else if (sub == "maxFileSize" || sub == "maxBackupIndex" || sub == "maxMessageSize" ||
-               sub == "bufferSize") {
-        if (!sizeValue(value, number)) {
-            problem(DeferredLogConf::PARSE_ERROR, origin, whole);
-            return;
+    switch (setting->key) {
+        case AppenderKey::FILE_NAME:
+            s.hasFileName = !value.empty();
+            s.fileName = Str(value);
+            break;
+        case AppenderKey::MAX_FILE_SIZE:
+        case AppenderKey::MAX_BACKUP_INDEX:
+        case AppenderKey::MAX_MESSAGE_SIZE:
+        case AppenderKey::BUFFER_SIZE:
+            if (!sizeValue(value, number)) {
+                problem(DeferredLogConf::PARSE_ERROR, origin, whole);
+                return;
+            }
+            if (setting->key == AppenderKey::MAX_FILE_SIZE) s.maxFileSize = number;
+            if (setting->key == AppenderKey::MAX_BACKUP_INDEX) s.maxBackupIndex = number;
+            if (setting->key == AppenderKey::MAX_MESSAGE_SIZE) s.maxMessageSize = number;
+            // 0 leaves the buffer size at its default.
+            if (setting->key == AppenderKey::BUFFER_SIZE)
+                s.bufferSize = number != 0 ? number : LogAppenderSettings{}.bufferSize;
+            break;
+        case AppenderKey::LAYOUT:
+            if (std::find(std::begin(kLayouts), std::end(kLayouts), value.view()) == std::end(kLayouts)) {
+                problem(DeferredLogConf::PARSE_ERROR, origin, whole);
+                return;
+            }
+            keys.layout = Str(value);
+            break;
+        case AppenderKey::CONVERSION_PATTERN: {
+            keys.pattern = Str(value);
+            const LogFormat compiled(keys.pattern.c_str());
+            if (!compiled.problem().empty())
+                problem(DeferredLogConf::INVALID_PATTERN, origin, compiled.problem());
+            break;
         }
-        (sub == "maxFileSize"      ? s.maxFileSize
-         : sub == "maxBackupIndex" ? s.maxBackupIndex
-         : sub == "maxMessageSize" ? s.maxMessageSize
-                                   : s.bufferSize) = number;
-        if (sub == "bufferSize" && number == 0)
-            s.bufferSize = LogAppenderSettings{}.bufferSize;  // 0: not set
-    } else if (sub == "layout") {
-        if (value.view() != "BasicLayout" && value.view() != "SimpleLayout" &&
-            value.view() != "PatternLayout") {
-            problem(DeferredLogConf::PARSE_ERROR, origin, whole);
-            return;
-        }
-        keys.layout = Str(value);
-    } else if (sub == "layout.ConversionPattern") {
-        keys.pattern = Str(value);
-        const LogFormat compiled(keys.pattern.c_str());
-        if (!compiled.problem().empty())
-            problem(DeferredLogConf::INVALID_PATTERN, origin, compiled.problem());
-    } else if (sub == "serialization") {
-        if (value.view() != "JSON") {
-            problem(DeferredLogConf::INVALID_SERIALIZATION, origin, value);
-            return;
-        }
-        s.serialization = 2;
-    } else if (sub == "buffered") {
-        if (!parseBool(value, flag)) {
-            problem(DeferredLogConf::PARSE_ERROR, origin, whole);
-            return;
-        }
-        s.buffered = flag;
-    } else if (sub == "escape") {
-        if (value.view() == "none") {
-            s.escape = LogEscape::NONE;
-        } else if (value.view() == "c") {
-            s.escape = LogEscape::C;
-        } else {
-            problem(DeferredLogConf::INVALID_ESCAPE, origin, value);
-            return;
-        }
-    } else {
-        problem(DeferredLogConf::PARSE_ERROR, origin, whole);
-        return;
+        case AppenderKey::SERIALIZATION:
+            if (value.view() != "JSON") {
+                problem(DeferredLogConf::INVALID_SERIALIZATION, origin, value);
+                return;
+            }
+            s.serialization = LogSerialization::JSON;
+            break;
+        case AppenderKey::BUFFERED:
+            if (!parseBool(value, flag)) {
+                problem(DeferredLogConf::PARSE_ERROR, origin, whole);
+                return;
+            }
+            s.buffered = flag;
+            break;
+        case AppenderKey::ESCAPE:
+            if (value.view() == "none") {
+                s.escape = LogEscape::NONE;
+            } else if (value.view() == "c") {
+                s.escape = LogEscape::C;
+            } else {
+                problem(DeferredLogConf::INVALID_ESCAPE, origin, value);
+                return;
+            }
+            break;
     }
     record(key, value, origin);
 }

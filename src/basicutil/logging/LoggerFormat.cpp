@@ -441,7 +441,7 @@ struct LineRenderer {
     }
 };
 
-const char* jsonMember(std::uint32_t kind) noexcept {
+const char* jsonMember(LogFormat::Kind kind) noexcept {
     switch (kind) {
         case LogFormat::KIND_COMPONENT:
             return "component";
@@ -466,11 +466,11 @@ const char* jsonMember(std::uint32_t kind) noexcept {
 
 }  // namespace
 
-void LogFormat::render(Str& out, const LogEvent& event, int serialization, std::uint64_t maxMessageSize,
-                       LogFormatCallback* callback) const {
+void LogFormat::render(Str& out, const LogEvent& event, LogSerialization serialization,
+                       std::uint64_t maxMessageSize, LogFormatCallback* callback) const {
     const size_type start = out.size();
     const LineRenderer line{event, maxMessageSize, callback, false, {}, {}};
-    if (serialization != SERIALIZE_JSON) {
+    if (serialization != LogSerialization::JSON) {
         for (const Atom& atom : _atoms) {
             if (atom.kind == KIND_MESSAGE) {
                 line.message(out, atom);

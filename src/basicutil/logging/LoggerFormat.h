@@ -13,7 +13,7 @@
 // its maximum width is cut to it; a shorter one is padded to its minimum width (at most 65535). The message
 // is never padded, and a maximum width on it trims (below).
 //
-// JSON (SERIALIZE_JSON): one object per line, the pattern's newlines after it. Members in
+// JSON (LogSerialization::JSON): one object per line, the pattern's newlines after it. Members in
 // pattern order: "datetime", "log_level", "component", "thread", "thread_id", "elapsed_ms",
 // "elapsed_s", "clock", each a string; then "data", the message as a JSON string, last. Other
 // literal text is left out. Quotes, backslashes and control bytes are escaped, and a byte that
@@ -38,6 +38,10 @@ namespace basicutil {
 namespace logger_details {
 struct LogFormatAccess;
 }
+
+// How a line is written: as the pattern makes it, or as one JSON object (above). The values are
+// those of the configuration's appenders (1 and 2); rendering takes anything but JSON as TEXT.
+enum class LogSerialization : std::uint8_t { TEXT = 1, JSON = 2 };
 
 // Consulted when a message is longer than the maximum message size.
 class LogFormatCallback {
@@ -73,7 +77,7 @@ class LogFormat : public LogLineLayout {
 
     // One piece of the pattern.
     struct Atom {
-        std::uint32_t kind = KIND_LITERAL;       // a Kind
+        Kind kind = KIND_LITERAL;                // what the atom renders
         const char* text = nullptr;              // a literal: into the pattern, or a constant
         std::uint32_t length = 0;                // the literal's length
         std::uint32_t min_width = 0;             // padded to this
@@ -83,19 +87,17 @@ class LogFormat : public LogLineLayout {
     };
 
     // A line as the pattern's text, or as one JSON object (above).
-    enum Serialization : int { SERIALIZE_TEXT = 0, SERIALIZE_JSON = 2 };
-
     // A null pattern is the empty pattern.
     explicit LogFormat(const char* pattern);
     LogFormat(const LogFormat&) = delete;
     LogFormat& operator=(const LogFormat&) = delete;
 
     // Appends the event's line.
-    void render(Str& out, const LogEvent& event, int serialization, std::uint64_t maxMessageSize,
+    void render(Str& out, const LogEvent& event, LogSerialization serialization, std::uint64_t maxMessageSize,
                 LogFormatCallback* callback) const;
     // As text, with no message size limit: the line an observer sees.
     void renderLine(Str& out, const LogEvent& event) const override {
-        render(out, event, SERIALIZE_TEXT, 0, nullptr);
+        render(out, event, LogSerialization::TEXT, 0, nullptr);
     }
 
     // The first thing compiling dropped or replaced, described with its offset in the pattern:

@@ -24,7 +24,7 @@ void reportLogTrouble(LogLevel level, StrSegment text, const LogAppender* source
 struct LogFormatAccess {
     static void appendCorruptAtom(LogFormat& format) {
         LogFormat::Atom bad;
-        bad.kind = 99;
+        bad.kind = static_cast<LogFormat::Kind>(99);
         format._atoms.push_back(std::move(bad));
     }
 };

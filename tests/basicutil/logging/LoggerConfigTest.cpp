@@ -230,7 +230,7 @@ TEST_F(LoggerConfigTest, AppenderChecksWarnInOrder) {
     noFile.name = "E";
     noFile.maxBackupIndex = 3;
     noFile.maxFileSize = 100;
-    noFile.serialization = 7;
+    noFile.serialization = static_cast<LogSerialization>(7);
     LogAppenderSettings noSize;
     noSize.name = "F";
     noSize.hasFileName = true;
@@ -251,7 +251,7 @@ TEST_F(LoggerConfigTest, AppenderChecksWarnInOrder) {
         LogAppender appender(c.settings);
         EXPECT_EQ(messages(log), c.warnings) << c.settings.name.c_str();
         EXPECT_EQ(appender.settings().maxBackupIndex, 0u);
-        EXPECT_EQ(appender.settings().serialization, 1);
+        EXPECT_EQ(appender.settings().serialization, LogSerialization::TEXT);
     }
     testing::LogCapture::lines().clear();
     LogAppenderSettings bad;

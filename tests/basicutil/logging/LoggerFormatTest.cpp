@@ -27,8 +27,9 @@ class LoggerFormatTest : public ::testing::Test {
         static_cast<void>(TimeZone::reloadLocal());
     }
     static std::string render(const char* pattern, std::string_view message, int level = LOG_WARN,
-                              int serialization = LogFormat::SERIALIZE_TEXT, std::uint64_t maxMessageSize = 0,
-                              LogFormatCallback* callback = nullptr, std::string_view component = "comp") {
+                              LogSerialization serialization = LogSerialization::TEXT,
+                              std::uint64_t maxMessageSize = 0, LogFormatCallback* callback = nullptr,
+                              std::string_view component = "comp") {
         Str out;
         LogFormat(pattern).render(out, {component, level, kTime, message}, serialization, maxMessageSize,
                                   callback);
@@ -65,7 +66,7 @@ TEST_F(LoggerFormatTest, PatternsRender) {
         {"%.2p%.0c|", "c", LOG_DEBUG, "DE|"},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(render(c.pattern, "hello", c.level, LogFormat::SERIALIZE_TEXT, 0, nullptr, c.component),
+        EXPECT_EQ(render(c.pattern, "hello", c.level, LogSerialization::TEXT, 0, nullptr, c.component),
                   c.expected)
             << c.pattern;
     }
@@ -76,7 +77,7 @@ TEST_F(LoggerFormatTest, PatternsRender) {
     LogFormat corrupt("%p %m");
     logger_details::LogFormatAccess::appendCorruptAtom(corrupt);
     Str out("kept:");
-    corrupt.render(out, {"c", LOG_INFO, kTime, "m"}, LogFormat::SERIALIZE_TEXT, 0, nullptr);
+    corrupt.render(out, {"c", LOG_INFO, kTime, "m"}, LogSerialization::TEXT, 0, nullptr);
     EXPECT_EQ(out.view(), "kept:_atoms array invalid!");
 }
 
@@ -132,7 +133,7 @@ TEST_F(LoggerFormatTest, DatesFollowTheirOwnResolution) {
                  {"%d", {kTime.tv_sec + 1, 0}, "2026-11-13 04:00:01,000"}};
     for (const Case& c : cases) {
         Str out;
-        LogFormat(c.pattern).render(out, {"c", LOG_INFO, c.time, "m"}, LogFormat::SERIALIZE_TEXT, 0, nullptr);
+        LogFormat(c.pattern).render(out, {"c", LOG_INFO, c.time, "m"}, LogSerialization::TEXT, 0, nullptr);
         EXPECT_EQ(out.view(), c.expected) << c.pattern << " " << c.time.tv_usec;
     }
 }
@@ -152,13 +153,13 @@ TEST_F(LoggerFormatTest, ThreadAndClockFields) {
     // Elapsed time counts from the first event that rendered it.
     Str out;
     const LogFormat elapsed("%r %R|");
-    elapsed.render(out, {"c", LOG_INFO, {100, 0}, "m"}, 0, 0, nullptr);
-    elapsed.render(out, {"c", LOG_INFO, {101, 500000}, "m"}, 0, 0, nullptr);
+    elapsed.render(out, {"c", LOG_INFO, {100, 0}, "m"}, LogSerialization::TEXT, 0, nullptr);
+    elapsed.render(out, {"c", LOG_INFO, {101, 500000}, "m"}, LogSerialization::TEXT, 0, nullptr);
     EXPECT_EQ(out.view(), "0 0|1500 1|");
     // At the ends of time: exact where it fits, saturated where it does not.
     out.clear();
-    elapsed.render(out, {"c", LOG_INFO, Timeval::MAX_TIME, "m"}, 0, 0, nullptr);
-    elapsed.render(out, {"c", LOG_INFO, Timeval::MIN_TIME, "m"}, 0, 0, nullptr);
+    elapsed.render(out, {"c", LOG_INFO, Timeval::MAX_TIME, "m"}, LogSerialization::TEXT, 0, nullptr);
+    elapsed.render(out, {"c", LOG_INFO, Timeval::MIN_TIME, "m"}, LogSerialization::TEXT, 0, nullptr);
     EXPECT_EQ(out.view(),
               "9223372036854775807 9223372036854775707|-9223372036854775808 -9223372036854775808|");
 }
@@ -211,26 +212,26 @@ struct Deciding : LogFormatCallback {
 TEST_F(LoggerFormatTest, OversizedMessagesGoToTheCallback) {
     const std::string big(5000, 'q');
     Deciding callback;
-    EXPECT_EQ(render("%m", big, LOG_INFO, 0, 0, &callback), big);  // no limit
-    EXPECT_EQ(render("%m", big, LOG_INFO, 0, 5000, &callback), big);
+    EXPECT_EQ(render("%m", big, LOG_INFO, LogSerialization::TEXT, 0, &callback), big);  // no limit
+    EXPECT_EQ(render("%m", big, LOG_INFO, LogSerialization::TEXT, 5000, &callback), big);
     EXPECT_EQ(callback.offered, 0);
-    EXPECT_EQ(render("%m", big, LOG_INFO, 0, 4999, &callback), big);  // declined
+    EXPECT_EQ(render("%m", big, LOG_INFO, LogSerialization::TEXT, 4999, &callback), big);  // declined
     EXPECT_EQ(callback.offered, 1);
     callback.accept = true;
-    EXPECT_EQ(render("%m", big, LOG_INFO, 0, 4000, &callback).size(), 7u + 500u);  // M/8
-    EXPECT_EQ(render("%m", big, LOG_INFO, 0, 799, &callback).size(), 7u + 100u);
-    EXPECT_EQ(render("%m", std::string(99, 'q'), LOG_INFO, 0, 50, &callback).size(),
-              7u + 99u);                                            // 100 is no cut
-    EXPECT_EQ(render("%m", big, LOG_INFO, 0, 4000, nullptr), big);  // nobody to accept
+    EXPECT_EQ(render("%m", big, LOG_INFO, LogSerialization::TEXT, 4000, &callback).size(), 7u + 500u);  // M/8
+    EXPECT_EQ(render("%m", big, LOG_INFO, LogSerialization::TEXT, 799, &callback).size(), 7u + 100u);
+    EXPECT_EQ(render("%m", std::string(99, 'q'), LOG_INFO, LogSerialization::TEXT, 50, &callback).size(),
+              7u + 99u);                                                                 // 100 is no cut
+    EXPECT_EQ(render("%m", big, LOG_INFO, LogSerialization::TEXT, 4000, nullptr), big);  // nobody to accept
 }
 
 TEST_F(LoggerFormatTest, JsonLinesAreJson) {
-    EXPECT_EQ(render("%d %p %c %m%n", "hello", LOG_WARN, LogFormat::SERIALIZE_JSON),
+    EXPECT_EQ(render("%d %p %c %m%n", "hello", LOG_WARN, LogSerialization::JSON),
               "{\"datetime\":\"2026-11-13 04:00:00,123\",\"log_level\":\"WARN\",\"component\":\"comp\","
               "\"data\":\"hello\"}\n");
-    EXPECT_EQ(render("%m text %p%n%n", "m", LOG_INFO, LogFormat::SERIALIZE_JSON),
+    EXPECT_EQ(render("%m text %p%n%n", "m", LOG_INFO, LogSerialization::JSON),
               "{\"log_level\":\"INFO\",\"data\":\"m\"}\n\n");
-    EXPECT_EQ(render("plain", "m", LOG_INFO, LogFormat::SERIALIZE_JSON), "{}");
+    EXPECT_EQ(render("plain", "m", LOG_INFO, LogSerialization::JSON), "{}");
 
     const char* const patterns[] = {"%d %p %c %m%n", "%m",         "%c%c%n",   "%r %R %u %T %t %-5p %m %n",
                                     "%.3m%5c",       "%d{%Y}%m%m", "x%%y %n%m"};
@@ -250,7 +251,7 @@ TEST_F(LoggerFormatTest, JsonLinesAreJson) {
                 Deciding trim;
                 trim.accept = true;
                 const std::string line = render(pattern, message, static_cast<int>(rng() % 11) - 1,
-                                                LogFormat::SERIALIZE_JSON, limit, &trim, "co\"mp\n");
+                                                LogSerialization::JSON, limit, &trim, "co\"mp\n");
                 const std::size_t close = line.find_last_of('}');
                 ASSERT_NE(close, std::string::npos) << line;
                 EXPECT_EQ(line.find_first_not_of('\n', close + 1), std::string::npos) << line;
