@@ -387,12 +387,6 @@ namespace {
 
 using Sink = TimeFormat::Sink;
 
-constexpr std::string_view kWeekdays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
-                                          "Thursday", "Friday", "Saturday"};
-constexpr std::string_view kMonths[] = {"January",   "February", "March",    "April",
-                                        "May",       "June",     "July",     "August",
-                                        "September", "October",  "November", "December"};
-
 char fillOf(TimeFormat::Padding padding) noexcept {
     return padding == TimeFormat::PAD_ZERO ? '0' : ' ';
 }
@@ -493,7 +487,7 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
         case WEEKDAY_NAME:
         case MONTH_NAME: {
             const std::string_view name =
-                a.what == WEEKDAY_NAME ? kWeekdays[civil.weekday] : kMonths[civil.month - 1];
+                a.what == WEEKDAY_NAME ? kWeekdayNames[civil.weekday] : kMonthNames[civil.month - 1];
             appendText(out, letter == 'A' || letter == 'B' ? name : name.substr(0, 3), a, true);
             return;
         }
@@ -777,12 +771,22 @@ void TimeFormat::buildLayout() {
 
 namespace {
 
-// The abbreviated names as written and upper-cased.
-constexpr char kWeekdays3[2][7][4] = {{"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"},
-                                      {"SUN", "MON", "TUE", "WED", "THU", "FRI", "SAT"}};
-constexpr char kMonths3[2][12][4] = {
-    {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"},
-    {"JAN", "FEB", "MAR", "APR", "MAY", "JUN", "JUL", "AUG", "SEP", "OCT", "NOV", "DEC"}};
+// The calendar's names abbreviated, as written and upper-cased, three bytes each.
+template <std::size_t N>
+constexpr std::array<std::array<std::array<char, 3>, N>, 2> abbreviations(
+    const std::string_view (&names)[N]) {
+    std::array<std::array<std::array<char, 3>, N>, 2> out{};
+    for (std::size_t i = 0; i < N; ++i) {
+        for (std::size_t k = 0; k < 3; ++k) {
+            const char c = names[i][k];
+            out[0][i][k] = c;
+            out[1][i][k] = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+        }
+    }
+    return out;
+}
+constexpr auto kWeekdays3 = abbreviations(kWeekdayNames);
+constexpr auto kMonths3 = abbreviations(kMonthNames);
 
 // "00" to "99", two bytes each.
 constexpr auto kDigitPairs = [] {
@@ -859,10 +863,10 @@ void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const T
             case WEEKDAY_NAME:
             case MONTH_NAME: {
                 // "#" and "^" both upper-case names.
-                const int upper = a.x.conv.casing != CASE_DEFAULT ? 1 : 0;
+                const std::size_t upper = a.x.conv.casing != CASE_DEFAULT ? 1 : 0;
                 std::memcpy(p,
-                            a.what == WEEKDAY_NAME ? kWeekdays3[upper][civil.weekday]
-                                                   : kMonths3[upper][civil.month - 1],
+                            a.what == WEEKDAY_NAME ? kWeekdays3[upper][civil.weekday].data()
+                                                   : kMonths3[upper][civil.month - 1].data(),
                             3);
                 break;
             }

@@ -11,12 +11,10 @@ namespace basicutil {
 
 namespace {
 
-constexpr const char* kWeekdayNames[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
-                                         "Thursday", "Friday", "Saturday"};
-constexpr const char* kMonthNames[] = {"January", "February", "March",     "April",   "May",      "June",
-                                       "July",    "August",   "September", "October", "November", "December"};
-
-constexpr unsigned days_in_month_leapyear[12] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+// The months of a leap year (2000 is one).
+constexpr unsigned daysInLeapYearMonth(unsigned month0) noexcept {
+    return daysInMonth(2000, month0 + 1);
+}
 
 bool isSpace(char c) noexcept {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
@@ -260,10 +258,10 @@ class TimeFormatParser {
     }
 
     // One of the names, full or its first three letters, ignoring case.
-    bool name(const char* const* names, std::size_t count, unsigned& index) noexcept {
+    bool name(const std::string_view* names, std::size_t count, unsigned& index) noexcept {
         for (int abbreviated = 0; abbreviated < 2; ++abbreviated) {
             for (std::size_t i = 0; i < count; ++i) {
-                const std::size_t length = abbreviated != 0 ? 3 : std::strlen(names[i]);
+                const std::size_t length = abbreviated != 0 ? 3 : names[i].size();
                 if (static_cast<std::size_t>(_end - _p) < length) continue;
                 std::size_t k = 0;
                 while (k < length && lowered(_p[k]) == lowered(names[i][k])) ++k;
@@ -593,12 +591,12 @@ void computeMmddFromYday(std::int64_t year, unsigned yday, unsigned& month, unsi
     unsigned tday = yday;
     if (!is_leap_year(year) && tday >= 59) ++tday;
     unsigned m = 0;
-    while (tday >= days_in_month_leapyear[m]) {
-        tday -= days_in_month_leapyear[m];
+    while (tday >= daysInLeapYearMonth(m)) {
+        tday -= daysInLeapYearMonth(m);
         ++m;
         VESTRA_ASSERT_TEXT(m < 12, "month < 12");
     }
-    VESTRA_ASSERT_TEXT(tday < days_in_month_leapyear[m], "tday < (int) days_in_month_leapyear[month]");
+    VESTRA_ASSERT_TEXT(tday < daysInLeapYearMonth(m), "tday < (int) days_in_month_leapyear[month]");
     monthday = tday + 1;
     VESTRA_ASSERT_TEXT(m != 1 || monthday != 29 || is_leap_year(year),
                        "month != 1 || monthday != 29 || is_leap_year(year)");

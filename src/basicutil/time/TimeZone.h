@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "basicutil/text/Str.h"
-#include "basicutil/time/DateTimeCalendar.h"
+#include "basicutil/timevalue/DateTimeCalendar.h"
 #include "basicutil/timevalue/Timeval.h"
 
 namespace basicutil {

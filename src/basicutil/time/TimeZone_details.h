@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "basicutil/text/Str.h"
-#include "basicutil/time/DateTimeCalendar.h"
 #include "basicutil/time/TimeZone.h"
+#include "basicutil/timevalue/DateTimeCalendar.h"
 
 namespace basicutil {
 

@@ -6,6 +6,7 @@
 #include "basicutil/platform/Assert.h"
 #include "basicutil/text/DecimalText.h"
 #include "basicutil/text/PrintfFormat.h"
+#include "basicutil/timevalue/DateTimeCalendar.h"
 #include "basicutil/timevalue/Timeval.h"
 
 namespace basicutil {
@@ -314,12 +315,10 @@ std::string Timeval::debugText() const {
     }
     // asctime's layout, written here for every year: the C libraries differ on years below 1000
     // (glibc leaves them unpadded, FreeBSD pads them) and refuse years of five digits.
-    static constexpr char kDays[] = "SunMonTueWedThuFriSat";
-    static constexpr char kMonths[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
     VESTRA_ASSERT(local.tm_wday >= 0 && local.tm_wday < 7 && local.tm_mon >= 0 && local.tm_mon < 12);
-    appendf(text, "%.3s %.3s%3d %.2d:%.2d:%.2d %lld", std::string_view(kDays + 3 * local.tm_wday, 3),
-            std::string_view(kMonths + 3 * local.tm_mon, 3), local.tm_mday, local.tm_hour, local.tm_min,
-            local.tm_sec, static_cast<long long>(local.tm_year) + 1900);
+    appendf(text, "%.3s %.3s%3d %.2d:%.2d:%.2d %lld", kWeekdayNames[local.tm_wday].substr(0, 3),
+            kMonthNames[local.tm_mon].substr(0, 3), local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+            static_cast<long long>(local.tm_year) + 1900);
     return text;
 }
 

@@ -7,8 +7,17 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 namespace basicutil {
+
+// The English day and month names, Sunday and January first. Their abbreviations are their first
+// three letters.
+inline constexpr std::string_view kWeekdayNames[7] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                                                      "Thursday", "Friday", "Saturday"};
+inline constexpr std::string_view kMonthNames[12] = {"January",   "February", "March",    "April",
+                                                     "May",       "June",     "July",     "August",
+                                                     "September", "October",  "November", "December"};
 
 // Every day has 86400 seconds here; leap seconds are the zones' business.
 inline constexpr std::int64_t kSecondsPerDay = 86400;

@@ -1,4 +1,4 @@
-#include "basicutil/time/DateTimeCalendar.h"
+#include "basicutil/timevalue/DateTimeCalendar.h"
 
 namespace basicutil {
 
