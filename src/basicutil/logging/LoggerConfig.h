@@ -81,7 +81,7 @@ class LogConfiguration {
   public:
     // Reads one file into the configuration; keys read later override earlier ones. False when
     // the file cannot be opened; parse problems are recorded (problems()) and skipped.
-    bool parse_one_log_cfg_file(const char* path, StrSegment program);
+    [[nodiscard]] bool parse_one_log_cfg_file(const char* path, StrSegment program);
     // The same for text that came from elsewhere (standard input, say); `name` stands for the
     // file in problems and origins.
     void parseText(StrSegment text, StrSegment name, StrSegment program);

@@ -49,7 +49,8 @@ struct ReplacementPiece {
 };
 
 // False, with a message naming the offset, on a reference the pattern cannot satisfy.
-bool parseReplacement(const Regex& regex, StrSegment text, std::vector<ReplacementPiece>& pieces, Str* error);
+[[nodiscard]] bool parseReplacement(const Regex& regex, StrSegment text,
+                                    std::vector<ReplacementPiece>& pieces, Str* error);
 
 void expandReplacement(const std::vector<ReplacementPiece>& pieces, StrSegment replacement,
                        const RegexMatch& m, Str& out);

@@ -133,14 +133,16 @@ class TimeZone {
     // The local time in force at `seconds` (seconds since the epoch; any 64-bit value).
     TimeZoneLookup lookup(std::int64_t seconds) const noexcept;
     // False only when the year does not fit in 64 bits (never for a 64-bit time).
-    bool breakDown(std::int64_t seconds, CivilTime& civil, TimeZoneLookup* at = nullptr) const noexcept;
+    [[nodiscard]] bool breakDown(std::int64_t seconds, CivilTime& civil,
+                                 TimeZoneLookup* at = nullptr) const noexcept;
     // Fields may be out of range (month 14, day 0, second -1) and are normalised as mktime does:
     // seconds outside 0..59 count on from the start of the minute, so that 23:59:60 is the leap
     // second itself in a zone that counts them, and the kind is the minute's. False when the
     // fields, as seconds, or the result do not fit in a 64-bit time.
-    bool resolveLocal(std::int64_t year, std::int64_t month, std::int64_t day, std::int64_t hour,
-                      std::int64_t minute, std::int64_t second, LocalTimeResolution& out,
-                      LocalTimeChoice choice = LocalTimeChoice::PRE_TRANSITION) const noexcept;
+    [[nodiscard]] bool resolveLocal(std::int64_t year, std::int64_t month, std::int64_t day,
+                                    std::int64_t hour, std::int64_t minute, std::int64_t second,
+                                    LocalTimeResolution& out,
+                                    LocalTimeChoice choice = LocalTimeChoice::PRE_TRANSITION) const noexcept;
 
     // True, with the offset, for a zone whose offset never changes (UTC, fixed zones).
     bool fixedOffset(std::int32_t& utcOffset) const noexcept {

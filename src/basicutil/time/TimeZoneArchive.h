@@ -33,7 +33,7 @@ class TimeZoneArchive {
                                    std::vector<Str>* rejected = nullptr);
 
     // The zone file stored under the name; the view lives as long as the archive.
-    bool find(StrSegment name, StrSegment& tzif) const noexcept;
+    [[nodiscard]] bool find(StrSegment name, StrSegment& tzif) const noexcept;
     std::size_t size() const noexcept { return _entries.size(); }                       // the number of names
     StrSegment nameAt(std::size_t i) const noexcept { return view(_entries[i].name); }  // in ascending order
 

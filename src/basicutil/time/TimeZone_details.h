@@ -22,7 +22,7 @@ struct PosixTimeZoneRule {
 
     // The whole text must be a rule. Hours up to 24 in offsets and -167..167 in transition
     // times, as TZif version 3 footers may write them.
-    static bool parse(StrSegment text, PosixTimeZoneRule& out, Str* error);
+    [[nodiscard]] static bool parse(StrSegment text, PosixTimeZoneRule& out, Str* error);
 
     // The instants at which daylight time starts and ends in the given local year (year within
     // a few thousand of 1970).
@@ -49,13 +49,13 @@ struct TimeZone::Piece {
 };
 
 // The version 1 to 4 file format; every count is checked against the bytes there are.
-bool parseTzif(StrSegment bytes, TimeZone::Data& out, Str* error);
+[[nodiscard]] bool parseTzif(StrSegment bytes, TimeZone::Data& out, Str* error);
 
-bool parseSerializedTimeZone(StrSegment text, TimeZone::Data& out, Str* error);
+[[nodiscard]] bool parseSerializedTimeZone(StrSegment text, TimeZone::Data& out, Str* error);
 
 // Checks what every loader must guarantee before building a zone (the types' abbreviation
 // indices, transition order and type indices, leap-second order, the rule).
-bool checkTimeZoneData(const TimeZone::Data& data, Str* error);
+[[nodiscard]] bool checkTimeZoneData(const TimeZone::Data& data, Str* error);
 
 // Sets *error (when given) to the text and returns false.
 bool timeZoneFailure(Str* error, StrSegment text);
@@ -65,6 +65,6 @@ bool timeZoneFailure(Str* error, StrSegment text);
 namespace basicutil {
 
 // The whole file, refused when larger than maxBytes; errors name the path and errno's text.
-bool readTimeZoneFile(const char* path, std::uint64_t maxBytes, Str& out, Str* error);
+[[nodiscard]] bool readTimeZoneFile(const char* path, std::uint64_t maxBytes, Str& out, Str* error);
 
 }  // namespace basicutil
