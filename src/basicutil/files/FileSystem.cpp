@@ -12,6 +12,7 @@
 
 #include "basicutil/files/FileSystem_details.h"
 #include "basicutil/files/Pathname.h"
+#include "basicutil/files/Pathname_details.h"
 #include "basicutil/platform/Assert.h"
 #include "basicutil/platform/Platform.h"
 

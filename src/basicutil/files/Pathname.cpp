@@ -1,5 +1,7 @@
 #include "basicutil/files/Pathname.h"
 
+#include "basicutil/files/Pathname_details.h"
+
 #include <unistd.h>
 
 #include <cerrno>

@@ -17,15 +17,11 @@ namespace basicutil {
 
 class FileStatus;
 
-// The unit's constant texts: "/", ".", "..", "/dev/null", and the operation names that file
-// errors start with.
+// The unit's constant texts: "/", ".", "..", "/dev/null".
 const Str& pathRoot() noexcept;
 const Str& pathDot() noexcept;
 const Str& pathDotDot() noexcept;
 const Str& pathDevNull() noexcept;
-const Str& copyingOperationText() noexcept;      // "copying source to destination"
-const Str& hardLinkingOperationText() noexcept;  // "hard linking source to destination"
-const Str& movingOperationText() noexcept;       // "moving source to destination"
 
 // Whether the path starts with "/".
 inline bool pathIsAbsolute(StrSegment path) noexcept {

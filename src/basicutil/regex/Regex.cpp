@@ -121,6 +121,8 @@ Str quoteRegex(StrSegment text) {
 
 // --- Compiling ------------------------------------------------------------------------------
 
+Regex::Regex() noexcept = default;
+
 Regex::~Regex() {
     release();
 }

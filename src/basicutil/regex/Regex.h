@@ -46,13 +46,7 @@ namespace basicutil {
 class Logger;
 
 namespace regex_details {
-// A group name as compared on every named lookup: its length and first 8 bytes (little-endian,
-// zero-padded); longer names also compare the rest.
-struct NameKey {
-    std::uint64_t head;
-    std::uint32_t size;
-    std::uint32_t group;
-};
+struct NameKey;  // Regex_details.h
 }  // namespace regex_details
 
 // The "Regex" channel: compile errors and exceeded limits.
@@ -178,7 +172,7 @@ class RegexMatch {
 // const and safe from many threads at once.
 class Regex {
   public:
-    Regex() noexcept = default;  // not compiled: ok() is false
+    Regex() noexcept;  // not compiled: ok() is false
     ~Regex();
     // Moving hands the compiled pattern over; the source is left not compiled.
     Regex(Regex&& other) noexcept;

@@ -8,6 +8,14 @@
 
 namespace basicutil::regex_details {
 
+// A group name as compared on every named lookup: its length and first 8 bytes (little-endian,
+// zero-padded); longer names also compare the rest.
+struct NameKey {
+    std::uint64_t head;
+    std::uint32_t size;
+    std::uint32_t group;
+};
+
 // A per-thread T reached through a plain pointer: a thread_local with a constructor costs an
 // initialisation check on every access, and these are read on every match. Made on a thread's
 // first use, destroyed at its end.

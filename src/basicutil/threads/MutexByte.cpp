@@ -15,6 +15,7 @@ namespace basicutil {
 
 namespace {
 
+using mutex_byte_details::ByteAccess;
 using mutex_byte_details::WaitEntry;
 using mutex_byte_details::WaiterChain;
 
@@ -122,7 +123,7 @@ std::uint8_t mutex_byte_details::shortSpin(MutexByte& byte) noexcept {
                 break;
             case MutexByte::STATE_UNLOCKED:
                 // A failed exchange leaves the new value in cur_state: looked at again, not counted.
-                if (byte.compareExchange(cur_state, MutexByte::STATE_LOCKED)) {
+                if (ByteAccess::compareExchange(byte, cur_state, MutexByte::STATE_LOCKED)) {
                     t_counts.pauses += looks;
                     return 0;
                 }
@@ -154,7 +155,8 @@ int mutex_byte_details::attemptSleep(MutexByte& byte, WaiterChain& chain, std::u
     chain.tailp = &e.nextOnChain;
 
     std::uint8_t expected = observed;
-    if (!byte.compareExchange(expected, MutexByte::STATE_LOCKED | MutexByte::STATE_HAS_SLEEPERS)) {
+    if (!ByteAccess::compareExchange(byte, expected,
+                                     MutexByte::STATE_LOCKED | MutexByte::STATE_HAS_SLEEPERS)) {
         // Changed meanwhile (freed, or got sleepers): the chain goes back as it was.
         *old_tail = nullptr;
         chain.tailp = old_tail;
@@ -200,7 +202,7 @@ void mutex_byte_details::unlockWithSleepers(MutexByte& byte, WaiterChain& chain)
         chain.tailp = slot;
     }
     // The last sleeper on this byte: it wakes owning a byte in state 1. Never free in between.
-    byte.store(MutexByte::STATE_LOCKED);
+    ByteAccess::store(byte, MutexByte::STATE_LOCKED);
     e->waitingOn = nullptr;
     e->condition.signal();
     chain.mutex.unlock();
@@ -219,7 +221,7 @@ void mutex_byte_details::lockSlowpath(MutexByte& _byte, WaiterChain& chain) noex
 
 // --- Finding the chain ----------------------------------------------------------------------
 
-WaiterChain& MutexByte::chainFor(const MutexByte* byte) noexcept {
+WaiterChain& mutex_byte_details::chainFor(const MutexByte* byte) noexcept {
     // Fibonacci hashing: neighbouring bytes (fields of one object) land on different chains.
     const auto address = reinterpret_cast<std::uintptr_t>(byte);
     const std::uint64_t mixed = static_cast<std::uint64_t>(address) * 0x9E3779B97F4A7C15ull;
@@ -229,11 +231,11 @@ WaiterChain& MutexByte::chainFor(const MutexByte* byte) noexcept {
 }
 
 void MutexByte::bounceContended() noexcept {
-    mutex_byte_details::lockSlowpath(*this, chainFor(this));
+    mutex_byte_details::lockSlowpath(*this, mutex_byte_details::chainFor(this));
 }
 
 void MutexByte::unlockContended() noexcept {
-    mutex_byte_details::unlockWithSleepers(*this, chainFor(this));
+    mutex_byte_details::unlockWithSleepers(*this, mutex_byte_details::chainFor(this));
 }
 
 void _lock_slowpath(QMutex& lock) noexcept {

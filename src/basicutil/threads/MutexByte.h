@@ -64,6 +64,15 @@ class MutexByte {
     std::uint8_t get(std::memory_order order = std::memory_order_seq_cst) const noexcept {
         return _state.load(order);
     }
+
+    // "unlocked", "LOCKED", "LOCKED+CONTENDED", or "BAD(0x%02X)!".
+    static void appendStateText(std::string& out, std::uint8_t state);
+    // "MutexByte:" and the state.
+    void dumpState(std::string& out) const;
+
+  private:
+    // The slow paths change the byte through these (MutexByte_details.h).
+    friend struct mutex_byte_details::ByteAccess;
     // Changes the byte only from `expected`; on failure `expected` receives the value seen.
     bool compareExchange(std::uint8_t& expected, std::uint8_t desired) noexcept {
         return _state.compare_exchange_strong(expected, desired);
@@ -71,20 +80,23 @@ class MutexByte {
     // Only the unlocker's hand-off to the last sleeper stores, under the chain mutex.
     void store(std::uint8_t value) noexcept { _state.store(value); }
 
-    // "unlocked", "LOCKED", "LOCKED+CONTENDED", or "BAD(0x%02X)!".
-    static void appendStateText(std::string& out, std::uint8_t state);
-    // "MutexByte:" and the state.
-    void dumpState(std::string& out) const;
-
-    // The chain a byte at this address sleeps on.
-    static mutex_byte_details::WaiterChain& chainFor(const MutexByte* byte) noexcept;
-
-  private:
     void bounceContended() noexcept;
     void unlockContended() noexcept;
 
     std::atomic<std::uint8_t> _state{STATE_UNLOCKED};
 };
+
+namespace mutex_byte_details {
+
+// The byte's raw operations, for the slow paths and QMutex.
+struct ByteAccess {
+    static bool compareExchange(MutexByte& byte, std::uint8_t& expected, std::uint8_t desired) noexcept {
+        return byte.compareExchange(expected, desired);
+    }
+    static void store(MutexByte& byte, std::uint8_t value) noexcept { byte.store(value); }
+};
+
+}  // namespace mutex_byte_details
 
 // What the slow paths did on the calling thread, for tests and diagnostics.
 struct MutexByteThreadCounts {
@@ -110,7 +122,7 @@ class QMutex {
     [[nodiscard]] bool try_lock() noexcept { return _byte.try_lock(); }
     void unlock() noexcept {
         std::uint8_t expected = MutexByte::STATE_LOCKED;
-        if (!_byte.compareExchange(expected, MutexByte::STATE_UNLOCKED))
+        if (!mutex_byte_details::ByteAccess::compareExchange(_byte, expected, MutexByte::STATE_UNLOCKED))
             mutex_byte_details::unlockWithSleepers(_byte, _chain);
     }
 

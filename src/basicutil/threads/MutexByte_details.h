@@ -56,6 +56,11 @@ void unlockWithSleepers(MutexByte& byte, WaiterChain& chain) noexcept;
 // The contended lock of a byte on a given chain; returns once the caller owns it.
 void lockSlowpath(MutexByte& byte, WaiterChain& chain) noexcept;
 
+// The chain a MutexByte at this address sleeps on.
+WaiterChain& chainFor(const MutexByte* byte) noexcept;
+
+struct ByteAccess;
+
 // Chains in the process-wide table that MutexByte hashes into.
 inline constexpr unsigned kChainTableSize = 128;
 

@@ -57,7 +57,7 @@ using MutexByteDeathTest = MutexByteTest;
 
 // Sets a byte to any value, as only a broken program would.
 void force(MutexByte& byte, std::uint8_t value) {
-    byte.store(value);
+    mutex_byte_details::ByteAccess::store(byte, value);
 }
 
 TEST_F(MutexByteTest, StateTexts) {
@@ -198,7 +198,7 @@ TEST_F(MutexByteTest, FailedEnqueueLeavesTheChainAsItWas) {
 TEST_F(MutexByteTest, SleepersAreServedInEnqueueOrder) {
     constexpr int kSleepers = 5;
     MutexByte byte;
-    WaiterChain& chain = MutexByte::chainFor(&byte);
+    WaiterChain& chain = mutex_byte_details::chainFor(&byte);
     std::vector<std::pair<int, int>> woken;  // (sleeper, byte state on waking); under the byte
     std::vector<std::uint64_t> sleeps(kSleepers);
     byte.lock();
@@ -233,9 +233,10 @@ TEST_F(MutexByteTest, BytesSharingAChainNeverWakeEachOther) {
     MutexByte* a = &bytes[0];
     MutexByte* b = nullptr;
     for (MutexByte& candidate : bytes)
-        if (&candidate != a && &MutexByte::chainFor(&candidate) == &MutexByte::chainFor(a)) b = &candidate;
+        if (&candidate != a && &mutex_byte_details::chainFor(&candidate) == &mutex_byte_details::chainFor(a))
+            b = &candidate;
     ASSERT_NE(b, nullptr) << "no two bytes share a chain";
-    WaiterChain& chain = MutexByte::chainFor(a);
+    WaiterChain& chain = mutex_byte_details::chainFor(a);
 
     std::vector<std::string> events;  // each appended under the byte it names
     PthreadMutexImpl eventsLock;
@@ -281,9 +282,10 @@ TEST_F(MutexByteTest, SharedChainsInEveryOrder) {
     MutexByte* const a = &bytes[0];
     MutexByte* b = nullptr;
     for (MutexByte& candidate : bytes)
-        if (&candidate != a && &MutexByte::chainFor(&candidate) == &MutexByte::chainFor(a)) b = &candidate;
+        if (&candidate != a && &mutex_byte_details::chainFor(&candidate) == &mutex_byte_details::chainFor(a))
+            b = &candidate;
     ASSERT_NE(b, nullptr) << "no two bytes share a chain";
-    WaiterChain& chain = MutexByte::chainFor(a);
+    WaiterChain& chain = mutex_byte_details::chainFor(a);
     const std::vector<std::vector<std::string>> orders = {
         {"a1", "b1", "a2"}, {"b1", "a1"}, {"a1", "b1"}, {"b1", "a1", "b2", "a2"}};
     for (const auto& order : orders) {
@@ -393,7 +395,7 @@ TEST_F(MutexByteTest, StressNoLostUpdate) {
         EXPECT_EQ(underQ[0], total) << threadCount << " threads";
         EXPECT_EQ(underQ[1], 2 * total) << threadCount << " threads";
         EXPECT_EQ(byte.get(), MutexByte::STATE_UNLOCKED);
-        EXPECT_EQ(dump(MutexByte::chainFor(&byte)).find("CORRUPT"), std::string::npos);
+        EXPECT_EQ(dump(mutex_byte_details::chainFor(&byte)).find("CORRUPT"), std::string::npos);
     }
 }
 
