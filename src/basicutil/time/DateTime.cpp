@@ -302,6 +302,14 @@ struct TimeFormat::Compiler {
     }
 };
 
+TimeFormat::TimeFormat() noexcept = default;
+
+TimeFormat::TimeFormat(StrSegment format) {
+    static_cast<void>(_setFtime(format));
+}
+
+TimeFormat::~TimeFormat() = default;
+
 bool TimeFormat::_setFtime(StrSegment format) {
     _valid = false;
     _n = 0;

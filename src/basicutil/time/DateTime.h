@@ -108,63 +108,16 @@ struct TimeFormatRawParseResult {
 // back into fields. Compile once, use from any thread.
 class TimeFormat {
   public:
-    // What an atom renders or parses.
-    enum What : std::uint8_t {
-        LITERAL,             // characters of the format
-        PUNCT,               // one character of kPunctuation
-        WEEKDAY_NAME,        // %a (abbreviated) and %A
-        MONTH_NAME,          // %b %h and %B
-        CENTURY,             // %C
-        MONTHDAY_NUM,        // %d %e
-        ISO_YEAR,            // %G
-        ISO_YEAR2,           // %g
-        HOUR24_NUM,          // %H %k
-        HOUR12_NUM,          // %I %l
-        YDAY_NUM,            // %j
-        MINUTE_NUM,          // %M
-        SECOND_NUM,          // %S
-        MONTH_NUM,           // %m
-        WHITESPACE,          // %n %t
-        MERIDIAN,            // %p %P
-        SUBSECONDS,          // %N %Q %f %q
-        EPOCH,               // %s
-        EPOCH10,             // %UT
-        SORTABLE,            // %ST
-        MONTHWEEK_NUM,       // %U %W %V: the week of the year
-        WEEKDAY_NUM,         // %u %w
-        YEAR_NUM,            // %Y %o
-        YEAR2_NUM,           // %y
-        TZ_AS_NEEDEDOFFSET,  // %Z: a name, its offset found later
-        TZ_AS_SECOFFSET,     // %z %:z: the offset itself
-        COMPOSITE,           // %D %c ... with a width or "^": their expansion as one field
-    };
-    // The flags "_", "0" and "-" (or none): the padding of numbers.
-    enum Padding : std::uint8_t { PAD_DEFAULT, PAD_SPACE, PAD_ZERO, PAD_NONE };
-    // The flags "#" and "^" (or none): the case of names.
-    enum Casing : std::uint8_t { CASE_DEFAULT, CASE_SWAP, CASE_UPPER };
+    // The compiled pieces, machinery of the renderers and the parser (DateTime_details.h).
+    enum What : std::uint8_t;
+    enum Padding : std::uint8_t;
+    enum Casing : std::uint8_t;
+    struct Atom;
 
-    // One piece of the format.
-    struct Atom {
-        What what = LITERAL;  // what it renders or parses
-        union {
-            struct {
-                Padding padding;
-                Casing casing;
-                std::uint8_t width;     // 0: the conversion's default
-                std::uint8_t letter;    // the conversion letter as written
-                std::uint8_t modifier;  // 0, 1 for "E", 2 for "O"
-                std::uint8_t colon;     // %:z
-            } conv;
-            std::uint8_t tmp;  // PUNCT: the index into kPunctuation
-            struct {
-                std::uint32_t offset, length;  // LITERAL: into _literals
-            } text;
-        } x{};  // by `what`: a conversion's flags, a punctuation index, or a literal's place
-    };
-
-    TimeFormat() = default;  // invalid until compiled
+    TimeFormat() noexcept;  // invalid until compiled
+    ~TimeFormat();
     // Compiles `format`; valid() says whether it could.
-    explicit TimeFormat(StrSegment format) { static_cast<void>(_setFtime(format)); }
+    explicit TimeFormat(StrSegment format);
 
     TimeFormat(const TimeFormat&) = delete;
     TimeFormat& operator=(const TimeFormat&) = delete;
@@ -181,8 +134,8 @@ class TimeFormat {
     // Different for every compilation in the process, so that a cache can tell formats apart
     // even when one lives where another did.
     std::uint64_t serial() const noexcept { return _serial; }
-    // A LITERAL atom's characters (a.x.text.length of them).
-    const char* literalText(const Atom& a) const noexcept { return _literals.data() + a.x.text.offset; }
+    // A LITERAL atom's characters (a.x.text.length of them); defined with Atom.
+    const char* literalText(const Atom& a) const noexcept;
 
     // How render() shows the sentinels MIN_TIME, MAX_TIME and ZERO_TIME (any tv_sec of 0).
     enum class SentinelText : std::uint8_t {
@@ -235,26 +188,9 @@ class TimeFormat {
     // For a format whose every atom has one width (most machine formats): the rendered text
     // with the fixed characters in place, and where each field goes. Rendering a year from 1000
     // to 9999 then copies it and writes the fields into the copy.
-    // Most fields are two digits: renderLayout works them out together, and the fixed-layout
-    // parse stores them directly, in this order.
-    enum TwoDigitField : std::uint8_t {
-        TWO_DAY,
-        TWO_HOUR,
-        TWO_HOUR12,
-        TWO_MINUTE,
-        TWO_SECOND,
-        TWO_MONTH,
-        TWO_YY,
-        TWO_CENTURY,
-        NOT_TWO = 0xff
-    };
+    enum TwoDigitField : std::uint8_t;
+    struct Slot;
     static std::uint8_t twoDigitFieldOf(What what) noexcept;
-    struct Slot {
-        std::uint32_t position, atom;
-        std::uint8_t twoDigitField;  // an index of renderLayout's two-digit values, or 0xff
-        char lead;                   // '0', or ' ' for %e %k %l
-        std::uint16_t width;
-    };
     Str _layout;
     std::vector<Slot> _slots;
     bool _hasLayout = false;
