@@ -1,5 +1,7 @@
 #include "libzero/unicode-file.h"
 
+#include "libzero/utf8-rules.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
@@ -54,8 +56,8 @@ inline char* putUtf8(char* out, uint32_t cp) noexcept {
     return out;
 }
 
-// Well-formed UTF-8 as Unicode defines it (no overlong forms, no surrogates, nothing above
-// U+10FFFF); each maximal ill-formed part becomes one U+FFFD.
+// Well-formed UTF-8 (libzero/utf8-rules.h, rule 3); each maximal ill-formed part becomes one
+// U+FFFD.
 size_t convertUtf8(const unsigned char* in, size_t n, bool final, size_t* consumed, char* out,
                    const Replacements& bad) noexcept {
     char* const start = out;
@@ -77,28 +79,18 @@ size_t convertUtf8(const unsigned char* in, size_t n, bool final, size_t* consum
             ++i;
             continue;
         }
-        size_t need;
-        unsigned char low = 0x80, high = 0xBF;  // the second byte's range
-        if (lead >= 0xC2 && lead <= 0xDF) {
-            need = 1;
-        } else if (lead >= 0xE0 && lead <= 0xEF) {
-            need = 2;
-            if (lead == 0xE0) low = 0xA0;   // overlong
-            if (lead == 0xED) high = 0x9F;  // surrogates
-        } else if (lead >= 0xF0 && lead <= 0xF4) {
-            need = 3;
-            if (lead == 0xF0) low = 0x90;   // overlong
-            if (lead == 0xF4) high = 0x8F;  // above U+10FFFF
-        } else {
+        const utf8_lead_rule rule = utf8_well_formed_lead(lead);
+        if (rule.following == 0) {
             out = bad.put(out, in + i);
             ++i;
             continue;
         }
+        const size_t need = rule.following;
         size_t k = 1;
         for (; k <= need; ++k) {
             if (i + k >= n) break;
             const unsigned char c = in[i + k];
-            if (k == 1 ? (c < low || c > high) : (c < 0x80 || c > 0xBF)) break;
+            if (k == 1 ? (c < rule.low || c > rule.high) : (c < 0x80 || c > 0xBF)) break;
         }
         if (k > need) {
             memcpy(out, in + i, need + 1);

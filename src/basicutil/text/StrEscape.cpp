@@ -4,6 +4,7 @@
 
 #include "basicutil/text/PrintfFormat.h"
 #include "basicutil/text/StrUtf8.h"
+#include "libzero/utf8-rules.h"
 
 namespace basicutil {
 
@@ -176,26 +177,12 @@ bool urlDecodeInPlace(Str& s) {
 
 namespace {
 
-// The length of the valid UTF-8 sequence at p (2 to 4), or 0 (RFC 3629: no overlong forms, no
-// surrogates, nothing above U+10FFFF).
+// The length of the well-formed UTF-8 sequence at p (2 to 4), or 0 (libzero/utf8-rules.h, rule 3).
 unsigned validSequence(const unsigned char* p, const unsigned char* end) noexcept {
-    const unsigned char lead = p[0];
-    unsigned n = 0;
-    unsigned char low = 0x80, high = 0xBF;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-        n = 2;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-        n = 3;
-        if (lead == 0xE0) low = 0xA0;
-        if (lead == 0xED) high = 0x9F;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-        n = 4;
-        if (lead == 0xF0) low = 0x90;
-        if (lead == 0xF4) high = 0x8F;
-    } else {
-        return 0;
-    }
-    if (end - p < static_cast<std::ptrdiff_t>(n) || p[1] < low || p[1] > high) return 0;
+    const utf8_lead_rule rule = utf8_well_formed_lead(p[0]);
+    if (rule.following == 0) return 0;
+    const unsigned n = rule.following + 1u;
+    if (end - p < static_cast<std::ptrdiff_t>(n) || p[1] < rule.low || p[1] > rule.high) return 0;
     for (unsigned k = 2; k < n; ++k) {
         if ((p[k] & 0xC0) != 0x80) return 0;
     }

@@ -2,7 +2,8 @@
 //
 // The measuring routines never fail on malformed text: they step by the lead byte (below 0x80:
 // 1 byte; 0x80-0xDF: 2, a stray continuation byte counting as a two-byte lead; 0xE0-0xEF: 3;
-// 0xF0-0xF4: 4; 0xF5-0xFF: 1) without validating. Only isValidUtf8 judges.
+// 0xF0-0xF4: 4; 0xF5-0xFF: 1) without validating. Only isValidUtf8 judges. libzero/utf8-rules.h
+// sets these two rules beside the library's third, well-formed UTF-8, and says who uses which.
 #pragma once
 
 #include <cstdint>
