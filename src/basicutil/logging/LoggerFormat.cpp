@@ -59,16 +59,6 @@ bool dateFormat(std::string_view argument, std::shared_ptr<const TimeFormat>& ou
     return valid;
 }
 
-// Decimal digits, at most 19 (the marker's numbers are byte counts of strings).
-unsigned decimalDigits(std::uint64_t v) noexcept {
-    unsigned n = 1;
-    while (v >= 10) {
-        v /= 10;
-        ++n;
-    }
-    return n;
-}
-
 // The base of the elapsed-time atoms: the first event time that renders one, set once.
 std::atomic<std::int64_t> g_elapsedBaseUsec{std::numeric_limits<std::int64_t>::min()};
 
@@ -91,16 +81,8 @@ Int128 elapsedUsec(const Timeval& time) noexcept {
 }
 
 void appendDecimal(Str& out, std::int64_t value) {
-    char digits[24];
-    std::uint64_t rest =
-        value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
-    char* p = digits + sizeof digits;
-    do {
-        *--p = static_cast<char>('0' + rest % 10);
-        rest /= 10;
-    } while (rest != 0);
-    if (value < 0) *--p = '-';
-    out.append(p, static_cast<size_type>(digits + sizeof digits - p));
+    char digits[kMaxUint64Digits + 1];
+    out.append(digits, static_cast<size_type>(formatSigned(digits, value)));
 }
 
 // A field: cut to the maximum width, or padded to the minimum.
@@ -158,7 +140,7 @@ void renderTrimmedTo(Str& out, const char* text, std::uint64_t length, std::uint
     // The marker names the bytes it stands for, which depend on its own length: take the
     // shortest length that agrees with itself (one always does, from 26 to 44 bytes).
     std::uint64_t markerLength = 26;
-    while (25 + decimalDigits(length - trimTo + markerLength) != markerLength) ++markerLength;
+    while (25 + decimalDigitCount(length - trimTo + markerLength) != markerLength) ++markerLength;
     const std::uint64_t skipped = length - (trimTo - markerLength);
     char buf[46];
     static constexpr char kBefore[] = " ...{skipping ";
@@ -166,9 +148,8 @@ void renderTrimmedTo(Str& out, const char* text, std::uint64_t length, std::uint
     char* p = buf;
     std::memcpy(p, kBefore, sizeof kBefore - 1);
     p += sizeof kBefore - 1;
-    const unsigned digits = decimalDigits(skipped);
-    std::uint64_t rest = skipped;
-    for (unsigned i = digits; i > 0; --i, rest /= 10) p[i - 1] = static_cast<char>('0' + rest % 10);
+    const unsigned digits = decimalDigitCount(skipped);
+    writeDecimalDigits(p, skipped, digits);
     p += digits;
     std::memcpy(p, kAfter, sizeof kAfter - 1);
     p += sizeof kAfter - 1;

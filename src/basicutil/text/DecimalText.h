@@ -93,6 +93,19 @@ inline std::size_t formatUnsigned(char* out, std::uint64_t v) noexcept {
     return count;
 }
 
+// Writes v in decimal, "-" first when negative, to out (room for kMaxUint64Digits + 1) and returns
+// the count.
+inline std::size_t formatSigned(char* out, std::int64_t v) noexcept {
+    if (v >= 0) return formatUnsigned(out, static_cast<std::uint64_t>(v));
+    out[0] = '-';
+    return 1 + formatUnsigned(out + 1, 0 - static_cast<std::uint64_t>(v));
+}
+
+// The two digits of v < 100 at out.
+inline void writeTwoDigits(char* out, unsigned v) noexcept {
+    std::memcpy(out, kDecimalPairs + 2 * v, 2);
+}
+
 // Appends v in decimal ("-" before a negative value).
 void appendUnsigned(std::string& out, std::uint64_t v);
 void appendSigned(std::string& out, std::int64_t v);

@@ -406,19 +406,12 @@ void appendNumber(Sink& out, std::int64_t value, unsigned digits, TimeFormat::Pa
                   const TimeFormat::Atom& atom) {
     if (atom.x.conv.padding == TimeFormat::PAD_DEFAULT && atom.x.conv.width == 0 && digits == 2 &&
         defaultPadding == TimeFormat::PAD_ZERO && value >= 0 && value < 100) {  // most fields
-        char* p = out.appendUninitialized(2);
-        p[0] = static_cast<char>('0' + value / 10);
-        p[1] = static_cast<char>('0' + value % 10);
+        writeTwoDigits(out.appendUninitialized(2), static_cast<unsigned>(value));
         return;
     }
     if (atom.x.conv.padding == TimeFormat::PAD_DEFAULT && atom.x.conv.width == 0 && digits == 1 &&
         value >= 1000 && value < 10000) {  // years
-        const auto v = static_cast<unsigned>(value);
-        char* p = out.appendUninitialized(4);
-        p[0] = static_cast<char>('0' + v / 1000);
-        p[1] = static_cast<char>('0' + v / 100 % 10);
-        p[2] = static_cast<char>('0' + v / 10 % 10);
-        p[3] = static_cast<char>('0' + v % 10);
+        writeDecimalDigits(out.appendUninitialized(4), static_cast<std::uint64_t>(value), 4);
         return;
     }
     const TimeFormat::Padding padding =
@@ -427,20 +420,15 @@ void appendNumber(Sink& out, std::int64_t value, unsigned digits, TimeFormat::Pa
         padding == TimeFormat::PAD_NONE ? atom.x.conv.width : std::max<unsigned>(atom.x.conv.width, digits);
     const std::uint64_t magnitude =
         value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
-    char text[20];
-    char* start = text + sizeof text;
-    std::uint64_t rest = magnitude;
-    do {
-        *--start = static_cast<char>('0' + rest % 10);
-        rest /= 10;
-    } while (rest != 0);
-    const auto length = static_cast<unsigned>(text + sizeof text - start) + (value < 0 ? 1 : 0);
+    char text[kMaxUint64Digits];
+    const auto digitCount = static_cast<unsigned>(formatUnsigned(text, magnitude));
+    const auto length = digitCount + (value < 0 ? 1 : 0);
     const unsigned fill = width > length ? width - length : 0;
     const char fillChar = padding == TimeFormat::PAD_NONE ? ' ' : fillOf(padding);
     if (fillChar == ' ') out.append(fill, ' ');
     if (value < 0) out.push_back('-');
     if (fillChar == '0') out.append(fill, '0');
-    out.append(start, static_cast<size_type>(text + sizeof text - start));
+    out.append(text, digitCount);
 }
 
 // Text, padded to an explicit width (blanks, zeros with "0"), in the case the flags ask.
@@ -556,24 +544,14 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
                                : letter == 'Q'     ? 3
                                                    : 6;
             VESTRA_ASSERT(c <= 9);
-            char digits[9];
-            std::uint64_t ns = static_cast<std::uint64_t>(tv.tv_usec) * 1000;
-            for (int i = 8; i >= 0; --i, ns /= 10) digits[i] = static_cast<char>('0' + ns % 10);
+            char digits[9] = {'0', '0', '0', '0', '0', '0', '0', '0', '0'};
+            writeDecimalDigits(digits, static_cast<std::uint64_t>(tv.tv_usec) * 1000, 9);
             out.append(digits, c);
             return;
         }
         case EPOCH: {  // padded as text, as the C library does: "%05s" of -2 is "000-2"
-            char digits[24];
-            std::uint64_t rest = tv.tv_sec < 0 ? 0 - static_cast<std::uint64_t>(tv.tv_sec)
-                                               : static_cast<std::uint64_t>(tv.tv_sec);
-            char* p = digits + sizeof digits;
-            do {
-                *--p = static_cast<char>('0' + rest % 10);
-                rest /= 10;
-            } while (rest != 0);
-            if (tv.tv_sec < 0) *--p = '-';
-            appendText(out, std::string_view(p, static_cast<std::size_t>(digits + sizeof digits - p)), a,
-                       false);
+            char digits[kMaxUint64Digits + 1];
+            appendText(out, std::string_view(digits, formatSigned(digits, tv.tv_sec)), a, false);
             return;
         }
         case EPOCH10: {
@@ -647,12 +625,16 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
                 appendNumber(out, hours * 100 + minutes, 4, PAD_ZERO, a);
                 return;
             }
-            char text[7] = {offset < 0 ? '-' : '+',
-                            static_cast<char>('0' + hours / 10),
-                            static_cast<char>('0' + hours % 10),
-                            ':',
-                            static_cast<char>('0' + minutes / 10),
-                            static_cast<char>('0' + minutes % 10)};
+            if (hours >= 100) {  // only a lookup made by hand says so: its hours in full
+                out.push_back(offset < 0 ? '-' : '+');
+                appendNumber(out, hours, 2, PAD_ZERO, a);
+                if (a.x.conv.colon != 0) out.push_back(':');
+                appendNumber(out, minutes, 2, PAD_ZERO, a);
+                return;
+            }
+            char text[7] = {offset < 0 ? '-' : '+', '0', '0', ':', '0', '0'};
+            writeTwoDigits(text + 1, static_cast<unsigned>(hours));
+            writeTwoDigits(text + 4, static_cast<unsigned>(minutes));
             if (a.x.conv.colon == 0) {
                 text[3] = text[4];
                 text[4] = text[5];
@@ -796,19 +778,9 @@ constexpr std::array<std::array<std::array<char, 3>, N>, 2> abbreviations(
 constexpr auto kWeekdays3 = abbreviations(kWeekdayNames);
 constexpr auto kMonths3 = abbreviations(kMonthNames);
 
-// "00" to "99", two bytes each.
-constexpr auto kDigitPairs = [] {
-    std::array<char, 200> pairs{};
-    for (int v = 0; v < 100; ++v) {
-        pairs[static_cast<std::size_t>(2 * v)] = static_cast<char>('0' + v / 10);
-        pairs[static_cast<std::size_t>(2 * v + 1)] = static_cast<char>('0' + v % 10);
-    }
-    return pairs;
-}();
-
 // v < 100; a single digit leads with `lead`.
 void put2(char* p, unsigned v, char lead = '0') noexcept {
-    std::memcpy(p, kDigitPairs.data() + 2 * v, 2);
+    writeTwoDigits(p, v);
     if (v < 10) p[0] = lead;
 }
 
@@ -898,9 +870,8 @@ void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const T
                 break;
             }
             case SUBSECONDS: {
-                std::uint64_t ns = static_cast<std::uint64_t>(tv.tv_usec) * 1000;
-                char digits[9];
-                for (int i = 8; i >= 0; --i, ns /= 10) digits[i] = static_cast<char>('0' + ns % 10);
+                char digits[9] = {'0', '0', '0', '0', '0', '0', '0', '0', '0'};
+                writeDecimalDigits(digits, static_cast<std::uint64_t>(tv.tv_usec) * 1000, 9);
                 std::memcpy(p, digits, fixedWidth(a));
                 break;
             }
@@ -920,12 +891,22 @@ void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const T
     }
 }
 
+namespace {
+
+// Whether the fixed layout holds the time: four-digit years, and offsets of two-digit hours
+// (every zone's; only a lookup made by hand has more).
+bool layoutFits(const CivilTime& civil, const TimeZoneLookup& at) noexcept {
+    return civil.year >= 1000 && civil.year <= 9999 && at.utcOffset > -100 * 3600 &&
+           at.utcOffset < 100 * 3600;
+}
+
+}  // namespace
+
 void TimeFormat::render(const Timeval& tv, const TimeZone& zone, Str& output, SentinelText sentinels) const {
     CivilTime civil;
     TimeZoneLookup at;
     if (!_valid || !zone.breakDown(tv.tv_sec, civil, &at)) return;
-    if (_hasLayout && civil.year >= 1000 && civil.year <= 9999 && !tv.isMin() && !tv.isMax() &&
-        !tv.isZero()) {
+    if (_hasLayout && layoutFits(civil, at) && !tv.isMin() && !tv.isMax() && !tv.isZero()) {
         renderLayout(tv, civil, at, output.appendUninitialized(_layout.size()));  // the common case, directly
         return;
     }
@@ -939,7 +920,7 @@ void TimeFormat::render(const Timeval& tv, const CivilTime& civil, const TimeZon
         output.append(tv.isMin() ? "<min>" : tv.isMax() ? "<max>" : "<zero>");
         return;
     }
-    if (_hasLayout && civil.year >= 1000 && civil.year <= 9999) {
+    if (_hasLayout && layoutFits(civil, at)) {
         renderLayout(tv, civil, at, output.appendUninitialized(_layout.size()));
         return;
     }
@@ -972,16 +953,8 @@ void TimeFormat::appendNamedFormat(int number, Str& out) {
         out.append(kNamedFormats[number]);
     } else {
         out.append("Unknown Vestra Time Format: ");
-        char digits[12];
-        std::uint32_t magnitude =
-            number < 0 ? 0u - static_cast<std::uint32_t>(number) : static_cast<std::uint32_t>(number);
-        char* p = digits + sizeof digits;
-        do {
-            *--p = static_cast<char>('0' + magnitude % 10);
-            magnitude /= 10;
-        } while (magnitude != 0);
-        if (number < 0) *--p = '-';
-        out.append(p, static_cast<size_type>(digits + sizeof digits - p));
+        char digits[kMaxUint64Digits + 1];
+        out.append(digits, static_cast<size_type>(formatSigned(digits, number)));
     }
 }
 

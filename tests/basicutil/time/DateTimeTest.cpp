@@ -117,6 +117,29 @@ TEST(DateTimeTest, SubsecondsAsGnuDateWritesThem) {
     }
 }
 
+// Offsets as %z and %:z write them, down to a lookup made by hand with 100 hours or more, which
+// no zone can hold: its hours are written in full.
+TEST(DateTimeTest, OffsetsAtTheirLimits) {
+    struct Case {
+        std::int32_t offset;
+        const char* text;  // "%z|%:z"
+    } cases[] = {{0, "+0000|+00:00"},
+                 {-(3 * 3600 + 30 * 60), "-0330|-03:30"},
+                 {93599, "+2559|+25:59"},
+                 {100 * 3600 + 30 * 60, "+10030|+100:30"},
+                 {-(596 * 3600), "-59600|-596:00"}};
+    const TimeFormat format("%z|%:z");
+    CivilTime civil;
+    ASSERT_TRUE(TimeZone::utc()->breakDown(1700000000, civil));
+    for (const Case& c : cases) {
+        TimeZoneLookup at;
+        at.utcOffset = c.offset;
+        Str out;
+        format.render({1700000000, 0}, civil, at, out);
+        EXPECT_EQ(out.view(), c.text) << c.offset;
+    }
+}
+
 TEST(DateTimeTest, CompilingFormats) {
     struct Case {
         const char* format;
