@@ -337,12 +337,7 @@ bool TimeFormat::_setFtime(StrSegment format) {
         const Atom& a = _atoms[i];
         if (a.what == SORTABLE) _subsecondDigits = 6;
         if (a.what == SUBSECONDS) {
-            const char letter = static_cast<char>(a.x.conv.letter);
-            const unsigned digits = a.x.conv.width != 0 ? a.x.conv.width
-                                    : letter == 'N'     ? 9
-                                    : letter == 'Q'     ? 3
-                                                        : 6;
-            _subsecondDigits = std::max(_subsecondDigits, std::min(digits, 6u));
+            _subsecondDigits = std::max(_subsecondDigits, std::min(subsecondDigitsOf(a), 6u));
         }
     }
     return true;
@@ -539,10 +534,7 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
             return;
         }
         case SUBSECONDS: {
-            const unsigned c = a.x.conv.width != 0 ? a.x.conv.width
-                               : letter == 'N'     ? 9
-                               : letter == 'Q'     ? 3
-                                                   : 6;
+            const unsigned c = subsecondDigitsOf(a);
             VESTRA_ASSERT(c <= 9);
             char digits[9] = {'0', '0', '0', '0', '0', '0', '0', '0', '0'};
             writeDecimalDigits(digits, static_cast<std::uint64_t>(tv.tv_usec) * 1000, 9);
@@ -675,8 +667,7 @@ unsigned fixedWidth(const TimeFormat::Atom& a) noexcept {
     const bool spacePadded = letter == 'e' || letter == 'k' || letter == 'l';
     const bool plain = a.x.conv.width == 0 && (a.x.conv.padding == TF::PAD_DEFAULT ||
                                                (spacePadded && a.x.conv.padding == TF::PAD_SPACE));
-    if (a.what == TF::SUBSECONDS)
-        return a.x.conv.width != 0 ? a.x.conv.width : letter == 'N' ? 9 : letter == 'Q' ? 3 : 6;
+    if (a.what == TF::SUBSECONDS) return subsecondDigitsOf(a);
     if (a.what == TF::TZ_AS_SECOFFSET && a.x.conv.padding == TF::PAD_DEFAULT && a.x.conv.width == 0)
         return a.x.conv.colon != 0 ? 6 : 5;
     if (!plain) return 0;

@@ -352,12 +352,6 @@ class TimeFormatParser {
         return true;
     }
 
-    static unsigned subsecondDigits(const TimeFormat::Atom& a) noexcept {
-        if (a.x.conv.width != 0) return a.x.conv.width;
-        const char letter = static_cast<char>(a.x.conv.letter);
-        return letter == 'N' ? 9 : letter == 'Q' ? 3 : 6;
-    }
-
     bool atom(const TimeFormat::Atom& a, const TimeFormat::Atom* following) noexcept {
         using TF = TimeFormat;
         using R = TimeFormatRawParseResult;
@@ -408,7 +402,7 @@ class TimeFormatParser {
                     const char* run = q;
                     while (run < _end && isDigit(*run)) ++run;
                     const auto available = static_cast<unsigned>(run - q);
-                    const unsigned reserved = subsecondDigits(*following);
+                    const unsigned reserved = subsecondDigitsOf(*following);
                     if (available <= reserved) return false;
                     digits = std::min(19u, available - reserved);
                 }

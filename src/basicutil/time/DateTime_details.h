@@ -82,6 +82,14 @@ struct TimeFormat::Slot {
     std::uint16_t width;
 };
 
+// The digits a SUBSECONDS atom renders and parses: its width, else its letter's own (%N 9, %Q 3,
+// %f and %q 6).
+inline unsigned subsecondDigitsOf(const TimeFormat::Atom& a) noexcept {
+    if (a.x.conv.width != 0) return a.x.conv.width;
+    const char letter = static_cast<char>(a.x.conv.letter);
+    return letter == 'N' ? 9 : letter == 'Q' ? 3 : 6;
+}
+
 inline const char* TimeFormat::literalText(const Atom& a) const noexcept {
     return _literals.data() + a.x.text.offset;
 }
