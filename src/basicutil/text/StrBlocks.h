@@ -111,6 +111,26 @@ inline unsigned positionsOf(const char* p, char c) {
     return equalMask(p, c);
 }
 
+// Whether any of the four blocks (64 bytes) at p holds a or b: one test for a stretch where
+// neither is expected, such as a long line.
+inline bool anyOfTwoIn4Blocks(const char* p, char a, char b) {
+#if defined(__SSE2__)
+    const __m128i va = _mm_set1_epi8(a), vb = _mm_set1_epi8(b);
+    const auto hits = [&](const char* q) {
+        const __m128i v = load(q);
+        return _mm_or_si128(_mm_cmpeq_epi8(v, va), _mm_cmpeq_epi8(v, vb));
+    };
+    const __m128i any =
+        _mm_or_si128(_mm_or_si128(hits(p), hits(p + 16)), _mm_or_si128(hits(p + 32), hits(p + 48)));
+    return _mm_movemask_epi8(any) != 0;
+#else
+    for (unsigned i = 0; i < 4 * kBlock; ++i) {
+        if (p[i] == a || p[i] == b) return true;
+    }
+    return false;
+#endif
+}
+
 #if defined(VESTRA_HAVE_AVX2_BLOCKS)
 // A 16-entry table for _mm256_shuffle_epi8, the same in both 128-bit lanes.
 VESTRA_AVX2 inline __m256i table32(char a0, char a1, char a2, char a3, char a4, char a5, char a6, char a7,

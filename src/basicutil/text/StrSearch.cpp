@@ -98,18 +98,10 @@ size_type findLineEndSse2(StrSegment s, size_type pos) noexcept {
     if (pos >= s._len) return npos;
     const char* p = s._data + pos;
     const char* const end = s.end();
-#if defined(__SSE2__)
     // Lines are long next to a block: four blocks are tested with one branch.
-    const __m128i lf = _mm_set1_epi8('\n'), cr = _mm_set1_epi8('\r');
-    const auto hits = [&](const char* q) {
-        const __m128i v = blocks::load(q);
-        return _mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr));
-    };
     for (; end - p >= 4 * blocks::kBlock; p += 4 * blocks::kBlock) {
-        const __m128i a = hits(p), b = hits(p + 16), c = hits(p + 32), d = hits(p + 48);
-        if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) != 0) break;
+        if (blocks::anyOfTwoIn4Blocks(p, '\n', '\r')) break;
     }
-#endif
     for (; end - p >= blocks::kBlock; p += blocks::kBlock) {
         if (const unsigned found = blocks::positionsOf(p, '\n') | blocks::positionsOf(p, '\r'))
             return static_cast<size_type>(p - s._data) + static_cast<size_type>(__builtin_ctz(found));
