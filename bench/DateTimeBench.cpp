@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchZones.h"
 #include "basicutil/time/DateTime.h"
 
 namespace {
@@ -39,7 +40,7 @@ void useCLibraryZone(const char* name) {
 
 void renderOurs(benchmark::State& state, const char* text) {
     const basicutil::TimeFormat format(text);
-    const basicutil::TimeZonePtr zone = basicutil::TimeZone::load(kZones[state.range(0)]);
+    const basicutil::TimeZonePtr zone = benchZone(kZones[state.range(0)]);
     basicutil::Str out;
     for (auto _ : state) {
         for (const basicutil::Timeval& tv : instants()) {
@@ -120,7 +121,7 @@ BENCHMARK(BM_RenderHttp_Absl)->Arg(0)->Arg(1);
 const std::vector<std::string>& isoTexts() {
     static const std::vector<std::string> texts = [] {
         const basicutil::TimeFormat format("%FT%T%:z");
-        const basicutil::TimeZonePtr zone = basicutil::TimeZone::load("America/New_York");
+        const basicutil::TimeZonePtr zone = benchZone("America/New_York");
         std::vector<std::string> out;
         for (const basicutil::Timeval& tv : instants()) {
             basicutil::Str text;

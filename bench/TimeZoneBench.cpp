@@ -10,6 +10,7 @@
 #include <random>
 #include <vector>
 
+#include "BenchZones.h"
 #include "basicutil/time/TimeZone.h"
 
 namespace {
@@ -33,7 +34,7 @@ void useCLibraryZone(const char* name) {
 }
 
 void BM_Offset_Ours(benchmark::State& state) {
-    const basicutil::TimeZonePtr zone = basicutil::TimeZone::load(kZones[state.range(0)]);
+    const basicutil::TimeZonePtr zone = benchZone(kZones[state.range(0)]);
     for (auto _ : state) {
         for (std::int64_t t : instants()) benchmark::DoNotOptimize(zone->lookup(t));
     }
@@ -41,7 +42,7 @@ void BM_Offset_Ours(benchmark::State& state) {
 BENCHMARK(BM_Offset_Ours)->Arg(0)->Arg(1);
 
 void BM_Fields_Ours(benchmark::State& state) {
-    const basicutil::TimeZonePtr zone = basicutil::TimeZone::load(kZones[state.range(0)]);
+    const basicutil::TimeZonePtr zone = benchZone(kZones[state.range(0)]);
     for (auto _ : state) {
         for (std::int64_t t : instants()) {
             basicutil::CivilTime civil;
@@ -108,7 +109,7 @@ std::vector<std::tm> localFields(const char* zone) {
 }
 
 void BM_ToEpoch_Ours(benchmark::State& state) {
-    const basicutil::TimeZonePtr zone = basicutil::TimeZone::load(kZones[state.range(0)]);
+    const basicutil::TimeZonePtr zone = benchZone(kZones[state.range(0)]);
     const std::vector<std::tm> fields = localFields(kZones[state.range(0)]);
     for (auto _ : state) {
         for (const std::tm& tm : fields) {

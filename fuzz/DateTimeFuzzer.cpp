@@ -10,9 +10,15 @@ using namespace basicutil;
 
 namespace {
 
+TimeZonePtr ruled(const char* rule) {
+    TimeZonePtr zone;
+    FUZZ_CHECK(TimeZone::fromPosixRule(rule, zone).ok());
+    return zone;
+}
+
 const TimeZone& zoneFor(std::uint8_t selector) {
-    static const TimeZonePtr zones[] = {TimeZone::utc(), TimeZone::fromPosixRule("<+0545>-5:45"),
-                                        TimeZone::fromPosixRule("EST5EDT,M3.2.0,M11.1.0")};
+    static const TimeZonePtr zones[] = {TimeZone::utc(), ruled("<+0545>-5:45"),
+                                        ruled("EST5EDT,M3.2.0,M11.1.0")};
     return *zones[selector % 3];
 }
 

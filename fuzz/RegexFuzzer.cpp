@@ -47,10 +47,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const StrSegment subject(reinterpret_cast<const char*>(data + 2 + patternSize), size - 2 - patternSize);
 
     Regex jit, interpreter;
-    const bool compiled = jit.compile(pattern, options);
-    FUZZ_CHECK(compiled == interpreter.compile(pattern, options | REGEX_NO_JIT));
+    const Status compiled = jit.compile(pattern, options);
+    const Status interpreted = interpreter.compile(pattern, options | REGEX_NO_JIT);
+    FUZZ_CHECK(compiled.ok() == interpreted.ok());
     if (!compiled) {
-        FUZZ_CHECK(!jit.errorText().empty() && jit.errorOffset() <= pattern.size());
+        FUZZ_CHECK(!compiled.text().empty() && compiled.offset() <= pattern.size());
+        FUZZ_CHECK(compiled.text().view() == interpreted.text().view() &&
+                   compiled.offset() == interpreted.offset());
         return 0;
     }
     RegexMatch a, b;

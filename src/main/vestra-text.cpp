@@ -516,11 +516,11 @@ int regexCommand(const std::string& pattern, bool onlyMatching, bool json, const
     // Characters, not bytes, where the text is UTF-8 ("." is "é"); other input is searched as
     // bytes. A pattern that is no UTF-8 itself is taken as bytes.
     Regex re;
-    if (!re.compile(StrSegment(pattern), REGEX_UTF) && !re.compile(StrSegment(pattern))) {
-        diagnose(strprintf("bad pattern at offset %zu: %s", static_cast<std::size_t>(re.errorOffset()),
-                           re.errorText().c_str())
-                     .view());
-        return kUsage;
+    if (!re.compile(StrSegment(pattern), REGEX_UTF).ok()) {
+        if (const Status st = re.compile(StrSegment(pattern)); !st) {
+            diagnose(strprintf("bad pattern at offset %zu: %s", st.offset(), st.text()).view());
+            return kUsage;
+        }
     }
     std::uint64_t lineNumber = 0;
     bool matched = false, stopped = false;
@@ -590,7 +590,7 @@ int regexCommand(const std::string& pattern, bool onlyMatching, bool json, const
     // a pattern that rarely matches costs one search a block instead of one a line.
     Regex wholeRun;
     const bool runs = !json && !onlyMatching && searchableAsOneText(pattern) &&
-                      wholeRun.compile(StrSegment(pattern), re.options() | REGEX_MULTILINE);
+                      wholeRun.compile(StrSegment(pattern), re.options() | REGEX_MULTILINE).ok();
     RegexMatch found;
     const auto eachRun = [&](std::string_view lines) {
         std::size_t at = 0;

@@ -25,9 +25,9 @@ constexpr const char* kDefaultDateFormat = "%a %b %e %H:%M:%S %Z %Y";
 // POSIX rule); the local one when none was given. Null (diagnosed) when it names no zone.
 TimeZonePtr zoneNamed(const std::string& name, bool given = true) {
     if (!given) return TimeZone::local();
-    Str error;
-    TimeZonePtr zone = TimeZone::fromTzValue(StrSegment(name), &error);
-    if (zone == nullptr) diagnose("zone '" + name + "': " + std::string(error.view()));
+    TimeZonePtr zone;
+    if (const Status st = TimeZone::fromTzValue(StrSegment(name), zone); !st)
+        diagnose("zone '" + name + "': " + std::string(st.text().view()));
     return zone;
 }
 
@@ -158,16 +158,15 @@ int tzCommand(const std::string& action, const std::vector<std::string>& args) {
     }
     if (action == "pack") {
         if (!need(2, "pack DIRECTORY ARCHIVE")) return kUsage;
-        Str error;
         std::vector<Str> rejected;
-        if (!TimeZoneArchive::pack(args[0].c_str(), args[1].c_str(), &error, &rejected)) {
-            diagnose(error.view());
+        if (const Status st = TimeZoneArchive::pack(args[0].c_str(), args[1].c_str(), &rejected); !st) {
+            diagnose(st.text().view());
             return kNegative;
         }
         for (const Str& why : rejected) diagnose("left out " + std::string(why.view()));
-        const auto archive = TimeZoneArchive::open(args[1].c_str(), &error);
-        if (archive == nullptr) {
-            diagnose(error.view());
+        std::shared_ptr<const TimeZoneArchive> archive;
+        if (const Status st = TimeZoneArchive::open(args[1].c_str(), archive); !st) {
+            diagnose(st.text().view());
             return kNegative;
         }
         out().write(

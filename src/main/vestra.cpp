@@ -109,7 +109,7 @@ bool forEachChunk(const std::string& path, const std::function<void(std::string_
     basicutil::FileDescriptor fd;
     if (path == "-") {
         fd = basicutil::FileDescriptor(0, "standard input");
-    } else if (basicutil::FileStatus st = fd.open(path, O_RDONLY); !st) {
+    } else if (basicutil::Status st = fd.open(path, O_RDONLY); !st) {
         diagnose(st.text().view());
         return false;
     }
@@ -117,7 +117,7 @@ bool forEachChunk(const std::string& path, const std::function<void(std::string_
     bool ok = true;
     for (;;) {
         std::size_t got = 0;
-        if (basicutil::FileStatus st = fd.readSome(buffer.get(), kInputBlock, got); !st) {
+        if (basicutil::Status st = fd.readSome(buffer.get(), kInputBlock, got); !st) {
             diagnose(st.text().view());
             ok = false;
             break;

@@ -9,6 +9,7 @@
 
 #include "basicutil/platform/Assert.h"
 #include "basicutil/platform/Platform.h"
+#include "basicutil/text/PrintfFormat.h"
 #include "basicutil/text/StrVector.h"
 
 namespace basicutil {
@@ -17,12 +18,6 @@ namespace {
 
 // Largest single read or write request: some systems refuse more than INT_MAX at once.
 constexpr std::size_t kMaxTransfer = std::size_t{1} << 30;
-
-void appendQuoted(Str& out, StrSegment path) {
-    out.push_back('"');
-    out.append(path);
-    out.push_back('"');
-}
 
 FileType typeOfMode(mode_t mode) noexcept {
     switch (mode & S_IFMT) {
@@ -58,13 +53,13 @@ void fillInfo(const struct stat& st, FileInfo& out) noexcept {
     out.modifiedNanoseconds = st.st_mtim.tv_nsec;
 }
 
-FileStatus statPath(StrSegment path, FileInfo& out, bool followLinks) {
+Status statPath(StrSegment path, FileInfo& out, bool followLinks) {
     const Str p(path);
     struct stat st {};
     const int rc = followLinks ? ::stat(p.c_str(), &st) : ::lstat(p.c_str(), &st);
     if (rc != 0) {
         out = FileInfo{};
-        return FileStatus::fromErrno(followLinks ? "stat" : "lstat", path);
+        return Status::fromErrno(followLinks ? "stat" : "lstat", path);
     }
     fillInfo(st, out);
     return {};
@@ -98,39 +93,6 @@ Str withCloseOnExec(const char* mode) {
 
 }  // namespace
 
-FileStatus FileStatus::fromErrno(const char* call, StrSegment path) {
-    const int error = errno;
-    FileStatus status;
-    status._error = error != 0 ? error : EIO;
-    char buffer[256];
-    status._text.append(call);
-    status._text.push_back(' ');
-    appendQuoted(status._text, path);
-    status._text.append(": ");
-    status._text.append(platform::errorText(status._error, buffer, sizeof buffer));
-    return status;
-}
-
-FileStatus FileStatus::failure(int error, StrSegment path, StrSegment what) {
-    VESTRA_ASSERT(error != 0);
-    FileStatus status;
-    status._error = error;
-    appendQuoted(status._text, path);
-    status._text.append(": ");
-    status._text.append(what);
-    return status;
-}
-
-FileStatus& FileStatus::within(StrSegment operation) {
-    if (!ok()) {
-        Str text(operation);
-        text.append(": ");
-        text.append(_text);
-        _text = std::move(text);
-    }
-    return *this;
-}
-
 const char* fileTypeName(FileType type) noexcept {
     switch (type) {
         case FILE_TYPE_NONE:
@@ -155,11 +117,11 @@ const char* fileTypeName(FileType type) noexcept {
     return "special file";
 }
 
-FileStatus fileInfo(StrSegment path, FileInfo& out) {
+Status fileInfo(StrSegment path, FileInfo& out) {
     return statPath(path, out, true);
 }
 
-FileStatus linkInfo(StrSegment path, FileInfo& out) {
+Status linkInfo(StrSegment path, FileInfo& out) {
     return statPath(path, out, false);
 }
 
@@ -184,7 +146,7 @@ FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
     return *this;
 }
 
-FileStatus FileDescriptor::open(StrSegment path, int flags, mode_t mode) {
+Status FileDescriptor::open(StrSegment path, int flags, mode_t mode) {
     // Whatever was open before is closed first; close() first to see how that went.
     static_cast<void>(close());
     _path = Str(path);
@@ -194,13 +156,13 @@ FileStatus FileDescriptor::open(StrSegment path, int flags, mode_t mode) {
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) {
         errno = platform::openErrno(AT_FDCWD, _path.c_str(), flags, errno);
-        return FileStatus::fromErrno("open", path);
+        return Status::fromErrno("open", path);
     }
     _fd = fd;
     return {};
 }
 
-FileStatus FileDescriptor::openAt(int directory, StrSegment name, int flags, mode_t mode) {
+Status FileDescriptor::openAt(int directory, StrSegment name, int flags, mode_t mode) {
     // Whatever was open before is closed first; close() first to see how that went.
     static_cast<void>(close());
     _path = Str(name);
@@ -210,18 +172,18 @@ FileStatus FileDescriptor::openAt(int directory, StrSegment name, int flags, mod
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) {
         errno = platform::openErrno(directory, _path.c_str(), flags, errno);
-        return FileStatus::fromErrno("openat", name);
+        return Status::fromErrno("openat", name);
     }
     _fd = fd;
     return {};
 }
 
-FileStatus FileDescriptor::close() {
+Status FileDescriptor::close() {
     if (_fd < 0) return {};
     // Never retried: after EINTR the descriptor is already released on both systems, and a
     // retry could close one another thread has just been given.
     const int rc = ::close(std::exchange(_fd, -1));
-    if (rc != 0 && errno != EINTR) return FileStatus::fromErrno("close", _path);
+    if (rc != 0 && errno != EINTR) return Status::fromErrno("close", _path);
     return {};
 }
 
@@ -229,30 +191,30 @@ int FileDescriptor::release() noexcept {
     return std::exchange(_fd, -1);
 }
 
-FileStatus FileDescriptor::readSome(void* buffer, std::size_t size, std::size_t& got) {
+Status FileDescriptor::readSome(void* buffer, std::size_t size, std::size_t& got) {
     got = 0;
     ssize_t n;
     do {
         n = ::read(_fd, buffer, std::min(size, kMaxTransfer));
     } while (n < 0 && errno == EINTR);
-    if (n < 0) return FileStatus::fromErrno("read", _path);
+    if (n < 0) return Status::fromErrno("read", _path);
     got = static_cast<std::size_t>(n);
     return {};
 }
 
-FileStatus FileDescriptor::read(void* buffer, std::size_t size, std::size_t& got) {
+Status FileDescriptor::read(void* buffer, std::size_t size, std::size_t& got) {
     got = 0;
     auto* p = static_cast<char*>(buffer);
     while (got < size) {
         std::size_t n = 0;
-        if (FileStatus st = readSome(p + got, size - got, n); !st) return st;
+        if (Status st = readSome(p + got, size - got, n); !st) return st;
         if (n == 0) break;
         got += n;
     }
     return {};
 }
 
-FileStatus FileDescriptor::readAt(void* buffer, std::size_t size, std::uint64_t offset, std::size_t& got) {
+Status FileDescriptor::readAt(void* buffer, std::size_t size, std::uint64_t offset, std::size_t& got) {
     got = 0;
     auto* p = static_cast<char*>(buffer);
     while (got < size) {
@@ -260,7 +222,7 @@ FileStatus FileDescriptor::readAt(void* buffer, std::size_t size, std::uint64_t 
             ::pread(_fd, p + got, std::min(size - got, kMaxTransfer), static_cast<off_t>(offset + got));
         if (n < 0) {
             if (errno == EINTR) continue;
-            return FileStatus::fromErrno("pread", _path);
+            return Status::fromErrno("pread", _path);
         }
         if (n == 0) break;
         got += static_cast<std::size_t>(n);
@@ -268,11 +230,11 @@ FileStatus FileDescriptor::readAt(void* buffer, std::size_t size, std::uint64_t 
     return {};
 }
 
-FileStatus FileDescriptor::readAll(Str& out, std::uint64_t limit) {
+Status FileDescriptor::readAll(Str& out, std::uint64_t limit) {
     // A regular file says its size, so most files take one allocation and two reads.
     struct stat st {};
     std::uint64_t chunk = 64 * 1024;
-    if (::fstat(_fd, &st) != 0) return FileStatus::fromErrno("fstat", _path);
+    if (::fstat(_fd, &st) != 0) return Status::fromErrno("fstat", _path);
     if (S_ISREG(st.st_mode) && st.st_size > 0) chunk = static_cast<std::uint64_t>(st.st_size) + 1;
     std::uint64_t total = 0;
     for (;;) {
@@ -282,26 +244,26 @@ FileStatus FileDescriptor::readAll(Str& out, std::uint64_t limit) {
         const size_type before = out.size();
         char* const p = out.appendUninitialized(room);
         std::size_t got = 0;
-        FileStatus st2 = read(p, static_cast<std::size_t>(room), got);
+        Status st2 = read(p, static_cast<std::size_t>(room), got);
         out.resize(before + got);
         total += got;
         if (!st2) return st2;
         if (total > limit) {
             out.resize(out.size() - (total - limit));
-            return FileStatus::failure(EFBIG, _path, "file larger than the limit");
+            return Status::failure(EFBIG, strprintf("\"%s\": file larger than the limit", _path.view()));
         }
         if (got < room) return {};
         chunk = std::max<std::uint64_t>(chunk, 64 * 1024);
     }
 }
 
-FileStatus FileDescriptor::write(const void* data, std::size_t size) {
+Status FileDescriptor::write(const void* data, std::size_t size) {
     const auto* p = static_cast<const char*>(data);
     while (size > 0) {
         const ssize_t n = ::write(_fd, p, std::min(size, kMaxTransfer));
         if (n < 0) {
             if (errno == EINTR) continue;
-            return FileStatus::fromErrno("write", _path);
+            return Status::fromErrno("write", _path);
         }
         p += n;
         size -= static_cast<std::size_t>(n);
@@ -309,13 +271,13 @@ FileStatus FileDescriptor::write(const void* data, std::size_t size) {
     return {};
 }
 
-FileStatus FileDescriptor::writeAt(const void* data, std::size_t size, std::uint64_t offset) {
+Status FileDescriptor::writeAt(const void* data, std::size_t size, std::uint64_t offset) {
     const auto* p = static_cast<const char*>(data);
     while (size > 0) {
         const ssize_t n = ::pwrite(_fd, p, std::min(size, kMaxTransfer), static_cast<off_t>(offset));
         if (n < 0) {
             if (errno == EINTR) continue;
-            return FileStatus::fromErrno("pwrite", _path);
+            return Status::fromErrno("pwrite", _path);
         }
         p += n;
         offset += static_cast<std::uint64_t>(n);
@@ -324,42 +286,41 @@ FileStatus FileDescriptor::writeAt(const void* data, std::size_t size, std::uint
     return {};
 }
 
-FileStatus FileDescriptor::seek(std::int64_t offset, int whence, std::uint64_t* position) {
+Status FileDescriptor::seek(std::int64_t offset, int whence, std::uint64_t* position) {
     const off_t at = ::lseek(_fd, static_cast<off_t>(offset), whence);
-    if (at < 0) return FileStatus::fromErrno("lseek", _path);
+    if (at < 0) return Status::fromErrno("lseek", _path);
     if (position != nullptr) *position = static_cast<std::uint64_t>(at);
     return {};
 }
 
-FileStatus FileDescriptor::truncate(std::uint64_t size) {
+Status FileDescriptor::truncate(std::uint64_t size) {
     if (retryInterrupted([&] { return ::ftruncate(_fd, static_cast<off_t>(size)); }) != 0)
-        return FileStatus::fromErrno("ftruncate", _path);
+        return Status::fromErrno("ftruncate", _path);
     return {};
 }
 
-FileStatus FileDescriptor::sync() {
-    if (retryInterrupted([&] { return ::fsync(_fd); }) != 0) return FileStatus::fromErrno("fsync", _path);
+Status FileDescriptor::sync() {
+    if (retryInterrupted([&] { return ::fsync(_fd); }) != 0) return Status::fromErrno("fsync", _path);
     return {};
 }
 
-FileStatus FileDescriptor::syncData() {
-    if (retryInterrupted([&] { return ::fdatasync(_fd); }) != 0)
-        return FileStatus::fromErrno("fdatasync", _path);
+Status FileDescriptor::syncData() {
+    if (retryInterrupted([&] { return ::fdatasync(_fd); }) != 0) return Status::fromErrno("fdatasync", _path);
     return {};
 }
 
-FileStatus FileDescriptor::info(FileInfo& out) const {
+Status FileDescriptor::info(FileInfo& out) const {
     struct stat st {};
     if (::fstat(_fd, &st) != 0) {
         out = FileInfo{};
-        return FileStatus::fromErrno("fstat", _path);
+        return Status::fromErrno("fstat", _path);
     }
     fillInfo(st, out);
     return {};
 }
 
-FileStatus FileDescriptor::setPermissions(mode_t mode) {
-    if (::fchmod(_fd, mode) != 0) return FileStatus::fromErrno("fchmod", _path);
+Status FileDescriptor::setPermissions(mode_t mode) {
+    if (::fchmod(_fd, mode) != 0) return Status::fromErrno("fchmod", _path);
     return {};
 }
 
@@ -381,7 +342,7 @@ FileStream& FileStream::operator=(FileStream&& other) noexcept {
     return *this;
 }
 
-FileStatus FileStream::open(StrSegment path, const char* mode) {
+Status FileStream::open(StrSegment path, const char* mode) {
     // Whatever was open before is closed first; close() first to see how that went.
     static_cast<void>(close());
     _path = Str(path);
@@ -390,40 +351,40 @@ FileStatus FileStream::open(StrSegment path, const char* mode) {
     do {
         file = std::fopen(_path.c_str(), m.c_str());
     } while (file == nullptr && errno == EINTR);
-    if (file == nullptr) return FileStatus::fromErrno("fopen", path);
+    if (file == nullptr) return Status::fromErrno("fopen", path);
     _file = file;
     return {};
 }
 
-FileStatus FileStream::adopt(FileDescriptor& fd, const char* mode) {
+Status FileStream::adopt(FileDescriptor& fd, const char* mode) {
     // Whatever was open before is closed first; close() first to see how that went.
     static_cast<void>(close());
     _path = fd.path();
     std::FILE* file = ::fdopen(fd.get(), mode);
-    if (file == nullptr) return FileStatus::fromErrno("fdopen", _path);
+    if (file == nullptr) return Status::fromErrno("fdopen", _path);
     static_cast<void>(fd.release());
     _file = file;
     return {};
 }
 
-FileStatus FileStream::close() {
+Status FileStream::close() {
     if (_file == nullptr) return {};
-    if (std::fclose(std::exchange(_file, nullptr)) != 0) return FileStatus::fromErrno("fclose", _path);
+    if (std::fclose(std::exchange(_file, nullptr)) != 0) return Status::fromErrno("fclose", _path);
     return {};
 }
 
-FileStatus FileStream::read(void* buffer, std::size_t size, std::size_t& got) {
+Status FileStream::read(void* buffer, std::size_t size, std::size_t& got) {
     got = 0;
     auto* p = static_cast<char*>(buffer);
     while (got < size) {
         got += std::fread(p + got, 1, size - got, _file);
         if (got == size || std::feof(_file)) break;
-        if (!interruptedStream(_file)) return FileStatus::fromErrno("fread", _path);
+        if (!interruptedStream(_file)) return Status::fromErrno("fread", _path);
     }
     return {};
 }
 
-FileStatus FileStream::readLine(Str& line) {
+Status FileStream::readLine(Str& line) {
     line.clear();
     ::flockfile(_file);
     for (;;) {
@@ -434,7 +395,7 @@ FileStatus FileStream::readLine(Str& line) {
             const int error = errno;
             ::funlockfile(_file);
             errno = error;
-            return FileStatus::fromErrno("getc", _path);
+            return Status::fromErrno("getc", _path);
         }
         line.push_back(static_cast<char>(c));
         if (c == '\n') break;
@@ -443,28 +404,28 @@ FileStatus FileStream::readLine(Str& line) {
     return {};
 }
 
-FileStatus FileStream::write(const void* data, std::size_t size) {
+Status FileStream::write(const void* data, std::size_t size) {
     const auto* p = static_cast<const char*>(data);
     std::size_t done = 0;
     while (done < size) {
         done += std::fwrite(p + done, 1, size - done, _file);
         if (done == size) break;
-        if (!interruptedStream(_file)) return FileStatus::fromErrno("fwrite", _path);
+        if (!interruptedStream(_file)) return Status::fromErrno("fwrite", _path);
     }
     return {};
 }
 
-FileStatus FileStream::flush() {
+Status FileStream::flush() {
     while (std::fflush(_file) != 0) {
-        if (!interruptedStream(_file)) return FileStatus::fromErrno("fflush", _path);
+        if (!interruptedStream(_file)) return Status::fromErrno("fflush", _path);
     }
     return {};
 }
 
-FileStatus FileStream::sync() {
-    if (FileStatus st = flush(); !st) return st;
+Status FileStream::sync() {
+    if (Status st = flush(); !st) return st;
     if (retryInterrupted([&] { return ::fsync(::fileno(_file)); }) != 0)
-        return FileStatus::fromErrno("fsync", _path);
+        return Status::fromErrno("fsync", _path);
     return {};
 }
 
@@ -486,44 +447,44 @@ Directory& Directory::operator=(Directory&& other) noexcept {
     return *this;
 }
 
-FileStatus Directory::open(StrSegment path) {
+Status Directory::open(StrSegment path) {
     // Whatever was open before is closed first; close() first to see how that went.
     static_cast<void>(close());
     FileDescriptor fd;
     // Opened by descriptor so that it is close-on-exec from the start.
-    if (FileStatus st = fd.open(path, O_RDONLY | O_DIRECTORY); !st) return st;
-    if (FileStatus st = adopt(fd); !st) return st;
+    if (Status st = fd.open(path, O_RDONLY | O_DIRECTORY); !st) return st;
+    if (Status st = adopt(fd); !st) return st;
     return {};
 }
 
-FileStatus Directory::openAt(const Directory& parent, StrSegment name) {
+Status Directory::openAt(const Directory& parent, StrSegment name) {
     VESTRA_ASSERT(parent.isOpen() && &parent != this);
     // Whatever was open before is closed first; close() first to see how that went.
     static_cast<void>(close());
     FileDescriptor fd;
-    if (FileStatus st = fd.openAt(parent.descriptor(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW); !st) {
+    if (Status st = fd.openAt(parent.descriptor(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW); !st) {
         return st.within(parent._path);
     }
     Str path = parent._path;
     path.push_back('/');
     path.append(name);
     fd = FileDescriptor(fd.release(), path);
-    if (FileStatus st = adopt(fd); !st) return st;
+    if (Status st = adopt(fd); !st) return st;
     return {};
 }
 
-FileStatus Directory::adopt(FileDescriptor& fd) {
+Status Directory::adopt(FileDescriptor& fd) {
     DIR* dir = ::fdopendir(fd.get());
-    if (dir == nullptr) return FileStatus::fromErrno("fdopendir", fd.path());
+    if (dir == nullptr) return Status::fromErrno("fdopendir", fd.path());
     _path = fd.path();
     static_cast<void>(fd.release());
     _dir = dir;
     return {};
 }
 
-FileStatus Directory::close() {
+Status Directory::close() {
     if (_dir == nullptr) return {};
-    if (::closedir(std::exchange(_dir, nullptr)) != 0) return FileStatus::fromErrno("closedir", _path);
+    if (::closedir(std::exchange(_dir, nullptr)) != 0) return Status::fromErrno("closedir", _path);
     return {};
 }
 
@@ -531,13 +492,13 @@ int Directory::descriptor() const noexcept {
     return _dir == nullptr ? -1 : ::dirfd(_dir);
 }
 
-bool Directory::next(DirectoryEntry& entry, FileStatus& status) {
-    status = FileStatus();
+bool Directory::next(DirectoryEntry& entry, Status& status) {
+    status = Status();
     for (;;) {
         errno = 0;
         const struct dirent* d = ::readdir(_dir);
         if (d == nullptr) {
-            if (errno != 0) status = FileStatus::fromErrno("readdir", _path);
+            if (errno != 0) status = Status::fromErrno("readdir", _path);
             return false;
         }
         const char* const name = d->d_name;
@@ -570,7 +531,7 @@ bool Directory::next(DirectoryEntry& entry, FileStatus& status) {
                 struct stat st {};
                 if (::fstatat(::dirfd(_dir), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
                     if (errno == ENOENT) continue;  // removed since readdir saw it
-                    status = FileStatus::fromErrno("fstatat", entry.name);
+                    status = Status::fromErrno("fstatat", entry.name);
                     return false;
                 }
                 entry.type = typeOfMode(st.st_mode);
@@ -580,12 +541,12 @@ bool Directory::next(DirectoryEntry& entry, FileStatus& status) {
     }
 }
 
-FileStatus listDirectory(StrSegment path, std::vector<Str>& names) {
+Status listDirectory(StrSegment path, std::vector<Str>& names) {
     names.clear();
     Directory dir;
-    if (FileStatus st = dir.open(path); !st) return st;
+    if (Status st = dir.open(path); !st) return st;
     DirectoryEntry entry;
-    FileStatus st;
+    Status st;
     while (dir.next(entry, st)) names.push_back(std::move(entry.name));
     if (!st) return st;
     sortStrVector(names);

@@ -2,14 +2,15 @@
 // operation returns.
 //
 //   FileDescriptor fd;
-//   if (FileStatus st = fd.open("/etc/hosts", O_RDONLY); !st) return report(st.text());
+//   if (Status st = fd.open("/etc/hosts", O_RDONLY); !st) return report(st.text());
 //   Str text;
-//   if (FileStatus st = fd.readAll(text); !st) ...      // "read \"/etc/hosts\": I/O error"
+//   if (Status st = fd.readAll(text); !st) ...      // "read \"/etc/hosts\": I/O error"
 //
 // Descriptors are opened close-on-exec. Calls interrupted by a signal (EINTR) are retried, and
 // short reads and writes are continued until the whole request is done or the file ends. A
-// failure never throws: it comes back as a FileStatus holding errno and a text that names the
-// call and the path.
+// failure never throws: it comes back as a Status holding errno and a text that names the call
+// and the path (`<call> "<path>": <strerror>`), with the operation in front when a compound
+// operation failed ("moving source to destination: \"a\" -> \"b\": ...").
 #pragma once
 
 #include <dirent.h>
@@ -20,35 +21,10 @@
 #include <cstdio>
 #include <vector>
 
+#include "basicutil/text/Status.h"
 #include "basicutil/text/Str.h"
 
 namespace basicutil {
-
-// Success, or an errno value with a text: `<call> "<path>": <strerror>`, with the operation in
-// front when a compound operation failed ("moving source to destination: \"a\" -> \"b\": ...").
-class [[nodiscard]] FileStatus {
-  public:
-    FileStatus() noexcept = default;  // success
-
-    // The current errno, with the call and the path it was given.
-    static FileStatus fromErrno(const char* call, StrSegment path);
-    // A failure that has no errno of its own (a file that changed while copied): `error` is the
-    // closest errno value, `what` says the rest.
-    static FileStatus failure(int error, StrSegment path, StrSegment what);
-
-    // Whether it is success.
-    bool ok() const noexcept { return _error == 0; }
-    explicit operator bool() const noexcept { return ok(); }
-    int error() const noexcept { return _error; }       // 0 on success
-    const Str& text() const noexcept { return _text; }  // empty on success
-
-    // Puts "<operation>: " in front of the text of a failure.
-    FileStatus& within(StrSegment operation);
-
-  private:
-    int _error = 0;
-    Str _text;
-};
 
 // What kind of file a path names (without following a last symbolic link where the call says).
 enum FileType : unsigned char {
@@ -102,10 +78,10 @@ class FileDescriptor {
     // open(2) with O_CLOEXEC added. What was open before is closed first, and how that went is
     // not reported (call close() first to see it). O_NOFOLLOW refusing a symbolic link is ELOOP
     // on every platform (FreeBSD's own EMLINK is translated).
-    FileStatus open(StrSegment path, int flags, mode_t mode = 0666);
+    Status open(StrSegment path, int flags, mode_t mode = 0666);
     // openat(2): `name` relative to the open directory `directory` (a descriptor).
-    FileStatus openAt(int directory, StrSegment name, int flags, mode_t mode = 0666);
-    FileStatus close();  // close(2), reported; nothing is open afterwards either way
+    Status openAt(int directory, StrSegment name, int flags, mode_t mode = 0666);
+    Status close();  // close(2), reported; nothing is open afterwards either way
     // Gives up ownership: returns the descriptor (-1 if none) and forgets it.
     int release() noexcept;
 
@@ -116,30 +92,30 @@ class FileDescriptor {
     const Str& path() const noexcept { return _path; }
 
     // Reads until `size` bytes or the end of the file; `got` says how many came.
-    FileStatus read(void* buffer, std::size_t size, std::size_t& got);
+    Status read(void* buffer, std::size_t size, std::size_t& got);
     // One read(2), retried only on EINTR: what a pipe or terminal has now.
-    FileStatus readSome(void* buffer, std::size_t size, std::size_t& got);
+    Status readSome(void* buffer, std::size_t size, std::size_t& got);
     // Like read, at `offset`, leaving the file position alone.
-    FileStatus readAt(void* buffer, std::size_t size, std::uint64_t offset, std::size_t& got);
+    Status readAt(void* buffer, std::size_t size, std::uint64_t offset, std::size_t& got);
     // Appends the rest of the file to `out`. More than `limit` bytes is an error (EFBIG), with
     // the first `limit` bytes appended.
-    FileStatus readAll(Str& out, std::uint64_t limit = std::uint64_t{1} << 40);
+    Status readAll(Str& out, std::uint64_t limit = std::uint64_t{1} << 40);
     // Writes all of it, or fails (a full disk, RLIMIT_FSIZE).
-    FileStatus write(const void* data, std::size_t size);
-    FileStatus write(StrSegment text) { return write(text.data(), static_cast<std::size_t>(text.size())); }
+    Status write(const void* data, std::size_t size);
+    Status write(StrSegment text) { return write(text.data(), static_cast<std::size_t>(text.size())); }
     // Like write, at `offset`, leaving the file position alone.
-    FileStatus writeAt(const void* data, std::size_t size, std::uint64_t offset);
+    Status writeAt(const void* data, std::size_t size, std::uint64_t offset);
 
     // lseek(2); the new position in `position` when asked.
-    FileStatus seek(std::int64_t offset, int whence, std::uint64_t* position = nullptr);
+    Status seek(std::int64_t offset, int whence, std::uint64_t* position = nullptr);
     // ftruncate(2): cuts or extends (with zeros) to `size` bytes.
-    FileStatus truncate(std::uint64_t size);
-    FileStatus sync();      // fsync: data and metadata are on the disk
-    FileStatus syncData();  // fdatasync: data, and the metadata needed to read it back
+    Status truncate(std::uint64_t size);
+    Status sync();      // fsync: data and metadata are on the disk
+    Status syncData();  // fdatasync: data, and the metadata needed to read it back
     // fstat(2) of the open file.
-    FileStatus info(FileInfo& out) const;
+    Status info(FileInfo& out) const;
     // fchmod(2): the 07777 bits.
-    FileStatus setPermissions(mode_t mode);
+    Status setPermissions(mode_t mode);
 
   private:
     int _fd = -1;
@@ -160,10 +136,10 @@ class FileStream {
     FileStream& operator=(const FileStream&) = delete;
 
     // `mode` as for fopen ("r", "w", "a", with "+" or "b"); "e" (close-on-exec) is added.
-    FileStatus open(StrSegment path, const char* mode);
+    Status open(StrSegment path, const char* mode);
     // Takes over an open descriptor (released from `fd` only on success).
-    FileStatus adopt(FileDescriptor& fd, const char* mode);
-    FileStatus close();  // fclose: buffered data is written, and its failure reported
+    Status adopt(FileDescriptor& fd, const char* mode);
+    Status close();  // fclose: buffered data is written, and its failure reported
 
     // Whether a stream is open, the stream (null if none), and the path it was opened with.
     bool isOpen() const noexcept { return _file != nullptr; }
@@ -171,17 +147,17 @@ class FileStream {
     const Str& path() const noexcept { return _path; }
 
     // Up to `size` bytes; fewer only at the end of the file.
-    FileStatus read(void* buffer, std::size_t size, std::size_t& got);
+    Status read(void* buffer, std::size_t size, std::size_t& got);
     // The next line with its "\n" (none on a last line without one) in place of `line`; at the
     // end of the file `line` is empty.
-    FileStatus readLine(Str& line);
+    Status readLine(Str& line);
     // Writes all of it into the stream's buffer (and the file as the buffer fills), or fails.
-    FileStatus write(const void* data, std::size_t size);
-    FileStatus write(StrSegment text) { return write(text.data(), static_cast<std::size_t>(text.size())); }
+    Status write(const void* data, std::size_t size);
+    Status write(StrSegment text) { return write(text.data(), static_cast<std::size_t>(text.size())); }
     // fflush: the buffer goes to the file.
-    FileStatus flush();
+    Status flush();
     // flush, then fsync of the descriptor underneath.
-    FileStatus sync();
+    Status sync();
 
   private:
     std::FILE* _file = nullptr;
@@ -213,32 +189,32 @@ class Directory {
     Directory& operator=(const Directory&) = delete;
 
     // opendir(3) with the descriptor close-on-exec; what was open before is closed first.
-    FileStatus open(StrSegment path);
+    Status open(StrSegment path);
     // The subdirectory `name` of an open directory, found from it rather than by path (so a
     // rename above cannot redirect a walk); a symbolic link there is refused with ELOOP.
-    FileStatus openAt(const Directory& parent, StrSegment name);
-    FileStatus close();                                       // closedir(3), reported
+    Status openAt(const Directory& parent, StrSegment name);
+    Status close();                                           // closedir(3), reported
     bool isOpen() const noexcept { return _dir != nullptr; }  // whether a directory is open
     // The descriptor, for openat and friends relative to this directory.
     int descriptor() const noexcept;
 
     // The next entry: true with `entry` filled, or false at the end or on an error (`status`
     // says which).
-    bool next(DirectoryEntry& entry, FileStatus& status);
+    bool next(DirectoryEntry& entry, Status& status);
 
   private:
-    FileStatus adopt(FileDescriptor& fd);
+    Status adopt(FileDescriptor& fd);
 
     DIR* _dir = nullptr;
     Str _path;
 };
 
 // Every name in the directory, sorted bytewise.
-FileStatus listDirectory(StrSegment path, std::vector<Str>& names);
+Status listDirectory(StrSegment path, std::vector<Str>& names);
 
 // Facts about a path; a missing one is FILE_TYPE_NONE with ENOENT (or ENOTDIR).
-FileStatus fileInfo(StrSegment path, FileInfo& out);
+Status fileInfo(StrSegment path, FileInfo& out);
 // The same, without following a final symbolic link.
-FileStatus linkInfo(StrSegment path, FileInfo& out);
+Status linkInfo(StrSegment path, FileInfo& out);
 
 }  // namespace basicutil

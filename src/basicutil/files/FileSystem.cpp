@@ -15,6 +15,7 @@
 #include "basicutil/files/Pathname_details.h"
 #include "basicutil/platform/Assert.h"
 #include "basicutil/platform/Platform.h"
+#include "basicutil/text/PrintfFormat.h"
 
 namespace basicutil {
 
@@ -36,20 +37,20 @@ Str operationBetween(const Str& operation, StrSegment source, StrSegment destina
     return text;
 }
 
-FileStatus syncDirectoryOf(StrSegment path) {
+Status syncDirectoryOf(StrSegment path) {
     FileDescriptor dir;
-    if (FileStatus st = dir.open(pathDirname(path), O_RDONLY | O_DIRECTORY); !st) return st;
-    if (FileStatus st = dir.sync(); !st) return st;
+    if (Status st = dir.open(pathDirname(path), O_RDONLY | O_DIRECTORY); !st) return st;
+    if (Status st = dir.sync(); !st) return st;
     return dir.close();
 }
 
-FileStatus setModifiedTime(const FileDescriptor& fd, const FileInfo& from) {
+Status setModifiedTime(const FileDescriptor& fd, const FileInfo& from) {
     struct timespec times[2];
     times[0].tv_sec = 0;
     times[0].tv_nsec = UTIME_OMIT;
     times[1].tv_sec = static_cast<time_t>(from.modifiedSeconds);
     times[1].tv_nsec = static_cast<long>(from.modifiedNanoseconds);
-    if (::futimens(fd.get(), times) != 0) return FileStatus::fromErrno("futimens", fd.path());
+    if (::futimens(fd.get(), times) != 0) return Status::fromErrno("futimens", fd.path());
     return {};
 }
 
@@ -63,33 +64,33 @@ Str temporaryTemplate(StrSegment prefix, StrSegment directory) {
 
 // --- Permissions and facts ---
 
-FileStatus filePermissions(StrSegment path, mode_t& permissions) {
+Status filePermissions(StrSegment path, mode_t& permissions) {
     FileInfo info;
-    FileStatus st = fileInfo(path, info);
+    Status st = fileInfo(path, info);
     permissions = info.permissions;
     return st;
 }
 
-FileStatus setFilePermissions(StrSegment path, mode_t permissions) {
+Status setFilePermissions(StrSegment path, mode_t permissions) {
     const Str p(path);
-    if (::chmod(p.c_str(), permissions) != 0) return FileStatus::fromErrno("chmod", path);
+    if (::chmod(p.c_str(), permissions) != 0) return Status::fromErrno("chmod", path);
     return {};
 }
 
-FileStatus checkAccess(StrSegment path, unsigned access) {
+Status checkAccess(StrSegment path, unsigned access) {
     VESTRA_ASSERT(access <= (ACCESS_READ | ACCESS_WRITE | ACCESS_EXECUTE));
     const Str p(path);
     if (::faccessat(AT_FDCWD, p.c_str(), static_cast<int>(access), AT_EACCESS) != 0) {
-        return FileStatus::fromErrno("access", path);
+        return Status::fromErrno("access", path);
     }
     return {};
 }
 
-FileStatus fileSystemSpace(StrSegment path, FileSystemSpace& out) {
+Status fileSystemSpace(StrSegment path, FileSystemSpace& out) {
     const Str p(path);
     struct statvfs vfs {};
     out = FileSystemSpace{};
-    if (::statvfs(p.c_str(), &vfs) != 0) return FileStatus::fromErrno("statvfs", path);
+    if (::statvfs(p.c_str(), &vfs) != 0) return Status::fromErrno("statvfs", path);
     const std::uint64_t unit = vfs.f_frsize != 0 ? vfs.f_frsize : vfs.f_bsize;
     out.total = static_cast<std::uint64_t>(vfs.f_blocks) * unit;
     out.available = static_cast<std::uint64_t>(vfs.f_bavail) * unit;
@@ -97,20 +98,20 @@ FileStatus fileSystemSpace(StrSegment path, FileSystemSpace& out) {
     return {};
 }
 
-FileStatus sameFile(StrSegment a, StrSegment b, bool& same) {
+Status sameFile(StrSegment a, StrSegment b, bool& same) {
     same = false;
     FileInfo x, y;
-    if (FileStatus st = fileInfo(a, x); !st) return st;
-    if (FileStatus st = fileInfo(b, y); !st) return st;
+    if (Status st = fileInfo(a, x); !st) return st;
+    if (Status st = fileInfo(b, y); !st) return st;
     same = x.sameFileAs(y);
     return {};
 }
 
-FileStatus sameDevice(StrSegment a, StrSegment b, bool& same) {
+Status sameDevice(StrSegment a, StrSegment b, bool& same) {
     same = false;
     FileInfo x, y;
-    if (FileStatus st = fileInfo(a, x); !st) return st;
-    if (FileStatus st = fileInfo(b, y); !st) return st;
+    if (Status st = fileInfo(a, x); !st) return st;
+    if (Status st = fileInfo(b, y); !st) return st;
     same = x.device == y.device;
     return {};
 }
@@ -122,40 +123,40 @@ bool fileExists(StrSegment path) {
 
 // --- Directories and removal ---
 
-FileStatus makeDirectory(StrSegment path, mode_t mode, bool parents) {
+Status makeDirectory(StrSegment path, mode_t mode, bool parents) {
     const Str p(path);
     if (::mkdir(p.c_str(), mode) == 0) return {};
     const int error = errno;
-    if (!parents) return FileStatus::fromErrno("mkdir", path);
+    if (!parents) return Status::fromErrno("mkdir", path);
     if (error == EEXIST) {
         FileInfo info;
         if (fileInfo(path, info).ok() && info.type == FILE_TYPE_DIRECTORY) return {};
         errno = EEXIST;
-        return FileStatus::fromErrno("mkdir", path);
+        return Status::fromErrno("mkdir", path);
     }
     if (error != ENOENT) {
         errno = error;
-        return FileStatus::fromErrno("mkdir", path);
+        return Status::fromErrno("mkdir", path);
     }
     const StrSegment parent = pathDirname(path);
     if (parent.size() >= path.size()) {  // nothing left to make: "/" or "."
         errno = error;
-        return FileStatus::fromErrno("mkdir", path);
+        return Status::fromErrno("mkdir", path);
     }
-    if (FileStatus st = makeDirectory(parent, mode, true); !st) return st;
+    if (Status st = makeDirectory(parent, mode, true); !st) return st;
     if (::mkdir(p.c_str(), mode) == 0 || errno == EEXIST) return {};
-    return FileStatus::fromErrno("mkdir", path);
+    return Status::fromErrno("mkdir", path);
 }
 
-FileStatus removeFile(StrSegment path) {
+Status removeFile(StrSegment path) {
     const Str p(path);
-    if (::unlink(p.c_str()) != 0) return FileStatus::fromErrno("unlink", path);
+    if (::unlink(p.c_str()) != 0) return Status::fromErrno("unlink", path);
     return {};
 }
 
-FileStatus removeDirectory(StrSegment path) {
+Status removeDirectory(StrSegment path) {
     const Str p(path);
-    if (::rmdir(p.c_str()) != 0) return FileStatus::fromErrno("rmdir", path);
+    if (::rmdir(p.c_str()) != 0) return Status::fromErrno("rmdir", path);
     return {};
 }
 
@@ -163,21 +164,21 @@ namespace {
 
 // Empties the directory open as `dir` (whose path is `path`, for texts), depth first. Entries
 // are opened relative to their parent, so a rename above does not send the walk elsewhere.
-FileStatus removeContents(Directory& dir, const Str& path) {
+Status removeContents(Directory& dir, const Str& path) {
     DirectoryEntry entry;
-    FileStatus st;
+    Status st;
     while (dir.next(entry, st)) {
         const Str child = pathJoin(path, entry.name);
         if (entry.type == FILE_TYPE_DIRECTORY) {
             Directory subdir;
-            if (FileStatus open = subdir.openAt(dir, entry.name); !open) return open;
-            if (FileStatus inner = removeContents(subdir, child); !inner) return inner;
-            if (FileStatus closed = subdir.close(); !closed) return closed;
+            if (Status open = subdir.openAt(dir, entry.name); !open) return open;
+            if (Status inner = removeContents(subdir, child); !inner) return inner;
+            if (Status closed = subdir.close(); !closed) return closed;
             if (::unlinkat(dir.descriptor(), entry.name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {
-                return FileStatus::fromErrno("rmdir", child);
+                return Status::fromErrno("rmdir", child);
             }
         } else if (::unlinkat(dir.descriptor(), entry.name.c_str(), 0) != 0 && errno != ENOENT) {
-            return FileStatus::fromErrno("unlink", child);
+            return Status::fromErrno("unlink", child);
         }
     }
     return st;
@@ -185,14 +186,14 @@ FileStatus removeContents(Directory& dir, const Str& path) {
 
 }  // namespace
 
-FileStatus removeTree(StrSegment path) {
+Status removeTree(StrSegment path) {
     FileInfo info;
-    if (FileStatus st = linkInfo(path, info); !st) return st.error() == ENOENT ? FileStatus() : st;
+    if (Status st = linkInfo(path, info); !st) return st.error() == ENOENT ? Status() : st;
     if (info.type != FILE_TYPE_DIRECTORY) return removeFile(path);
     Directory dir;
-    if (FileStatus st = dir.open(path); !st) return st;
-    if (FileStatus st = removeContents(dir, Str(path)); !st) return st;
-    if (FileStatus st = dir.close(); !st) return st;
+    if (Status st = dir.open(path); !st) return st;
+    if (Status st = removeContents(dir, Str(path)); !st) return st;
+    if (Status st = dir.close(); !st) return st;
     return removeDirectory(path);
 }
 
@@ -205,18 +206,18 @@ Str temporaryDirectory() {
     return Str("/tmp");
 }
 
-FileStatus makeTemporaryFile(FileDescriptor& fd, Str& path, StrSegment prefix, StrSegment directory) {
+Status makeTemporaryFile(FileDescriptor& fd, Str& path, StrSegment prefix, StrSegment directory) {
     Str name = temporaryTemplate(prefix, directory);
     const int raw = ::mkostemp(name.data(), O_CLOEXEC);
-    if (raw < 0) return FileStatus::fromErrno("mkostemp", name);
+    if (raw < 0) return Status::fromErrno("mkostemp", name);
     fd = FileDescriptor(raw, name);
     path = std::move(name);
     return {};
 }
 
-FileStatus makeTemporaryDirectory(Str& path, StrSegment prefix, StrSegment directory) {
+Status makeTemporaryDirectory(Str& path, StrSegment prefix, StrSegment directory) {
     Str name = temporaryTemplate(prefix, directory);
-    if (::mkdtemp(name.data()) == nullptr) return FileStatus::fromErrno("mkdtemp", name);
+    if (::mkdtemp(name.data()) == nullptr) return Status::fromErrno("mkdtemp", name);
     path = std::move(name);
     return {};
 }
@@ -225,14 +226,14 @@ TemporaryDirectory::~TemporaryDirectory() {
     static_cast<void>(remove());
 }
 
-FileStatus TemporaryDirectory::create(StrSegment prefix, StrSegment directory) {
+Status TemporaryDirectory::create(StrSegment prefix, StrSegment directory) {
     static_cast<void>(remove());  // a directory made before is let go first
     return makeTemporaryDirectory(_path, prefix, directory);
 }
 
-FileStatus TemporaryDirectory::remove() {
+Status TemporaryDirectory::remove() {
     if (_path.empty()) return {};
-    FileStatus st = removeTree(_path);
+    Status st = removeTree(_path);
     _path.clear();
     return st;
 }
@@ -247,7 +248,7 @@ FileReplacement::~FileReplacement() {
     abandon();
 }
 
-FileStatus FileReplacement::begin(StrSegment target, mode_t mode) {
+Status FileReplacement::begin(StrSegment target, mode_t mode) {
     abandon();
     StrSegment directory, base;
     pathSplit(target, directory, base);
@@ -256,10 +257,10 @@ FileStatus FileReplacement::begin(StrSegment target, mode_t mode) {
     prefix.push_back('.');
     FileDescriptor fd;
     Str temporary;
-    if (FileStatus st = makeTemporaryFile(fd, temporary, prefix, directory); !st) return st;
+    if (Status st = makeTemporaryFile(fd, temporary, prefix, directory); !st) return st;
     FileInfo old;
-    const FileStatus existing = fileInfo(target, old);
-    FileStatus st = fd.setPermissions(existing.ok() ? old.permissions : mode);
+    const Status existing = fileInfo(target, old);
+    Status st = fd.setPermissions(existing.ok() ? old.permissions : mode);
     if (!st) {
         static_cast<void>(::unlink(temporary.c_str()));
         return st;
@@ -270,20 +271,19 @@ FileStatus FileReplacement::begin(StrSegment target, mode_t mode) {
     return {};
 }
 
-FileStatus FileReplacement::write(StrSegment data) {
+Status FileReplacement::write(StrSegment data) {
     VESTRA_ASSERT(_fd.isOpen());
-    FileStatus st = _fd.write(data);
+    Status st = _fd.write(data);
     if (!st) abandon();
     return st;
 }
 
-FileStatus FileReplacement::commit(bool sync) {
+Status FileReplacement::commit(bool sync) {
     VESTRA_ASSERT(_fd.isOpen());
-    FileStatus st;
+    Status st;
     if (sync) st = _fd.sync();
     if (st) st = _fd.close();
-    if (st && ::rename(_temporary.c_str(), _target.c_str()) != 0)
-        st = FileStatus::fromErrno("rename", _target);
+    if (st && ::rename(_temporary.c_str(), _target.c_str()) != 0) st = Status::fromErrno("rename", _target);
     if (!st) {
         abandon();
         return st;
@@ -291,7 +291,7 @@ FileStatus FileReplacement::commit(bool sync) {
     _temporary.clear();
     const Str target = std::move(_target);
     _target.clear();
-    return sync ? syncDirectoryOf(target) : FileStatus();
+    return sync ? syncDirectoryOf(target) : Status();
 }
 
 void FileReplacement::abandon() noexcept {
@@ -302,9 +302,9 @@ void FileReplacement::abandon() noexcept {
     _target.clear();
 }
 
-FileStatus replaceFileContents(StrSegment target, StrSegment contents, mode_t mode) {
+Status replaceFileContents(StrSegment target, StrSegment contents, mode_t mode) {
     FileReplacement replacement;
-    FileStatus st = replacement.begin(target, mode);
+    Status st = replacement.begin(target, mode);
     if (st) st = replacement.write(contents);
     if (st) st = replacement.commit();
     return st;
@@ -314,7 +314,7 @@ FileStatus replaceFileContents(StrSegment target, StrSegment contents, mode_t mo
 
 namespace file_details {
 
-FileStatus copyData(FileDescriptor& in, FileDescriptor& out, bool allowKernelCopy) {
+Status copyData(FileDescriptor& in, FileDescriptor& out, bool allowKernelCopy) {
     // The kernel copy is asked for the rest of the file as it is now, never more: FreeBSD holds
     // the requested length against RLIMIT_FSIZE. Whatever the file gains meanwhile, and
     // everything when the kernel cannot copy this pair, goes through the buffer.
@@ -343,19 +343,19 @@ FileStatus copyData(FileDescriptor& in, FileDescriptor& out, bool allowKernelCop
                            errno == ETXTBSY || errno == EPERM)) {
             break;
         }
-        return FileStatus::fromErrno("copy_file_range", out.path());
+        return Status::fromErrno("copy_file_range", out.path());
     }
     // Usually the end of the file at once: one byte's read tells without the block's allocation.
     char first = 0;
     std::size_t got = 0;
-    if (FileStatus st = in.readSome(&first, 1, got); !st) return st;
+    if (Status st = in.readSome(&first, 1, got); !st) return st;
     if (got == 0) return {};
-    if (FileStatus st = out.write(&first, 1); !st) return st;
+    if (Status st = out.write(&first, 1); !st) return st;
     std::unique_ptr<char[]> buffer(new char[kCopyBlockBytes]);
     for (;;) {
-        if (FileStatus st = in.readSome(buffer.get(), kCopyBlockBytes, got); !st) return st;
+        if (Status st = in.readSome(buffer.get(), kCopyBlockBytes, got); !st) return st;
         if (got == 0) return {};
-        if (FileStatus st = out.write(buffer.get(), got); !st) return st;
+        if (Status st = out.write(buffer.get(), got); !st) return st;
     }
 }
 
@@ -363,68 +363,68 @@ FileStatus copyData(FileDescriptor& in, FileDescriptor& out, bool allowKernelCop
 
 namespace {
 
-FileStatus copyInto(StrSegment source, StrSegment destination, unsigned options) {
+Status copyInto(StrSegment source, StrSegment destination, unsigned options) {
     FileDescriptor in;
-    if (FileStatus st = in.open(source, O_RDONLY); !st) return st;
+    if (Status st = in.open(source, O_RDONLY); !st) return st;
     FileInfo info;
-    if (FileStatus st = in.info(info); !st) return st;
+    if (Status st = in.info(info); !st) return st;
     if (info.type != FILE_TYPE_REGULAR) {
-        return FileStatus::failure(info.type == FILE_TYPE_DIRECTORY ? EISDIR : EINVAL, source,
-                                   Str("not a regular file but a ").append(fileTypeName(info.type)));
+        return Status::failure(
+            info.type == FILE_TYPE_DIRECTORY ? EISDIR : EINVAL,
+            strprintf("\"%s\": not a regular file but a %s", source.view(), fileTypeName(info.type)));
     }
     if ((options & COPY_NO_OVERWRITE) != 0 && fileExists(destination)) {
         errno = EEXIST;
-        return FileStatus::fromErrno("open", destination);
+        return Status::fromErrno("open", destination);
     }
     FileReplacement replacement;
-    if (FileStatus st = replacement.begin(destination, info.permissions); !st) return st;
+    if (Status st = replacement.begin(destination, info.permissions); !st) return st;
     if ((options & COPY_SOURCE_PERMISSIONS) != 0) {
-        if (FileStatus st = replacement.descriptor().setPermissions(info.permissions); !st) return st;
+        if (Status st = replacement.descriptor().setPermissions(info.permissions); !st) return st;
     }
-    if (FileStatus st = file_details::copyData(in, replacement.descriptor(), true); !st) return st;
+    if (Status st = file_details::copyData(in, replacement.descriptor(), true); !st) return st;
     if ((options & COPY_KEEP_TIMES) != 0) {
-        if (FileStatus st = setModifiedTime(replacement.descriptor(), info); !st) return st;
+        if (Status st = setModifiedTime(replacement.descriptor(), info); !st) return st;
     }
     if ((options & COPY_NO_OVERWRITE) != 0) {
         // Linked in rather than renamed, so that a file made meanwhile is not overwritten.
         if ((options & COPY_SYNC) != 0) {
-            if (FileStatus st = replacement.descriptor().sync(); !st) return st;
+            if (Status st = replacement.descriptor().sync(); !st) return st;
         }
         const Str destinationPath(destination);
         if (::link(replacement.temporaryPath().c_str(), destinationPath.c_str()) != 0) {
-            return FileStatus::fromErrno("link", destination);
+            return Status::fromErrno("link", destination);
         }
         replacement.abandon();
-        return (options & COPY_SYNC) != 0 ? syncDirectoryOf(destination) : FileStatus();
+        return (options & COPY_SYNC) != 0 ? syncDirectoryOf(destination) : Status();
     }
     return replacement.commit((options & COPY_SYNC) != 0);
 }
 
 }  // namespace
 
-FileStatus copyFile(StrSegment source, StrSegment destination, unsigned options) {
-    FileStatus st = copyInto(source, destination, options);
+Status copyFile(StrSegment source, StrSegment destination, unsigned options) {
+    Status st = copyInto(source, destination, options);
     return st.within(operationBetween(copyingOperationText(), source, destination));
 }
 
-FileStatus hardLink(StrSegment source, StrSegment destination) {
+Status hardLink(StrSegment source, StrSegment destination) {
     const Str from(source), to(destination);
-    FileStatus st;
-    if (::link(from.c_str(), to.c_str()) != 0) st = FileStatus::fromErrno("link", destination);
+    Status st;
+    if (::link(from.c_str(), to.c_str()) != 0) st = Status::fromErrno("link", destination);
     return st.within(operationBetween(hardLinkingOperationText(), source, destination));
 }
 
 namespace file_details {
 
-FileStatus moveByCopy(StrSegment source, StrSegment destination) {
+Status moveByCopy(StrSegment source, StrSegment destination) {
     FileInfo info;
-    if (FileStatus st = linkInfo(source, info); !st) return st;
+    if (Status st = linkInfo(source, info); !st) return st;
     if (info.type != FILE_TYPE_REGULAR) {
-        return FileStatus::failure(
-            EXDEV, source,
-            Str("cannot move a ").append(fileTypeName(info.type)).append(" across file systems"));
+        return Status::failure(EXDEV, strprintf("\"%s\": cannot move a %s across file systems", source.view(),
+                                                fileTypeName(info.type)));
     }
-    if (FileStatus st = copyInto(source, destination, COPY_SYNC | COPY_KEEP_TIMES | COPY_SOURCE_PERMISSIONS);
+    if (Status st = copyInto(source, destination, COPY_SYNC | COPY_KEEP_TIMES | COPY_SOURCE_PERMISSIONS);
         !st) {
         return st;
     }
@@ -433,12 +433,12 @@ FileStatus moveByCopy(StrSegment source, StrSegment destination) {
 
 }  // namespace file_details
 
-FileStatus moveFile(StrSegment source, StrSegment destination) {
+Status moveFile(StrSegment source, StrSegment destination) {
     const Str from(source), to(destination);
-    FileStatus st;
+    Status st;
     if (::rename(from.c_str(), to.c_str()) != 0) {
         st = errno == EXDEV ? file_details::moveByCopy(source, destination)
-                            : FileStatus::fromErrno("rename", destination);
+                            : Status::fromErrno("rename", destination);
     }
     return st.within(operationBetween(movingOperationText(), source, destination));
 }

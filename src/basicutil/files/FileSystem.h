@@ -1,10 +1,10 @@
 // Operations on files by name: permissions, directories, temporary files, copying, linking,
 // moving, replacing a file whole, and facts about the file system.
 //
-//   if (FileStatus st = replaceFileContents("/etc/app.conf", text); !st) log(st.text());
-//   if (FileStatus st = copyFile("big.dat", "/backup/big.dat"); !st) ...
+//   if (Status st = replaceFileContents("/etc/app.conf", text); !st) log(st.text());
+//   if (Status st = copyFile("big.dat", "/backup/big.dat"); !st) ...
 //
-// Failures come back as FileStatus (errno and a text). Compound operations put their name in
+// Failures come back as Status (errno and a text). Compound operations put their name in
 // front of the text: "copying source to destination: \"a\" -> \"b\": open \"a\": No such file
 // or directory".
 #pragma once
@@ -20,8 +20,8 @@ namespace basicutil {
 // --- Permissions ---
 
 // A file's 07777 bits, read or set (following symbolic links).
-FileStatus filePermissions(StrSegment path, mode_t& permissions);
-FileStatus setFilePermissions(StrSegment path, mode_t permissions);
+Status filePermissions(StrSegment path, mode_t& permissions);
+Status setFilePermissions(StrSegment path, mode_t permissions);
 
 // What checkAccess asks about: a bitwise or of these, or ACCESS_EXISTS alone.
 enum FileAccess : unsigned {
@@ -32,7 +32,7 @@ enum FileAccess : unsigned {
 };
 // Whether this process, by its effective ids, may use the file so (EACCES when not, ENOENT when
 // missing). An answer, not a guarantee: the file may change before it is used.
-FileStatus checkAccess(StrSegment path, unsigned access);
+Status checkAccess(StrSegment path, unsigned access);
 
 // --- Facts ---
 
@@ -43,24 +43,24 @@ struct FileSystemSpace {
     std::uint64_t free = 0;       // bytes free, those kept for the superuser included
 };
 // statvfs(3) of the file system that holds `path`.
-FileStatus fileSystemSpace(StrSegment path, FileSystemSpace& out);
+Status fileSystemSpace(StrSegment path, FileSystemSpace& out);
 
 // Both names lead to one file (after symbolic links); both must exist.
-FileStatus sameFile(StrSegment a, StrSegment b, bool& same);
+Status sameFile(StrSegment a, StrSegment b, bool& same);
 // Both names are on one file system, so a rename between them can work.
-FileStatus sameDevice(StrSegment a, StrSegment b, bool& same);
+Status sameDevice(StrSegment a, StrSegment b, bool& same);
 bool fileExists(StrSegment path);  // anything at all, a dangling link included
 
 // --- Directories and removal ---
 
 // With `parents`, missing directories above are made too and an existing directory is no
 // error.
-FileStatus makeDirectory(StrSegment path, mode_t mode = 0777, bool parents = false);
-FileStatus removeFile(StrSegment path);       // unlink: not a directory
-FileStatus removeDirectory(StrSegment path);  // rmdir: an empty directory
+Status makeDirectory(StrSegment path, mode_t mode = 0777, bool parents = false);
+Status removeFile(StrSegment path);       // unlink: not a directory
+Status removeDirectory(StrSegment path);  // rmdir: an empty directory
 // The path and everything under it; symbolic links are removed, never followed. A missing path
 // is no error.
-FileStatus removeTree(StrSegment path);
+Status removeTree(StrSegment path);
 
 // --- Temporary files ---
 
@@ -68,10 +68,10 @@ FileStatus removeTree(StrSegment path);
 Str temporaryDirectory();
 // A new file "<dir>/<prefix>XXXXXX" (mode 0600, close-on-exec) in temporaryDirectory(), or in
 // `directory` when one is given.
-FileStatus makeTemporaryFile(FileDescriptor& fd, Str& path, StrSegment prefix = "vestra.",
-                             StrSegment directory = "");
+Status makeTemporaryFile(FileDescriptor& fd, Str& path, StrSegment prefix = "vestra.",
+                         StrSegment directory = "");
 // A new directory "<dir>/<prefix>XXXXXX" (mode 0700).
-FileStatus makeTemporaryDirectory(Str& path, StrSegment prefix = "vestra.", StrSegment directory = "");
+Status makeTemporaryDirectory(Str& path, StrSegment prefix = "vestra.", StrSegment directory = "");
 
 // A temporary directory removed with everything in it when the object goes.
 class TemporaryDirectory {
@@ -82,9 +82,9 @@ class TemporaryDirectory {
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
     // Makes the directory, as makeTemporaryDirectory does; one that exists is removed first.
-    FileStatus create(StrSegment prefix = "vestra.", StrSegment directory = "");
+    Status create(StrSegment prefix = "vestra.", StrSegment directory = "");
     // Removes it with everything in it now, reporting how that went.
-    FileStatus remove();
+    Status remove();
     const Str& path() const noexcept { return _path; }  // empty when there is none
     Str operator/(StrSegment name) const;               // a path inside it
 
@@ -98,7 +98,7 @@ class TemporaryDirectory {
 // target holds either its old contents or all of the new ones:
 //
 //   FileReplacement r;
-//   FileStatus st = r.begin(target);
+//   Status st = r.begin(target);
 //   if (st) st = r.write(part1);
 //   if (st) st = r.write(part2);
 //   if (st) st = r.commit();          // on failure the target is untouched
@@ -119,15 +119,15 @@ class FileReplacement {
     FileReplacement& operator=(const FileReplacement&) = delete;
 
     // Opens the temporary file beside `target`; what was begun before is abandoned.
-    FileStatus begin(StrSegment target, mode_t mode = 0644);
+    Status begin(StrSegment target, mode_t mode = 0644);
     // Appends data to the new contents.
-    FileStatus write(StrSegment data);
+    Status write(StrSegment data);
     // The temporary file, for writers that want the descriptor itself.
     FileDescriptor& descriptor() noexcept { return _fd; }
     const Str& temporaryPath() const noexcept { return _temporary; }  // its path
     // With `sync` false the data and the rename are not waited for: the target is still old or
     // new whole after a crash of the process, but not necessarily after one of the machine.
-    FileStatus commit(bool sync = true);
+    Status commit(bool sync = true);
     void abandon() noexcept;  // removes the temporary file; the target stays as it was
 
   private:
@@ -137,7 +137,7 @@ class FileReplacement {
 };
 
 // A FileReplacement in one call: the target holds `contents`, or is untouched on failure.
-FileStatus replaceFileContents(StrSegment target, StrSegment contents, mode_t mode = 0644);
+Status replaceFileContents(StrSegment target, StrSegment contents, mode_t mode = 0644);
 
 // --- Copy, link, move ---
 
@@ -154,11 +154,11 @@ enum CopyOptions : unsigned {
 // destination is never seen half-written. It takes the old destination's permissions, or the
 // source's when there is none (or with COPY_SOURCE_PERMISSIONS). The data moves inside the
 // kernel where the platform can (copy_file_range), in large blocks otherwise.
-FileStatus copyFile(StrSegment source, StrSegment destination, unsigned options = COPY_DEFAULT);
+Status copyFile(StrSegment source, StrSegment destination, unsigned options = COPY_DEFAULT);
 // A second name for the file (link(2)); the destination must not exist.
-FileStatus hardLink(StrSegment source, StrSegment destination);
+Status hardLink(StrSegment source, StrSegment destination);
 // Renames; across file systems a regular file is copied (with its permissions and modification
 // time, synced) and the source removed. Other kinds of file cannot cross (EXDEV).
-FileStatus moveFile(StrSegment source, StrSegment destination);
+Status moveFile(StrSegment source, StrSegment destination);
 
 }  // namespace basicutil

@@ -7,10 +7,10 @@ namespace basicutil::file_details {
 
 // Copies the rest of `in` to `out` from their file positions: inside the kernel when
 // `allowKernelCopy` and the platform can, through a buffer otherwise.
-FileStatus copyData(FileDescriptor& in, FileDescriptor& out, bool allowKernelCopy);
+Status copyData(FileDescriptor& in, FileDescriptor& out, bool allowKernelCopy);
 
 // What moveFile does when rename says EXDEV: copy (synced, with permissions and modification
 // time), then remove the source.
-FileStatus moveByCopy(StrSegment source, StrSegment destination);
+Status moveByCopy(StrSegment source, StrSegment destination);
 
 }  // namespace basicutil::file_details

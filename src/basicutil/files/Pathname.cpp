@@ -163,7 +163,7 @@ Str pathNormalize(StrSegment path) {
     return joinComponents(pathIsAbsolute(path), normalComponents(path));
 }
 
-FileStatus pathAbsolute(StrSegment path, Str& out) {
+Status pathAbsolute(StrSegment path, Str& out) {
     if (pathIsAbsolute(path)) {
         out = pathNormalize(path);
         return {};
@@ -171,7 +171,7 @@ FileStatus pathAbsolute(StrSegment path, Str& out) {
     Str cwd;
     cwd.resize(PATH_MAX);
     while (::getcwd(cwd.data(), static_cast<std::size_t>(cwd.size())) == nullptr) {
-        if (errno != ERANGE) return FileStatus::fromErrno("getcwd", ".");
+        if (errno != ERANGE) return Status::fromErrno("getcwd", ".");
         cwd.resize(cwd.size() * 2);
     }
     cwd.resize(std::char_traits<char>::length(cwd.c_str()));

@@ -15,7 +15,7 @@
 
 namespace basicutil {
 
-class FileStatus;
+class Status;
 
 // The unit's constant texts: "/", ".", "..", "/dev/null".
 const Str& pathRoot() noexcept;
@@ -50,7 +50,7 @@ Str pathNormalize(StrSegment path);
 
 // The normalised path joined to the working directory. Fails only when the working directory
 // cannot be read (removed, or not searchable).
-[[nodiscard]] FileStatus pathAbsolute(StrSegment path, Str& out);
+[[nodiscard]] Status pathAbsolute(StrSegment path, Str& out);
 
 // A relative path that leads from directory `base` to `target`, both normalised first; "." when
 // they are the same. False (out untouched) when one is absolute and the other not, or when

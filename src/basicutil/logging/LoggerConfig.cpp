@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <iterator>
 
+#include "basicutil/files/File.h"
 #include "basicutil/logging/Logger_details.h"
 #include "basicutil/text/PrintfFormat.h"
 #include "basicutil/text/StrParse.h"
@@ -19,32 +20,13 @@ using logger_details::withErrno;
 
 constexpr std::uint64_t kMaxConfigBytes = 1 << 20;
 
-// The whole file; false with errno set.
-bool readAll(const char* path, Str& out) {
-    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
+// The whole file, at most kMaxConfigBytes (more is EFBIG).
+Status readAll(const char* path, Str& out) {
+    FileDescriptor fd;
+    if (Status st = fd.open(path, O_RDONLY); !st) return st;
     out.clear();
-    char chunk[8192];
-    bool ok = true;
-    for (;;) {
-        const ssize_t n = ::read(fd, chunk, sizeof chunk);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) {
-            ok = false;
-            break;
-        }
-        if (n == 0) break;
-        if (out.size() + static_cast<size_type>(n) > kMaxConfigBytes) {
-            errno = EFBIG;
-            ok = false;
-            break;
-        }
-        out.append(chunk, static_cast<size_type>(n));
-    }
-    const int saved = errno;
-    if (::close(fd) != 0 && ok) return false;
-    errno = saved;
-    return ok;
+    if (Status st = fd.readAll(out, kMaxConfigBytes); !st) return st;
+    return fd.close();
 }
 
 StrSegment trimmed(StrSegment s) noexcept {
@@ -322,18 +304,19 @@ void LogConfiguration::setKey(StrSegment key, StrSegment value, const Origin& or
     record(key, value, origin);
 }
 
-bool LogConfiguration::parse_one_log_cfg_file(const char* path, StrSegment program) {
+Status LogConfiguration::parse_one_log_cfg_file(const char* path, StrSegment program) {
     Str text;
-    if (!readAll(path, text)) {
+    if (const Status st = readAll(path, text); !st) {
         DeferredLogConf record;
         record.error_type = DeferredLogConf::OPEN_FAILED;
         record.file = Str(path);
-        record.error = errno;
+        record.error = st.error();
+        Status failed = Status::failure(st.error(), record.describe());
         _problems.push_back(std::move(record));
-        return false;
+        return failed;
     }
     parseText(text, path, program);
-    return true;
+    return {};
 }
 
 void LogConfiguration::parseText(StrSegment text, StrSegment name, StrSegment program) {

@@ -35,6 +35,7 @@
 #include <vector>
 
 #include "basicutil/logging/LoggerAppender.h"
+#include "basicutil/text/Status.h"
 
 namespace basicutil {
 
@@ -79,9 +80,10 @@ struct LogConfigEntry {
 // A logging configuration read from files: channel levels, appenders and their settings.
 class LogConfiguration {
   public:
-    // Reads one file into the configuration; keys read later override earlier ones. False when
-    // the file cannot be opened; parse problems are recorded (problems()) and skipped.
-    [[nodiscard]] bool parse_one_log_cfg_file(const char* path, StrSegment program);
+    // Reads one file into the configuration; keys read later override earlier ones. A failure
+    // when the file cannot be read (also recorded as a problem, with the same text); parse
+    // problems are recorded (problems()) and skipped.
+    Status parse_one_log_cfg_file(const char* path, StrSegment program);
     // The same for text that came from elsewhere (standard input, say); `name` stands for the
     // file in problems and origins.
     void parseText(StrSegment text, StrSegment name, StrSegment program);

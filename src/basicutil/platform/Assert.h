@@ -31,6 +31,7 @@ inline constexpr std::string_view kAssertUnits[] = {
     "basicutil/Logger",
     "basicutil/Str",
     "basicutil/StrVector",
+    "basicutil/Status",
     "basicutil/UnicodeCodepoint",
     "basicutil/PrintfFormat",
     "basicutil/PrintFloatingPoint",

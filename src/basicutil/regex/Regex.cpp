@@ -144,8 +144,6 @@ Regex& Regex::operator=(Regex&& other) noexcept {
     _names = std::move(other._names);
     _nameToGroup = std::move(other._nameToGroup);
     _nameIndex = std::move(other._nameIndex);
-    _error = std::move(other._error);
-    _errorOffset = other._errorOffset;
     return *this;
 }
 
@@ -161,28 +159,24 @@ void Regex::release() noexcept {
     _nameIndex.clear();
 }
 
-bool Regex::compile(StrSegment pattern, unsigned options) {
+Status Regex::compile(StrSegment pattern, unsigned options) {
     release();
     _pattern = Str(pattern);
     _options = options;
-    _error.clear();
-    _errorOffset = 0;
     if ((options & ~kRegexAllOptions) != 0) {
-        _error = Str("unknown option bits");
         regexChannel().logf(LOG_WARN, "cannot compile /%s/: unknown option bits 0x%x", patternForLog(pattern),
                             options & ~kRegexAllOptions);
-        return false;
+        return Status::invalid("unknown option bits");
     }
     int code = 0;
     PCRE2_SIZE offset = 0;
     _code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern.data()), pattern.size(), compileFlags(options),
                           &code, &offset, nullptr);
     if (_code == nullptr) {
-        _error = Str(pcre2Message(code));
-        _errorOffset = offset;
+        Status failed = Status::invalid(pcre2Message(code), offset);
         regexChannel().logf(LOG_WARN, "cannot compile /%s/ at offset %llu: %s", patternForLog(pattern),
-                            static_cast<unsigned long long>(offset), _error);
-        return false;
+                            static_cast<unsigned long long>(offset), failed.text());
+        return failed;
     }
     // Subjects that are not valid UTF-8 go to a second compilation in PCRE2's invalid-UTF mode,
     // interpreted: in that mode PCRE2's JIT mis-matches some classes on valid text (10.42:
@@ -192,12 +186,12 @@ bool Regex::compile(StrSegment pattern, unsigned options) {
             pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern.data()), pattern.size(),
                           compileFlags(options) | PCRE2_MATCH_INVALID_UTF, &code, &offset, nullptr);
         if (_invalidUtfCode == nullptr) {
-            _error = Str(pcre2Message(code));
-            _errorOffset = offset;
+            Status failed = Status::invalid(pcre2Message(code), offset);
             regexChannel().logf(LOG_WARN, "cannot compile /%s/ for invalid UTF-8 subjects at offset %llu: %s",
-                                patternForLog(pattern), static_cast<unsigned long long>(offset), _error);
+                                patternForLog(pattern), static_cast<unsigned long long>(offset),
+                                failed.text());
             release();
-            return false;
+            return failed;
         }
     }
     std::uint32_t captures = 0, nameCount = 0, entrySize = 0, newline = 0;
@@ -235,7 +229,7 @@ bool Regex::compile(StrSegment pattern, unsigned options) {
         std::size_t jitSize = 0;
         _jit = pcre2_pattern_info(_code, PCRE2_INFO_JITSIZE, &jitSize) == 0 && jitSize > 0;
     }
-    return true;
+    return {};
 }
 
 int Regex::groupNumber(StrSegment name) const noexcept {
@@ -406,11 +400,12 @@ bool RegexMatchIterator::next() {
 
 // --- Substituting ---------------------------------------------------------------------------
 
-bool regex_details::parseReplacement(const Regex& regex, StrSegment text,
-                                     std::vector<ReplacementPiece>& pieces, Str* error) {
+Status regex_details::parseReplacement(const Regex& regex, StrSegment text,
+                                       std::vector<ReplacementPiece>& pieces) {
     pieces.clear();
-    auto fail = [&](const std::string& message) {
-        if (error != nullptr) *error = Str(message);
+    Status failed;
+    auto fail = [&](const std::string& message, size_type at) {
+        failed = Status::invalid(message, at);
         return false;
     };
     auto addLiteral = [&](size_type begin, size_type end) {
@@ -424,7 +419,8 @@ bool regex_details::parseReplacement(const Regex& regex, StrSegment text,
     auto addGroup = [&](unsigned long group, size_type at) {
         if (group > regex.captureCount())
             return fail("replacement refers to group " + std::to_string(group) + " at offset " +
-                        std::to_string(at) + ", the pattern has " + std::to_string(regex.captureCount()));
+                            std::to_string(at) + ", the pattern has " + std::to_string(regex.captureCount()),
+                        at);
         pieces.push_back({static_cast<int>(group), 0, 0});
         return true;
     };
@@ -437,7 +433,7 @@ bool regex_details::parseReplacement(const Regex& regex, StrSegment text,
             if (s[i + 1] == '\\') {
                 addLiteral(i + 1, i + 2);
             } else if (!addGroup(static_cast<unsigned long>(s[i + 1] - '0'), i)) {
-                return false;
+                return failed;
             }
             i += 2;
         } else if (c == '$') {
@@ -449,40 +445,54 @@ bool regex_details::parseReplacement(const Regex& regex, StrSegment text,
                 unsigned long group = 0;
                 for (++i; i < n && s[i] >= '0' && s[i] <= '9'; ++i) {
                     group = group * 10 + static_cast<unsigned long>(s[i] - '0');
-                    if (group > 65535) return fail("group number too large at offset " + std::to_string(at));
+                    if (group > 65535) {
+                        fail("group number too large at offset " + std::to_string(at), at);
+                        return failed;
+                    }
                 }
-                if (!addGroup(group, at)) return false;
+                if (!addGroup(group, at)) return failed;
             } else if (i + 1 < n && s[i + 1] == '{') {
                 const size_type close = text.view().find('}', i + 2);
-                if (close == std::string_view::npos)
-                    return fail("unclosed ${ at offset " + std::to_string(at));
+                if (close == std::string_view::npos) {
+                    fail("unclosed ${ at offset " + std::to_string(at), at);
+                    return failed;
+                }
                 const StrSegment inside(s + i + 2, close - i - 2);
-                if (inside.empty()) return fail("empty ${} at offset " + std::to_string(at));
+                if (inside.empty()) {
+                    fail("empty ${} at offset " + std::to_string(at), at);
+                    return failed;
+                }
                 const bool digits =
                     std::all_of(inside.begin(), inside.end(), [](char d) { return d >= '0' && d <= '9'; });
                 if (digits) {
-                    if (inside.size() > 5)
-                        return fail("group number too large at offset " + std::to_string(at));
-                    if (!addGroup(std::stoul(std::string(inside.view())), at)) return false;
+                    if (inside.size() > 5) {
+                        fail("group number too large at offset " + std::to_string(at), at);
+                        return failed;
+                    }
+                    if (!addGroup(std::stoul(std::string(inside.view())), at)) return failed;
                 } else {
                     const int group = regex.groupNumber(inside);
-                    if (group < 0)
-                        return fail("replacement refers to unknown group name \"" +
-                                    std::string(inside.view()) + "\" at offset " + std::to_string(at));
+                    if (group < 0) {
+                        fail("replacement refers to unknown group name \"" + std::string(inside.view()) +
+                                 "\" at offset " + std::to_string(at),
+                             at);
+                        return failed;
+                    }
                     // The name, not the number: with duplicate names the set one is taken.
                     pieces.push_back({-2, i + 2, close});
                 }
                 i = close + 1;
             } else {
-                return fail("\"$\" starts no reference at offset " + std::to_string(at) +
-                            " (write $$ for a dollar)");
+                fail("\"$\" starts no reference at offset " + std::to_string(at) + " (write $$ for a dollar)",
+                     at);
+                return failed;
             }
         } else {
             addLiteral(i, i + 1);
             ++i;
         }
     }
-    return true;
+    return {};
 }
 
 void regex_details::expandReplacement(const std::vector<ReplacementPiece>& pieces, StrSegment replacement,
@@ -498,9 +508,9 @@ void regex_details::expandReplacement(const std::vector<ReplacementPiece>& piece
     }
 }
 
-bool Regex::checkReplacement(StrSegment replacement, Str* error) const {
+Status Regex::checkReplacement(StrSegment replacement) const {
     std::vector<regex_details::ReplacementPiece> pieces;
-    return regex_details::parseReplacement(*this, replacement, pieces, error);
+    return regex_details::parseReplacement(*this, replacement, pieces);
 }
 
 RegexResult Regex::replaceFirst(StrSegment subject, StrSegment replacement, Str& out, unsigned* replaced,
@@ -517,9 +527,8 @@ RegexStatus Regex::replace(StrSegment subject, StrSegment replacement, Str& out,
                            const RegexLimits& limits) const {
     if (_code == nullptr) return REGEX_ERROR;
     std::vector<regex_details::ReplacementPiece> pieces;
-    Str error;
-    if (!regex_details::parseReplacement(*this, replacement, pieces, &error)) {
-        regexChannel().logf(LOG_WARN, "cannot replace /%s/: %s", patternForLog(_pattern), error);
+    if (const Status st = regex_details::parseReplacement(*this, replacement, pieces); !st) {
+        regexChannel().logf(LOG_WARN, "cannot replace /%s/: %s", patternForLog(_pattern), st.text());
         return REGEX_ERROR;
     }
     // Built aside: a limit half-way leaves the caller's text as it was.

@@ -2,8 +2,8 @@
 // allows, with named groups, substitution, bounded matching and a cache of compiled patterns.
 //
 //   Regex re;
-//   if (!re.compile("(?<user>\\w+) logged in from (?<host>\\S+)", REGEX_CASELESS))
-//       return fail(re.errorText(), re.errorOffset());      // also logged on "Regex"
+//   if (Status st = re.compile("(?<user>\\w+) logged in from (?<host>\\S+)", REGEX_CASELESS); !st)
+//       return fail(st.text(), st.offset());      // also logged on "Regex"
 //   RegexMatch m;
 //   if (re.match(line, 0, m)) use(m.named("user"), m.group(2));   // a limit or an error is no match
 //
@@ -36,6 +36,7 @@
 #include <string>
 #include <vector>
 
+#include "basicutil/text/Status.h"
 #include "basicutil/text/Str.h"
 
 struct pcre2_real_code_8;
@@ -180,15 +181,13 @@ class Regex {
     Regex(const Regex&) = delete;
     Regex& operator=(const Regex&) = delete;
 
-    // False on a bad pattern, with PCRE2's message and the offset it stopped at; logged. Any
-    // previous pattern is released first.
-    [[nodiscard]] bool compile(StrSegment pattern, unsigned options = REGEX_DEFAULT);
-    bool ok() const noexcept { return _code != nullptr; }            // compiled
-    const Str& pattern() const noexcept { return _pattern; }         // as given to compile
-    unsigned options() const noexcept { return _options; }           // as given to compile
-    bool jitCompiled() const noexcept { return _jit; }               // runs JIT code
-    const Str& errorText() const noexcept { return _error; }         // the last failure's message
-    size_type errorOffset() const noexcept { return _errorOffset; }  // ... and where it stopped
+    // A failure (EINVAL) on a bad pattern, with PCRE2's message and the offset it stopped at;
+    // logged. Any previous pattern is released first.
+    Status compile(StrSegment pattern, unsigned options = REGEX_DEFAULT);
+    bool ok() const noexcept { return _code != nullptr; }     // compiled
+    const Str& pattern() const noexcept { return _pattern; }  // as given to compile
+    unsigned options() const noexcept { return _options; }    // as given to compile
+    bool jitCompiled() const noexcept { return _jit; }        // runs JIT code
 
     // Capturing groups, group 0 not counted.
     unsigned captureCount() const noexcept { return _captures; }
@@ -213,8 +212,9 @@ class Regex {
     // Whether it matches anywhere, without the spans.
     RegexResult matches(StrSegment subject, const RegexLimits& limits = {}) const;
 
-    // Checks a replacement text against this pattern; false with a message on a bad one.
-    [[nodiscard]] bool checkReplacement(StrSegment replacement, Str* error = nullptr) const;
+    // Checks a replacement text against this pattern: a failure, with a message and the offset
+    // of the reference, on a bad one.
+    Status checkReplacement(StrSegment replacement) const;
     // Appends `subject` to `out` with the first match (or every match) replaced. On success
     // `replaced` receives the count. On REGEX_LIMIT or REGEX_ERROR (a bad replacement included,
     // with its message logged) `out` is left as it was.
@@ -246,8 +246,6 @@ class Regex {
     std::vector<Str> _names;
     std::vector<std::pair<Str, unsigned>> _nameToGroup;  // sorted by name, lowest group first
     std::vector<regex_details::NameKey> _nameIndex;      // _nameToGroup's keys, in its order
-    Str _error;
-    size_type _errorOffset = 0;
 };
 
 // Every match of a pattern in a subject, left to right, none overlapping. After an empty
@@ -299,17 +297,17 @@ class RegexCache {
     RegexCache(const RegexCache&) = delete;
     RegexCache& operator=(const RegexCache&) = delete;
 
-    // The compiled pattern, or null when it does not compile (with the message in `error` when
+    // The compiled pattern, or null when it does not compile (with why in `*failure` when
     // given; failures are not kept).
     std::shared_ptr<const Regex> get(StrSegment pattern, unsigned options = REGEX_DEFAULT,
-                                     Str* error = nullptr);
+                                     Status* failure = nullptr);
 
     // Looks the pattern up (compiling it on first use) and matches: the per-line form, with no
     // reference count changed while `m` keeps matching with the same pattern. `m` holds the
-    // compiled pattern for as long as it refers to it. REGEX_ERROR, with the message in
-    // `error`, when the pattern does not compile.
+    // compiled pattern for as long as it refers to it. REGEX_ERROR, with why in `*failure` when
+    // given, when the pattern does not compile.
     RegexResult match(StrSegment pattern, unsigned options, StrSegment subject, size_type offset,
-                      RegexMatch& m, const RegexLimits& limits = {}, Str* error = nullptr);
+                      RegexMatch& m, const RegexLimits& limits = {}, Status* failure = nullptr);
 
     // What the lookups that reached the generations found.
     struct Counts {
@@ -328,7 +326,7 @@ class RegexCache {
     struct State;
     [[gnu::noinline]] RegexResult matchSlowly(StrSegment pattern, unsigned options, StrSegment subject,
                                               size_type offset, RegexMatch& m, const RegexLimits& limits,
-                                              Str* error);
+                                              Status* failure);
     std::unique_ptr<State> _state;
 };
 

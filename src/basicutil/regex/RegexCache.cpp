@@ -134,7 +134,7 @@ RegexCache::RegexCache(std::size_t generationSize) : _state(std::make_unique<Sta
 RegexCache::~RegexCache() = default;
 
 RegexResult RegexCache::match(StrSegment pattern, unsigned options, StrSegment subject, size_type offset,
-                              RegexMatch& m, const RegexLimits& limits, Str* error) {
+                              RegexMatch& m, const RegexLimits& limits, Status* failure) {
     // From the memo the pattern is borrowed: the memo keeps it alive through this call, and m
     // takes a reference of its own only when it did not already hold this very pattern.
     const Memo& memo = threadMemo();
@@ -145,12 +145,13 @@ RegexResult RegexCache::match(StrSegment pattern, unsigned options, StrSegment s
             return (*regex)->match(subject, offset, m, limits);
         }
     }
-    return matchSlowly(pattern, options, subject, offset, m, limits, error);
+    return matchSlowly(pattern, options, subject, offset, m, limits, failure);
 }
 
 RegexResult RegexCache::matchSlowly(StrSegment pattern, unsigned options, StrSegment subject,
-                                    size_type offset, RegexMatch& m, const RegexLimits& limits, Str* error) {
-    std::shared_ptr<const Regex> regex = get(pattern, options, error);
+                                    size_type offset, RegexMatch& m, const RegexLimits& limits,
+                                    Status* failure) {
+    std::shared_ptr<const Regex> regex = get(pattern, options, failure);
     if (regex == nullptr) {
         m._keep.reset();
         m._groups = 0;
@@ -161,7 +162,7 @@ RegexResult RegexCache::matchSlowly(StrSegment pattern, unsigned options, StrSeg
     return m._keep->match(subject, offset, m, limits);
 }
 
-std::shared_ptr<const Regex> RegexCache::get(StrSegment pattern, unsigned options, Str* error) {
+std::shared_ptr<const Regex> RegexCache::get(StrSegment pattern, unsigned options, Status* failure) {
     State& s = *_state;
     const KeyView wanted{pattern.view(), options};
     Memo& memo = threadMemo();
@@ -189,8 +190,8 @@ std::shared_ptr<const Regex> RegexCache::get(StrSegment pattern, unsigned option
     if (result == nullptr) {
         // Compiled outside the lock: a slow pattern holds up no other lookup.
         auto compiled = std::make_shared<Regex>();
-        if (!compiled->compile(pattern, options)) {
-            if (error != nullptr) *error = compiled->errorText();
+        if (Status st = compiled->compile(pattern, options); !st) {
+            if (failure != nullptr) *failure = std::move(st);
             return nullptr;
         }
         std::lock_guard<PthreadMutexImpl> hold(s.mutex);

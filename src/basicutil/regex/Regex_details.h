@@ -56,9 +56,8 @@ struct ReplacementPiece {
     size_type begin, end;
 };
 
-// False, with a message naming the offset, on a reference the pattern cannot satisfy.
-[[nodiscard]] bool parseReplacement(const Regex& regex, StrSegment text,
-                                    std::vector<ReplacementPiece>& pieces, Str* error);
+// A failure, with a message naming the offset, on a reference the pattern cannot satisfy.
+Status parseReplacement(const Regex& regex, StrSegment text, std::vector<ReplacementPiece>& pieces);
 
 void expandReplacement(const std::vector<ReplacementPiece>& pieces, StrSegment replacement,
                        const RegexMatch& m, Str& out);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "basicutil/platform/Assert.h"
 #include "basicutil/text/DecimalText.h"
 #include "basicutil/text/PrintfFormat.h"
 #include "basicutil/time/TimeZone_details.h"
@@ -43,49 +44,44 @@ std::size_t typeFor(TimeZone::Data& data, std::int32_t offset, bool isDst, const
 
 }  // namespace
 
-bool timeZoneFailure(Str* error, StrSegment text) {
-    if (error != nullptr) error->assign(text.data(), text.size());
-    return false;
-}
-
-bool checkTimeZoneData(const TimeZone::Data& data, Str* error) {
-    if (data.name.empty()) return timeZoneFailure(error, "a zone without a name");
+Status checkTimeZoneData(const TimeZone::Data& data) {
+    if (data.name.empty()) return Status::invalid("a zone without a name");
     for (char c : data.name.view()) {
         if (static_cast<unsigned char>(c) <= ' ')
-            return timeZoneFailure(error, "a zone name with a blank or control byte");
+            return Status::invalid("a zone name with a blank or control byte");
     }
     if (data.abbreviations.empty() || data.abbreviations.back() != '\0') {
-        return timeZoneFailure(error, "abbreviations not NUL-terminated");
+        return Status::invalid("abbreviations not NUL-terminated");
     }
-    if (data.types.empty() || data.types.size() > 256)
-        return timeZoneFailure(error, "type count outside 1..256");
+    if (data.types.empty() || data.types.size() > 256) return Status::invalid("type count outside 1..256");
     for (const TimeZone::Type& t : data.types) {
         if (t.abbreviation >= data.abbreviations.size())
-            return timeZoneFailure(error, "an abbreviation index past the end");
+            return Status::invalid("an abbreviation index past the end");
         if (t.utcOffset < kMinOffset || t.utcOffset > kMaxOffset)
-            return timeZoneFailure(error, "an offset beyond 25 hours");
+            return Status::invalid("an offset beyond 25 hours");
         // Abbreviations travel in text (the serialized form, rendered times): no control bytes.
         for (const char* p = data.abbreviations.c_str() + t.abbreviation; *p != '\0'; ++p) {
             if (static_cast<unsigned char>(*p) < ' ' || *p == '\x7f')
-                return timeZoneFailure(error, "an abbreviation with a control byte");
+                return Status::invalid("an abbreviation with a control byte");
         }
     }
     if (data.transitions.size() != data.transitionTypes.size())
-        return timeZoneFailure(error, "transitions without types");
+        return Status::invalid("transitions without types");
     for (std::size_t i = 0; i < data.transitions.size(); ++i) {
         if (i > 0 && data.transitions[i] <= data.transitions[i - 1]) {
-            return timeZoneFailure(error, "transitions out of order");
+            return Status::invalid("transitions out of order");
         }
         if (data.transitionTypes[i] >= data.types.size())
-            return timeZoneFailure(error, "a transition to a missing type");
+            return Status::invalid("a transition to a missing type");
     }
     for (std::size_t i = 1; i < data.leaps.size(); ++i) {
         if (data.leaps[i].occurrence <= data.leaps[i - 1].occurrence) {
-            return timeZoneFailure(error, "leap seconds out of order");
+            return Status::invalid("leap seconds out of order");
         }
     }
     PosixTimeZoneRule rule;
-    return data.rule.empty() || PosixTimeZoneRule::parse(data.rule, rule, error);
+    if (data.rule.empty()) return {};
+    return PosixTimeZoneRule::parse(data.rule, rule);
 }
 
 TimeZone::TimeZone(Data&& data)
@@ -97,7 +93,8 @@ TimeZone::TimeZone(Data&& data)
       _ruleText(std::move(data.rule)) {
     if (!_ruleText.empty()) {
         _rule = std::make_unique<PosixTimeZoneRule>();
-        static_cast<void>(PosixTimeZoneRule::parse(_ruleText, *_rule, nullptr));  // checked by the loader
+        const Status parsed = PosixTimeZoneRule::parse(_ruleText, *_rule);
+        VESTRA_ASSERT_TEXT(parsed.ok(), "a zone's rule is checked by its loader");
         _ruleStdType = typeFor(data, _rule->stdOffset, false, _rule->stdAbbreviation);
         _ruleDstType =
             _rule->hasDst ? typeFor(data, _rule->dstOffset, true, _rule->dstAbbreviation) : _ruleStdType;

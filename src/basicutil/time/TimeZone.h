@@ -18,6 +18,7 @@
 #include <memory>
 #include <vector>
 
+#include "basicutil/text/Status.h"
 #include "basicutil/text/Str.h"
 #include "basicutil/timevalue/DateTimeCalendar.h"
 #include "basicutil/timevalue/Timeval.h"
@@ -101,17 +102,20 @@ class TimeZone {
     // --- Getting a zone ---
     // UTC: offset 0, abbreviation "UTC".
     static TimeZonePtr utc();
+    // Each loader below sets `out` and returns success, or returns why not and leaves `out`
+    // alone: EINVAL for text or bytes that are malformed, the errno of a file that cannot be read.
+    //
     // Offset -25 h .. +25 h exclusive; an empty abbreviation gives "+hh", "+hhmm" or "+hhmmss".
-    static TimeZonePtr fixed(std::int32_t utcOffset, StrSegment abbreviation, Str* error = nullptr);
+    static Status fixed(std::int32_t utcOffset, StrSegment abbreviation, TimeZonePtr& out);
     // "America/New_York": the installed archive (useArchive) first, then the zone directory.
     // Cached. A name that could leave the directory (absolute, "..") is refused.
-    static TimeZonePtr load(StrSegment name, Str* error = nullptr);
+    static Status load(StrSegment name, TimeZonePtr& out);
     // A zone as the TZ variable gives one: an optional ":", then an absolute file, a name that
-    // load() finds, or a POSIX rule ("CET-1CEST,M3.5.0,M10.5.0/3", "<+0330>-3:30"). Null for an
-    // empty value or one that is none of these; the reason in *error never repeats the value,
-    // so that a caller names it once ("no such zone in /usr/share/zoneinfo, and not a POSIX TZ
-    // rule (the standard-time offset)").
-    static TimeZonePtr fromTzValue(StrSegment value, Str* error = nullptr);
+    // load() finds, or a POSIX rule ("CET-1CEST,M3.5.0,M10.5.0/3", "<+0330>-3:30"). A failure
+    // for an empty value or one that is none of these (ENOENT when no such zone is installed);
+    // the text never repeats the value, so that a caller names it once ("no such zone in
+    // /usr/share/zoneinfo, and not a POSIX TZ rule (the standard-time offset)").
+    static Status fromTzValue(StrSegment value, TimeZonePtr& out);
     // $TZ as fromTzValue reads it, else /etc/localtime, else UTC (also when $TZ names nothing).
     // Read once; reloadLocal() reads them again.
     static TimeZonePtr local();
@@ -120,12 +124,12 @@ class TimeZone {
     // the process (zones replaced by reloadLocal are kept).
     static const TimeZone& localZone();
 
-    // A zone from a TZif file, TZif bytes (named `name`), a POSIX TZ rule, or the text
-    // serialize() writes. Null, with the reason in *error, for anything malformed.
-    static TimeZonePtr fromFile(const char* path, Str* error = nullptr);
-    static TimeZonePtr fromTzif(StrSegment name, StrSegment bytes, Str* error = nullptr);
-    static TimeZonePtr fromPosixRule(StrSegment rule, Str* error = nullptr);
-    static TimeZonePtr fromSerialized(StrSegment text, Str* error = nullptr);
+    // A zone from a TZif file, TZif bytes (named `name`), a POSIX TZ rule (the offset of a
+    // failure is where the rule stopped making sense), or the text serialize() writes.
+    static Status fromFile(const char* path, TimeZonePtr& out);
+    static Status fromTzif(StrSegment name, StrSegment bytes, TimeZonePtr& out);
+    static Status fromPosixRule(StrSegment rule, TimeZonePtr& out);
+    static Status fromSerialized(StrSegment text, TimeZonePtr& out);
     // The zone directory: $TZDIR, else /usr/share/zoneinfo.
     static Str directory();
 

@@ -36,25 +36,23 @@ void appendBigEndian32(Str& out, std::uint64_t v) {
     out.append(bytes, 4);
 }
 
-bool archiveFailure(Str* error, const char* what) {
-    return timeZoneFailure(error, strprintf("bad zone archive: %s", what));
+Status archiveFailure(const char* what) {
+    return Status::invalid(strprintf("bad zone archive: %s", what));
 }
 
 }  // namespace
 
-std::shared_ptr<const TimeZoneArchive> TimeZoneArchive::fromBytes(Str bytes, Str* error) {
+Status TimeZoneArchive::fromBytes(Str bytes, std::shared_ptr<const TimeZoneArchive>& out) {
     const char* p = bytes.data();
     const std::uint64_t size = bytes.size();
     if (size < kMagicBytes + 8 || std::memcmp(p, kMagic, kMagicBytes) != 0) {
-        archiveFailure(error, "no magic");
-        return nullptr;
+        return archiveFailure("no magic");
     }
     const std::uint64_t count = readBigEndian32(p + kMagicBytes);
     const std::uint64_t indexBytes = readBigEndian32(p + kMagicBytes + 4);
     const std::uint64_t indexStart = kMagicBytes + 8;
     if (indexBytes > size - indexStart || count > indexBytes / 10) {  // an entry takes 10 bytes or more
-        archiveFailure(error, "index larger than the file");
-        return nullptr;
+        return archiveFailure("index larger than the file");
     }
     const char* index = p + indexStart;
     const char* indexEnd = index + indexBytes;
@@ -64,36 +62,33 @@ std::shared_ptr<const TimeZoneArchive> TimeZoneArchive::fromBytes(Str bytes, Str
     for (std::uint64_t i = 0; i < count; ++i) {
         const auto nameLength = static_cast<std::uint64_t>(static_cast<unsigned char>(*index));
         if (static_cast<std::uint64_t>(indexEnd - index) < 1 + nameLength + 8 || nameLength == 0) {
-            archiveFailure(error, "an index entry past the index");
-            return nullptr;
+            return archiveFailure("an index entry past the index");
         }
         const StrSegment name(index + 1, nameLength);
         const std::uint64_t offset = readBigEndian32(index + 1 + nameLength);
         const std::uint64_t length = readBigEndian32(index + 5 + nameLength);
         index += 1 + nameLength + 8;
         if (offset > dataSize || length > dataSize - offset) {
-            archiveFailure(error, "a zone past the end of the data");
-            return nullptr;
+            return archiveFailure("a zone past the end of the data");
         }
         if (!entries.empty() &&
             !(StrSegment(p + entries.back().name.offset, entries.back().name.length).view() < name.view())) {
-            archiveFailure(error, "names out of order");
-            return nullptr;
+            return archiveFailure("names out of order");
         }
         entries.push_back({{static_cast<std::uint64_t>(name.data() - p), nameLength},
                            {static_cast<std::uint64_t>(indexEnd - p) + offset, length}});
     }
     if (index != indexEnd) {
-        archiveFailure(error, "index size differs from its entries");
-        return nullptr;
+        return archiveFailure("index size differs from its entries");
     }
-    return std::make_shared<const TimeZoneArchive>(std::move(bytes), std::move(entries));
+    out = std::make_shared<const TimeZoneArchive>(std::move(bytes), std::move(entries));
+    return {};
 }
 
-std::shared_ptr<const TimeZoneArchive> TimeZoneArchive::open(const char* path, Str* error) {
+Status TimeZoneArchive::open(const char* path, std::shared_ptr<const TimeZoneArchive>& out) {
     Str bytes;
-    if (!readTimeZoneFile(path, kMaxArchiveBytes, bytes, error)) return nullptr;
-    return fromBytes(std::move(bytes), error);
+    if (Status st = readTimeZoneFile(path, kMaxArchiveBytes, bytes); !st) return st;
+    return fromBytes(std::move(bytes), out);
 }
 
 bool TimeZoneArchive::find(StrSegment name, StrSegment& tzif) const noexcept {
@@ -105,8 +100,7 @@ bool TimeZoneArchive::find(StrSegment name, StrSegment& tzif) const noexcept {
     return true;
 }
 
-bool TimeZoneArchive::packDirectory(const char* directory, Str& archive, Str* error,
-                                    std::vector<Str>* rejected) {
+Status TimeZoneArchive::packDirectory(const char* directory, Str& archive, std::vector<Str>* rejected) {
     namespace fs = std::filesystem;
     std::error_code ec;
     std::map<std::string, Str> zones;  // by name: sorted as the index wants
@@ -116,19 +110,18 @@ bool TimeZoneArchive::packDirectory(const char* directory, Str& archive, Str* er
         if (!it->is_regular_file(ec) || ec) continue;
         const std::string name = it->path().lexically_relative(root).generic_string();
         Str bytes;
-        if (name.size() > 255 || !readTimeZoneFile(it->path().c_str(), kMaxZoneBytes, bytes, nullptr))
-            continue;
+        if (name.size() > 255 || !readTimeZoneFile(it->path().c_str(), kMaxZoneBytes, bytes).ok()) continue;
         if (bytes.size() < 4 || std::memcmp(bytes.data(), "TZif", 4) != 0) continue;
         // Only what loads whole: a truncated or damaged file would be a zone nobody can use.
-        Str why;
-        if (TimeZone::fromTzif(name, bytes, &why) == nullptr) {
-            if (rejected != nullptr) rejected->push_back(strprintf("%s: %s", name, why.view()));
+        TimeZonePtr zone;
+        if (Status st = TimeZone::fromTzif(name, bytes, zone); !st) {
+            if (rejected != nullptr) rejected->push_back(strprintf("%s: %s", name, st.text().view()));
             continue;
         }
         zones.emplace(name, std::move(bytes));
     }
-    if (ec) return timeZoneFailure(error, strprintf("%s: %s", directory, ec.message()));
-    if (zones.empty()) return timeZoneFailure(error, strprintf("%s: no zone files", directory));
+    if (ec) return Status::failure(ec.value(), strprintf("%s: %s", directory, ec.message()));
+    if (zones.empty()) return Status::failure(ENOENT, strprintf("%s: no zone files", directory));
 
     Str index, data;
     std::map<std::string_view, std::uint64_t> stored;  // contents already in data, by bytes
@@ -141,23 +134,21 @@ bool TimeZoneArchive::packDirectory(const char* directory, Str& archive, Str* er
         appendBigEndian32(index, bytes.size());
     }
     if (data.size() + index.size() > kMaxArchiveBytes)
-        return timeZoneFailure(error, "zones too large for one archive");
+        return Status::failure(EFBIG, "zones too large for one archive");
     archive.clear();
     archive.append(kMagic, kMagicBytes);
     appendBigEndian32(archive, zones.size());
     appendBigEndian32(archive, index.size());
     archive.append(index);
     archive.append(data);
-    return true;
+    return {};
 }
 
-bool TimeZoneArchive::pack(const char* directory, const char* archivePath, Str* error,
-                           std::vector<Str>* rejected) {
+Status TimeZoneArchive::pack(const char* directory, const char* archivePath, std::vector<Str>* rejected) {
     Str archive;
-    if (!packDirectory(directory, archive, error, rejected)) return false;
+    if (Status st = packDirectory(directory, archive, rejected); !st) return st;
     // Replaced whole: readers see the old archive or the new one, never a mixture.
-    const FileStatus st = replaceFileContents(archivePath, archive);
-    return st.ok() || timeZoneFailure(error, st.text());
+    return replaceFileContents(archivePath, archive);
 }
 
 }  // namespace basicutil

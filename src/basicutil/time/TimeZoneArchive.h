@@ -11,6 +11,7 @@
 #include <memory>
 #include <vector>
 
+#include "basicutil/text/Status.h"
 #include "basicutil/text/Str.h"
 
 namespace basicutil {
@@ -18,19 +19,18 @@ namespace basicutil {
 // An archive read into memory: immutable, shared between threads.
 class TimeZoneArchive {
   public:
-    // Null, with the reason in *error, for a file that is not a whole, consistent archive.
-    static std::shared_ptr<const TimeZoneArchive> open(const char* path, Str* error = nullptr);
-    static std::shared_ptr<const TimeZoneArchive> fromBytes(Str bytes, Str* error = nullptr);
+    // The archive in a file or in bytes; a failure (EINVAL) for anything that is not a whole,
+    // consistent archive, with `out` left alone.
+    static Status open(const char* path, std::shared_ptr<const TimeZoneArchive>& out);
+    static Status fromBytes(Str bytes, std::shared_ptr<const TimeZoneArchive>& out);
 
     // Every zone file under the directory (followed links included) under its relative name.
     // Only files that load whole are packed: a file that starts as a zone file ("TZif") but does
-    // not load is left out and, with `rejected`, listed there as "name: reason". False, with
-    // the reason in *error, when the directory cannot be walked or holds no zone file.
-    [[nodiscard]] static bool packDirectory(const char* directory, Str& archive, Str* error = nullptr,
-                                            std::vector<Str>* rejected = nullptr);
+    // not load is left out and, with `rejected`, listed there as "name: reason". A failure when
+    // the directory cannot be walked or holds no zone file (ENOENT).
+    static Status packDirectory(const char* directory, Str& archive, std::vector<Str>* rejected = nullptr);
     // The same, written to a file (replaced whole: readers see the old archive or the new one).
-    [[nodiscard]] static bool pack(const char* directory, const char* archivePath, Str* error = nullptr,
-                                   std::vector<Str>* rejected = nullptr);
+    static Status pack(const char* directory, const char* archivePath, std::vector<Str>* rejected = nullptr);
 
     // The zone file stored under the name; the view lives as long as the archive.
     [[nodiscard]] bool find(StrSegment name, StrSegment& tzif) const noexcept;

@@ -32,8 +32,11 @@ std::int64_t signedBigEndian(const unsigned char* p, std::uint64_t bytes) noexce
 
 class TzifReader {
   public:
-    TzifReader(StrSegment bytes, Str* error)
-        : _p(reinterpret_cast<const unsigned char*>(bytes.data())), _end(_p + bytes.size()), _error(error) {}
+    explicit TzifReader(StrSegment bytes)
+        : _p(reinterpret_cast<const unsigned char*>(bytes.data())), _begin(_p), _end(_p + bytes.size()) {}
+
+    // Why read() returned false.
+    Status status() const { return _status; }
 
     bool read(TimeZone::Data& out) {
         Header first{};
@@ -47,7 +50,11 @@ class TzifReader {
     }
 
   private:
-    bool fail(const char* what) { return timeZoneFailure(_error, strprintf("bad zone file: %s", what)); }
+    bool fail(const char* what) {
+        _status =
+            Status::invalid(strprintf("bad zone file: %s", what), static_cast<std::size_t>(_p - _begin));
+        return false;
+    }
     std::uint64_t left() const noexcept { return static_cast<std::uint64_t>(_end - _p); }
     bool skip(std::uint64_t n) noexcept {
         if (n > left()) return false;
@@ -144,14 +151,17 @@ class TzifReader {
     bool finished() { return left() == 0 || fail("bytes after the data"); }
 
     const unsigned char* _p;
+    const unsigned char* _begin;
     const unsigned char* _end;
-    Str* _error;
+    Status _status;
 };
 
 }  // namespace
 
-bool parseTzif(StrSegment bytes, TimeZone::Data& out, Str* error) {
-    return TzifReader(bytes, error).read(out) && checkTimeZoneData(out, error);
+Status parseTzif(StrSegment bytes, TimeZone::Data& out) {
+    TzifReader reader(bytes);
+    if (!reader.read(out)) return reader.status();
+    return checkTimeZoneData(out);
 }
 
 }  // namespace basicutil

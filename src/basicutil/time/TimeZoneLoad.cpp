@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 
+#include "basicutil/platform/Assert.h"
 #include "basicutil/platform/Platform.h"
 #include "basicutil/text/PrintfFormat.h"
 #include "basicutil/time/TimeZone.h"
@@ -76,9 +77,10 @@ Str numericAbbreviation(std::int32_t offset) {
 
 TimeZonePtr loadLocal() {
     const char* tz = std::getenv("TZ");
-    const TimeZonePtr zone =
-        tz == nullptr ? TimeZone::fromFile(kLocalTimeZoneFile) : TimeZone::fromTzValue(tz, nullptr);
-    return zone != nullptr ? zone : TimeZone::utc();
+    TimeZonePtr zone;
+    const Status st =
+        tz == nullptr ? TimeZone::fromFile(kLocalTimeZoneFile, zone) : TimeZone::fromTzValue(tz, zone);
+    return st.ok() ? zone : TimeZone::utc();
 }
 
 // A loader's reason without the path it names: "open(/x/y): text" is "open: text", "/x/y: text"
@@ -99,75 +101,79 @@ Str withoutPath(StrSegment reason, std::string_view path) {
 
 }  // namespace
 
-bool readTimeZoneFile(const char* path, std::uint64_t maxBytes, Str& out, Str* error) {
+Status readTimeZoneFile(const char* path, std::uint64_t maxBytes, Str& out) {
     auto failure = [&](const char* operation) {
         const int saved = errno;
         char text[128];
-        return timeZoneFailure(
-            error, strprintf("%s(%s): %s", operation, path, platform::errorText(saved, text, sizeof text)));
+        return Status::failure(
+            saved, strprintf("%s(%s): %s", operation, path, platform::errorText(saved, text, sizeof text)));
     };
     const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return failure("open");
     struct stat st {};
-    bool ok = ::fstat(fd, &st) == 0;
-    if (!ok) {
-        failure("fstat");
+    Status status;
+    if (::fstat(fd, &st) != 0) {
+        status = failure("fstat");
     } else if (!S_ISREG(st.st_mode) || static_cast<std::uint64_t>(st.st_size) > maxBytes) {
-        ok = timeZoneFailure(error, strprintf("%s: not a regular file of at most %llu bytes", path,
-                                              static_cast<unsigned long long>(maxBytes)));
+        status = Status::failure(S_ISREG(st.st_mode) ? EFBIG : EINVAL,
+                                 strprintf("%s: not a regular file of at most %llu bytes", path,
+                                           static_cast<unsigned long long>(maxBytes)));
     } else {
         out.clear();
         out.resize(static_cast<size_type>(st.st_size));
         size_type done = 0;
-        while (ok && done < out.size()) {
+        while (status.ok() && done < out.size()) {
             const ssize_t n = ::read(fd, out.data() + done, static_cast<std::size_t>(out.size() - done));
             if (n < 0 && errno == EINTR) continue;
             if (n < 0) {
-                ok = failure("read");
+                status = failure("read");
             } else if (n == 0) {
-                ok = timeZoneFailure(error, strprintf("%s: shorter than its size", path));
+                status = Status::failure(EIO, strprintf("%s: shorter than its size", path));
             } else {
                 done += static_cast<size_type>(n);
             }
         }
     }
-    if (::close(fd) != 0 && ok) ok = failure("close");
-    return ok;
+    if (::close(fd) != 0 && status.ok()) status = failure("close");
+    return status;
 }
 
 TimeZonePtr TimeZone::utc() {
-    static const TimeZonePtr zone = fixed(0, "UTC");
+    static const TimeZonePtr zone = [] {
+        TimeZonePtr utc;
+        const Status st = fixed(0, "UTC", utc);
+        VESTRA_ASSERT(st.ok());
+        return utc;
+    }();
     return zone;
 }
 
-TimeZonePtr TimeZone::fixed(std::int32_t utcOffset, StrSegment abbreviation, Str* error) {
-    if (utcOffset <= -25 * 3600 || utcOffset >= 25 * 3600) {
-        timeZoneFailure(error, "a fixed offset of 25 hours or more");
-        return nullptr;
-    }
+Status TimeZone::fixed(std::int32_t utcOffset, StrSegment abbreviation, TimeZonePtr& out) {
+    if (utcOffset <= -25 * 3600 || utcOffset >= 25 * 3600)
+        return Status::invalid("a fixed offset of 25 hours or more");
     Data data;
     data.abbreviations = abbreviation.empty() ? numericAbbreviation(utcOffset) : Str(abbreviation);
     data.name = data.abbreviations;
     data.abbreviations.push_back('\0');
     data.types.push_back({utcOffset, false, 0});
     if (std::memchr(abbreviation.data(), '\0', abbreviation.size()) != nullptr ||
-        !checkTimeZoneData(data, error)) {
-        timeZoneFailure(error, "a fixed zone's abbreviation with a blank, control or NUL byte");
-        return nullptr;
-    }
-    return build(std::move(data));
+        !checkTimeZoneData(data).ok())
+        return Status::invalid("a fixed zone's abbreviation with a blank, control or NUL byte");
+    out = build(std::move(data));
+    return {};
 }
 
-TimeZonePtr TimeZone::fromTzif(StrSegment name, StrSegment bytes, Str* error) {
+Status TimeZone::fromTzif(StrSegment name, StrSegment bytes, TimeZonePtr& out) {
     Data data;
     data.name = Str(name);
-    if (!parseTzif(bytes, data, error)) return nullptr;
-    return build(std::move(data));
+    if (Status st = parseTzif(bytes, data); !st) return st;
+    out = build(std::move(data));
+    return {};
 }
 
-TimeZonePtr TimeZone::fromFile(const char* path, Str* error) {
+Status TimeZone::fromFile(const char* path, TimeZonePtr& out) {
     Str bytes;
-    if (!readTimeZoneFile(path, kMaxZoneFileBytes, bytes, error)) return nullptr;
+    if (Status st = readTimeZoneFile(path, kMaxZoneFileBytes, bytes); !st) return st;
     // A link into the zone directory names the zone ("/etc/localtime" -> ".../zoneinfo/Europe/Paris").
     Str name(path);
     char target[4096];
@@ -177,26 +183,28 @@ TimeZonePtr TimeZone::fromFile(const char* path, Str* error) {
         const std::size_t at = link.rfind("/zoneinfo/");
         if (at != std::string_view::npos) name = Str(link.substr(at + 10));
     }
-    return fromTzif(name, bytes, error);
+    return fromTzif(name, bytes, out);
 }
 
-TimeZonePtr TimeZone::fromPosixRule(StrSegment rule, Str* error) {
+Status TimeZone::fromPosixRule(StrSegment rule, TimeZonePtr& out) {
     PosixTimeZoneRule parsed;
-    if (!PosixTimeZoneRule::parse(rule, parsed, error)) return nullptr;
+    if (Status st = PosixTimeZoneRule::parse(rule, parsed); !st) return st;
     Data data;
     data.name = Str(rule);
     data.rule = Str(rule);
     data.abbreviations = parsed.stdAbbreviation;
     data.abbreviations.push_back('\0');
     data.types.push_back({parsed.stdOffset, false, 0});
-    if (!checkTimeZoneData(data, error)) return nullptr;
-    return build(std::move(data));
+    if (Status st = checkTimeZoneData(data); !st) return st;
+    out = build(std::move(data));
+    return {};
 }
 
-TimeZonePtr TimeZone::fromSerialized(StrSegment text, Str* error) {
+Status TimeZone::fromSerialized(StrSegment text, TimeZonePtr& out) {
     Data data;
-    if (!parseSerializedTimeZone(text, data, error)) return nullptr;
-    return build(std::move(data));
+    if (Status st = parseSerializedTimeZone(text, data); !st) return st;
+    out = build(std::move(data));
+    return {};
 }
 
 Str TimeZone::directory() {
@@ -205,71 +213,63 @@ Str TimeZone::directory() {
     return strprintf("/usr/share/%s", kTimeZoneDirectoryName);
 }
 
-TimeZonePtr TimeZone::load(StrSegment name, Str* error) {
-    if (!safeZoneName(name)) {
-        timeZoneFailure(error, strprintf("not a zone name: \"%s\"", name.view()));
-        return nullptr;
-    }
+Status TimeZone::load(StrSegment name, TimeZonePtr& out) {
+    if (!safeZoneName(name)) return Status::invalid(strprintf("not a zone name: \"%s\"", name.view()));
     ZoneCache& zones = cache();
     std::shared_ptr<const TimeZoneArchive> archive;
     {
         std::lock_guard<std::mutex> lock(zones.mutex);
         const auto found = zones.zones.find(name.view());
-        if (found != zones.zones.end()) return found->second;
+        if (found != zones.zones.end()) {
+            out = found->second;
+            return {};
+        }
         archive = zones.archive;
     }
     // Read outside the lock; a zone loaded twice by racing threads is the same zone.
     TimeZonePtr zone;
     StrSegment bytes;
     if (archive != nullptr && archive->find(name, bytes)) {
-        zone = fromTzif(name, bytes, error);
+        if (Status st = fromTzif(name, bytes, zone); !st) return st;
     } else {
         const Str path = strprintf("%s/%s", directory().view(), name.view());
         Str fileBytes;
-        if (readTimeZoneFile(path.c_str(), kMaxZoneFileBytes, fileBytes, error))
-            zone = fromTzif(name, fileBytes, error);
+        if (Status st = readTimeZoneFile(path.c_str(), kMaxZoneFileBytes, fileBytes); !st) return st;
+        if (Status st = fromTzif(name, fileBytes, zone); !st) return st;
     }
-    if (zone == nullptr) return nullptr;
     std::lock_guard<std::mutex> lock(zones.mutex);
-    return zones.zones.try_emplace(std::string(name.view()), zone).first->second;
+    out = zones.zones.try_emplace(std::string(name.view()), zone).first->second;
+    return {};
 }
 
-TimeZonePtr TimeZone::fromTzValue(StrSegment value, Str* error) {
+Status TimeZone::fromTzValue(StrSegment value, TimeZonePtr& out) {
     const StrSegment v =
         !value.empty() && value[0] == ':' ? StrSegment(value.data() + 1, value.size() - 1) : value;
-    if (v.empty()) {
-        timeZoneFailure(error, "an empty zone name");
-        return nullptr;
-    }
-    Str why;
+    if (v.empty()) return Status::invalid("an empty zone name");
     if (v[0] == '/') {
-        TimeZonePtr zone = fromFile(Str(v).c_str(), &why);
-        if (zone == nullptr) timeZoneFailure(error, withoutPath(why, v.view()));
-        return zone;
+        Status st = fromFile(Str(v).c_str(), out);
+        if (!st) return Status::failure(st.error(), withoutPath(st.text(), v.view()));
+        return st;
     }
     const bool name = safeZoneName(v);
+    Status loading;
     if (name) {
-        if (TimeZonePtr zone = load(v, &why)) return zone;
+        loading = load(v, out);
+        if (loading) return loading;
     }
-    Str ruleWhy;
-    if (TimeZonePtr zone = fromPosixRule(v, &ruleWhy)) return zone;
-    const Str rule = withoutPath(ruleWhy, strprintf("bad time-zone rule \"%s\"", v.view()).view());
-    if (!name) {
-        timeZoneFailure(error, strprintf("not a zone name, and not a POSIX TZ rule (%s)", rule.view()));
-        return nullptr;
+    const Status ruling = fromPosixRule(v, out);
+    if (ruling) return ruling;
+    const Str rule = withoutPath(ruling.text(), strprintf("bad time-zone rule \"%s\"", v.view()).view());
+    if (!name)
+        return Status::invalid(strprintf("not a zone name, and not a POSIX TZ rule (%s)", rule.view()));
+    if (loading.error() == ENOENT) {
+        return Status::failure(ENOENT, strprintf("no such zone in %s, and not a POSIX TZ rule (%s)",
+                                                 directory().view(), rule.view()));
     }
-    char text[128];
     const Str path = strprintf("%s/%s", directory().view(), v.view());
-    const Str missing =
-        strprintf("open(%s): %s", path.view(), platform::errorText(ENOENT, text, sizeof text));
-    if (why.view() == missing.view()) {
-        timeZoneFailure(error, strprintf("no such zone in %s, and not a POSIX TZ rule (%s)",
-                                         directory().view(), rule.view()));
-    } else {
-        timeZoneFailure(error, strprintf("%s, and not a POSIX TZ rule (%s)",
-                                         withoutPath(why, path.view()).view(), rule.view()));
-    }
-    return nullptr;
+    return Status::failure(loading.error(),
+                           strprintf("%s, and not a POSIX TZ rule (%s)",
+                                     withoutPath(loading.text(), path.view()).view(), rule.view()));
 }
 
 void useTimeZoneArchive(std::shared_ptr<const TimeZoneArchive> archive) {

@@ -12,7 +12,7 @@ namespace {
 // A cursor over the rule text; each reader consumes what it accepts.
 class RuleReader {
   public:
-    explicit RuleReader(StrSegment text) : _p(text.begin()), _end(text.end()) {}
+    explicit RuleReader(StrSegment text) : _begin(text.begin()), _p(_begin), _end(text.end()) {}
 
     bool atEnd() const noexcept { return _p == _end; }
     bool take(char c) noexcept {
@@ -21,6 +21,7 @@ class RuleReader {
         return true;
     }
     char peek() const noexcept { return _p == _end ? '\0' : *_p; }
+    std::size_t offset() const noexcept { return static_cast<std::size_t>(_p - _begin); }
 
     // An abbreviation: three or more letters, or "<...>" of letters, digits, '+' and '-'.
     bool name(Str& out) {
@@ -93,18 +94,20 @@ class RuleReader {
         return digits > 0 && (_p == _end || *_p < '0' || *_p > '9');
     }
 
+    const char* _begin;
     const char* _p;
     const char* _end;
 };
 
 }  // namespace
 
-bool PosixTimeZoneRule::parse(StrSegment text, PosixTimeZoneRule& out, Str* error) {
+Status PosixTimeZoneRule::parse(StrSegment text, PosixTimeZoneRule& out) {
     RuleReader in(text);
     PosixTimeZoneRule rule;
     std::int32_t west = 0;
     auto fail = [&](const char* what) {
-        return timeZoneFailure(error, strprintf("bad time-zone rule \"%s\": %s", text.view(), what));
+        return Status::invalid(strprintf("bad time-zone rule \"%s\": %s", text.view(), what),
+                               static_cast<std::size_t>(in.offset()));
     };
     if (!in.name(rule.stdAbbreviation)) return fail("the standard-time name");
     if (!in.duration(24, west)) return fail("the standard-time offset");
@@ -126,7 +129,7 @@ bool PosixTimeZoneRule::parse(StrSegment text, PosixTimeZoneRule& out, Str* erro
     }
     if (!in.atEnd()) return fail("text after the rule");
     out = std::move(rule);
-    return true;
+    return {};
 }
 
 void PosixTimeZoneRule::transitionsOfYear(std::int64_t year, std::int64_t& dstStarts,

@@ -41,7 +41,10 @@ namespace {
 
 class SerializedReader {
   public:
-    SerializedReader(StrSegment text, Str* error) : _rest(text), _error(error) {}
+    explicit SerializedReader(StrSegment text) : _rest(text) {}
+
+    // Why read() returned false.
+    Status status() const { return _status; }
 
     bool read(TimeZone::Data& out) {
         StrSegment value;
@@ -85,13 +88,14 @@ class SerializedReader {
         out.rule = Str(value);
         if (!line(value) || value.view() != "end" || !_rest.empty())
             return fail("no end line, or text after it");
-        return checkTimeZoneData(out, _error);
+        return true;
     }
 
   private:
     bool fail(const char* what) {
-        return timeZoneFailure(_error, strprintf("bad serialized zone at line %llu: %s",
-                                                 static_cast<unsigned long long>(_lineNumber), what));
+        _status = Status::invalid(strprintf("bad serialized zone at line %llu: %s",
+                                            static_cast<unsigned long long>(_lineNumber), what));
+        return false;
     }
 
     bool line(StrSegment& out) noexcept {
@@ -152,14 +156,16 @@ class SerializedReader {
     }
 
     StrSegment _rest;
-    Str* _error;
+    Status _status;
     std::uint64_t _lineNumber = 0;
 };
 
 }  // namespace
 
-bool parseSerializedTimeZone(StrSegment text, TimeZone::Data& out, Str* error) {
-    return SerializedReader(text, error).read(out);
+Status parseSerializedTimeZone(StrSegment text, TimeZone::Data& out) {
+    SerializedReader reader(text);
+    if (!reader.read(out)) return reader.status();
+    return checkTimeZoneData(out);
 }
 
 }  // namespace basicutil

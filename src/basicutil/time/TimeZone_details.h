@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "basicutil/text/Status.h"
 #include "basicutil/text/Str.h"
 #include "basicutil/time/TimeZone.h"
 #include "basicutil/timevalue/DateTimeCalendar.h"
@@ -22,7 +23,7 @@ struct PosixTimeZoneRule {
 
     // The whole text must be a rule. Hours up to 24 in offsets and -167..167 in transition
     // times, as TZif version 3 footers may write them.
-    [[nodiscard]] static bool parse(StrSegment text, PosixTimeZoneRule& out, Str* error);
+    static Status parse(StrSegment text, PosixTimeZoneRule& out);
 
     // The instants at which daylight time starts and ends in the given local year (year within
     // a few thousand of 1970).
@@ -49,22 +50,19 @@ struct TimeZone::Piece {
 };
 
 // The version 1 to 4 file format; every count is checked against the bytes there are.
-[[nodiscard]] bool parseTzif(StrSegment bytes, TimeZone::Data& out, Str* error);
+Status parseTzif(StrSegment bytes, TimeZone::Data& out);
 
-[[nodiscard]] bool parseSerializedTimeZone(StrSegment text, TimeZone::Data& out, Str* error);
+Status parseSerializedTimeZone(StrSegment text, TimeZone::Data& out);
 
 // Checks what every loader must guarantee before building a zone (the types' abbreviation
 // indices, transition order and type indices, leap-second order, the rule).
-[[nodiscard]] bool checkTimeZoneData(const TimeZone::Data& data, Str* error);
-
-// Sets *error (when given) to the text and returns false.
-bool timeZoneFailure(Str* error, StrSegment text);
+Status checkTimeZoneData(const TimeZone::Data& data);
 
 }  // namespace basicutil
 
 namespace basicutil {
 
 // The whole file, refused when larger than maxBytes; errors name the path and errno's text.
-[[nodiscard]] bool readTimeZoneFile(const char* path, std::uint64_t maxBytes, Str& out, Str* error);
+Status readTimeZoneFile(const char* path, std::uint64_t maxBytes, Str& out);
 
 }  // namespace basicutil

@@ -96,7 +96,7 @@ TEST_F(FileSystemTest, PermissionDenied) {
         if (fd.open(secret, O_RDONLY).error() != EACCES) return 11;
         if (checkAccess(secret, ACCESS_READ).error() != EACCES) return 12;
         if (replaceFileContents(pathJoin(locked, "new"), "x").error() != EACCES) return 13;
-        const FileStatus copy = copyFile(secret, pathJoin(locked, "copy"));
+        const Status copy = copyFile(secret, pathJoin(locked, "copy"));
         if (copy.error() != EACCES || !copy.text().view().starts_with("copying source to destination: \""))
             return 14;
         if (moveFile(secret, pathJoin(locked, "moved")).error() != EACCES) return 15;
@@ -113,7 +113,7 @@ TEST_F(FileSystemTest, MissingDirectories) {
     const Str deep = path("a/b/c/file");
     EXPECT_EQ(replaceFileContents(deep, "x").error(), ENOENT);
     ASSERT_TRUE(replaceFileContents(path("src"), "payload").ok());
-    FileStatus st = copyFile(path("src"), deep);
+    Status st = copyFile(path("src"), deep);
     EXPECT_EQ(st.error(), ENOENT);
     EXPECT_TRUE(st.text().view().starts_with("copying source to destination: \"")) << st.text().c_str();
     st = moveFile(path("nothing"), path("x"));
@@ -276,7 +276,7 @@ TEST_F(FileSystemTest, FullDiskLeavesTheTargetWhole) {
         if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 10;
         if (replaceFileContents(target, std::string_view(randomBytes(2 << 20, 3))).error() != EFBIG)
             return 11;
-        const FileStatus copy = copyFile(big, target);
+        const Status copy = copyFile(big, target);
         if (copy.error() != EFBIG) return 12;
         // A file below the limit copies whole.
         if (!copyFile(target, Str(target).append(".copy")).ok()) return 13;

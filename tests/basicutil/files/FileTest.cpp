@@ -28,7 +28,7 @@ class FileTest : public ::testing::Test {
 TEST_F(FileTest, FailuresNameTheCallThePathAndTheError) {
     FileDescriptor fd;
     const Str missing = path("no/such/file");
-    FileStatus st = fd.open(missing, O_RDONLY);
+    Status st = fd.open(missing, O_RDONLY);
     EXPECT_FALSE(st.ok());
     EXPECT_EQ(st.error(), ENOENT);
     EXPECT_EQ(st.text().view(), "open \"" + std::string(missing.view()) + "\": No such file or directory");
@@ -42,7 +42,7 @@ TEST_F(FileTest, FailuresNameTheCallThePathAndTheError) {
     // A compound operation puts its name in front.
     st.within("loading the configuration");
     EXPECT_EQ(st.text().view().substr(0, 33), "loading the configuration: stat \"");
-    FileStatus fine;
+    Status fine;
     fine.within("ignored on success");
     EXPECT_TRUE(fine.ok());
     EXPECT_TRUE(fine.text().empty());
@@ -87,7 +87,7 @@ TEST_F(FileTest, DescriptorReadsWritesAndOwns) {
     // A limit stops readAll with the first `limit` bytes kept.
     ASSERT_TRUE(fd.open(path("a"), O_RDONLY).ok());
     all.clear();
-    const FileStatus st = fd.readAll(all, 3);
+    const Status st = fd.readAll(all, 3);
     EXPECT_EQ(st.error(), EFBIG);
     EXPECT_EQ(all.view(), "hel");
 }
@@ -124,7 +124,7 @@ TEST_F(FileTest, ReadsCompleteAcrossShortReadsAndSignals) {
     });
     char buf[100];
     std::size_t got = 0;
-    const FileStatus st = in.read(buf, sizeof buf, got);
+    const Status st = in.read(buf, sizeof buf, got);
     writer.join();
     ASSERT_EQ(::sigaction(SIGUSR1, &old, nullptr), 0);
     ASSERT_TRUE(st.ok()) << st.text().c_str();
@@ -165,7 +165,7 @@ TEST_F(FileTest, StreamLinesAndErrors) {
     // Writing to a stream opened for reading fails at the write, with the path in the text.
     FileStream readOnly;
     ASSERT_TRUE(readOnly.open(path("lines"), "r").ok());
-    const FileStatus st = readOnly.write("x");
+    const Status st = readOnly.write("x");
     if (st.ok()) {
         EXPECT_FALSE(readOnly.flush().ok());
     } else {
@@ -186,7 +186,7 @@ TEST_F(FileTest, DirectoryListsEntriesWithTheirTypes) {
     Directory dir;
     ASSERT_TRUE(dir.open(_dir.path()).ok());
     DirectoryEntry entry;
-    FileStatus st;
+    Status st;
     std::map<std::string, FileType> types;
     while (dir.next(entry, st)) types[std::string(entry.name.view())] = entry.type;
     ASSERT_TRUE(st.ok());

@@ -152,7 +152,7 @@ TEST(PathnameTest, AbsoluteFailsWhenTheWorkingDirectoryIsGone) {
         char dir[] = "/tmp/vestra-cwd.XXXXXX";
         if (::mkdtemp(dir) == nullptr || ::chdir(dir) != 0 || ::rmdir(dir) != 0) _exit(2);
         Str out("kept");
-        const FileStatus st = pathAbsolute("x", out);
+        const Status st = pathAbsolute("x", out);
         _exit(!st.ok() && st.error() == ENOENT && out.view() == "kept" &&
                       std::strstr(st.text().c_str(), "getcwd")
                   ? 0

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -188,9 +189,14 @@ TEST_F(LoggerConfigTest, EveryProblemNamesItsFileAndLine) {
               }));
 
     LogConfiguration missing;
-    EXPECT_FALSE(missing.parse_one_log_cfg_file(path("none.cfg").c_str(), "prog"));
+    const Status st = missing.parse_one_log_cfg_file(path("none.cfg").c_str(), "prog");
+    EXPECT_EQ(st.error(), ENOENT);
     EXPECT_EQ(std::string(missing.problems().at(0).describe().c_str()),
               "Couldn't open log file configuration \"" + path("none.cfg") + "\": No such file or directory");
+    EXPECT_EQ(st.text().view(), missing.problems().at(0).describe().view());
+    // A file past the size limit is refused whole, and says so.
+    writeFile("huge.cfg", std::string((1 << 20) + 1, '#'));
+    EXPECT_EQ(missing.parse_one_log_cfg_file(path("huge.cfg").c_str(), "prog").error(), EFBIG);
     DeferredLogConf odd;
     odd.error_type = 42;
     EXPECT_EQ(odd.describe().view(), "I know not this DeferredLogConf::error_type=42 you speak of.");

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <pcre2.h>
 
+#include <cerrno>
 #include <chrono>
 #include <random>
 #include <string>
@@ -121,7 +122,8 @@ TEST(RegexTest, SpansAgreeWithPcre2) {
         SCOPED_TRACE(std::string(c.pattern) + " on \"" + std::string(c.subject) + "\" at " +
                      std::to_string(c.offset));
         Regex re;
-        ASSERT_TRUE(re.compile(c.pattern, c.options)) << re.errorText().view();
+        const Status compiled = re.compile(c.pattern, c.options);
+        ASSERT_TRUE(compiled) << compiled.text().view();
         const Oracle oracle(c.pattern, pcre2Flags(c.options));
         ASSERT_NE(oracle.code, nullptr);
         const auto expected = oracle.spans(c.subject, c.offset);
@@ -247,12 +249,14 @@ TEST(RegexTest, CompileErrorsCarryPcre2sMessageAndOffset) {
     for (const auto& b : bad) {
         testing::LogCapture log;
         Regex re;
-        EXPECT_FALSE(re.compile(b.pattern, b.options)) << b.pattern;
+        const Status st = re.compile(b.pattern, b.options);
+        EXPECT_FALSE(st) << b.pattern;
+        EXPECT_EQ(st.error(), EINVAL);
         EXPECT_FALSE(re.ok());
         const Oracle oracle(b.pattern, pcre2Flags(b.options));
         ASSERT_EQ(oracle.code, nullptr) << b.pattern;
-        EXPECT_EQ(re.errorText().view(), oracle.errorText()) << b.pattern;
-        EXPECT_EQ(re.errorOffset(), oracle.errorOffset) << b.pattern;
+        EXPECT_EQ(st.text().view(), oracle.errorText()) << b.pattern;
+        EXPECT_EQ(st.offset(), oracle.errorOffset) << b.pattern;
         ASSERT_EQ(log.lines().size(), 1u) << b.pattern;
         EXPECT_EQ(log.lines()[0].channel, "Regex");
         EXPECT_NE(log.lines()[0].message.find("cannot compile /"), std::string::npos)
@@ -375,9 +379,13 @@ TEST(RegexTest, BadReplacementsChangeNothing) {
     };
     for (const auto& c : cases) {
         testing::LogCapture log;
-        Str error;
-        EXPECT_FALSE(re.checkReplacement(c.replacement, &error)) << c.replacement;
-        EXPECT_EQ(error.view(), c.message);
+        const Status st = re.checkReplacement(c.replacement);
+        EXPECT_FALSE(st) << c.replacement;
+        EXPECT_EQ(st.text().view(), c.message);
+        // The offset the text names, as a number.
+        const std::string_view message = c.message;
+        const std::size_t at = message.find("at offset ") + 10;
+        EXPECT_EQ(st.offset(), std::stoul(std::string(message.substr(at)))) << c.replacement;
         Str out("kept");
         EXPECT_EQ(re.replaceAll("xy xy", c.replacement, out), REGEX_ERROR);
         EXPECT_EQ(out.view(), "kept");
@@ -461,9 +469,9 @@ TEST(RegexTest, QuotedTextMatchesItselfOnly) {
 
 // A lookup from a thread of its own, so that no thread's memo answers it.
 std::shared_ptr<const Regex> lookup(RegexCache& cache, const char* pattern, unsigned options = REGEX_DEFAULT,
-                                    Str* error = nullptr) {
+                                    Status* failure = nullptr) {
     std::shared_ptr<const Regex> result;
-    std::thread([&] { result = cache.get(pattern, options, error); }).join();
+    std::thread([&] { result = cache.get(pattern, options, failure); }).join();
     return result;
 }
 
@@ -495,9 +503,10 @@ TEST(RegexCacheTest, Generations) {
     EXPECT_NE(lookup(cache, "a+", REGEX_CASELESS), nullptr);  // dropped: compiled anew
     EXPECT_EQ(cache.counts().misses, misses + 1);
 
-    Str error;
-    EXPECT_EQ(lookup(cache, "(", 0, &error), nullptr);
-    EXPECT_EQ(error.view(), "missing closing parenthesis");
+    Status failure;
+    EXPECT_EQ(lookup(cache, "(", 0, &failure), nullptr);
+    EXPECT_EQ(failure.text().view(), "missing closing parenthesis");
+    EXPECT_EQ(failure.offset(), 1u);
     EXPECT_TRUE(a->matches("aaa"));  // held by the caller: alive whatever the cache dropped
     cache.clear();
     EXPECT_EQ(cache.counts().currentSize, 0u);
@@ -537,9 +546,9 @@ TEST(RegexCacheTest, MatchThroughTheCache) {
     EXPECT_EQ(m.group(2).view(), "22");
     EXPECT_EQ(cache.match("(?<k>\\w+)=(?<v>\\d+)", REGEX_CASELESS, "c=3", 0, m), REGEX_MATCH);
     EXPECT_EQ(cache.match("z", 0, "c=3", 0, m), REGEX_NO_MATCH);
-    Str error;
-    EXPECT_EQ(cache.match("(", 0, "c=3", 0, m, {}, &error), REGEX_ERROR);
-    EXPECT_EQ(error.view(), "missing closing parenthesis");
+    Status failure;
+    EXPECT_EQ(cache.match("(", 0, "c=3", 0, m, {}, &failure), REGEX_ERROR);
+    EXPECT_EQ(failure.text().view(), "missing closing parenthesis");
     EXPECT_EQ(m.size(), 0u);
     EXPECT_TRUE(m.named("k").empty());
 }

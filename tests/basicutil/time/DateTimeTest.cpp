@@ -8,9 +8,13 @@
 #include <string>
 
 #include "support/test-platform.h"
+#include "support/zones.h"
 
 namespace basicutil {
 namespace {
+
+using vestra::test_zones::loadZone;
+using vestra::test_zones::ruleZone;
 
 // Instants that exercise the calendar: before 1970, leap days, the ISO week-year boundaries
 // (2014-12-29 is 2015-W01, 2016-01-03 is 2015-W53, 2021-01-03 is 2020-W53, 2024-12-30 is
@@ -58,8 +62,7 @@ TEST(DateTimeTest, RendersAsStrftimeOverTheGrid) {
     std::size_t compared = 0;
     for (const char* zoneName : {"UTC", "America/New_York", "Asia/Kolkata", "Australia/Lord_Howe",
                                  "<+0330>-3:30<+0430>,J79/24,J263/24"}) {
-        const TimeZonePtr zone =
-            zoneName[0] == '<' ? TimeZone::fromPosixRule(zoneName) : TimeZone::load(zoneName);
+        const TimeZonePtr zone = zoneName[0] == '<' ? ruleZone(zoneName) : loadZone(zoneName);
         ASSERT_NE(zone, nullptr) << zoneName;
         setenv("TZ", (zoneName[0] == '<' ? std::string(zoneName) : ":" + std::string(zoneName)).c_str(), 1);
         tzset();
@@ -255,8 +258,7 @@ TEST(DateTimeTest, ParsesAsStrptimeReadsTheFields) {
 }
 
 TEST(DateTimeTest, StandardFormatsRoundTrip) {
-    const TimeZonePtr zones[] = {TimeZone::utc(), TimeZone::load("America/New_York"),
-                                 TimeZone::load("Asia/Kathmandu")};
+    const TimeZonePtr zones[] = {TimeZone::utc(), loadZone("America/New_York"), loadZone("Asia/Kathmandu")};
     for (std::size_t i = 0; i < 6; ++i) {
         const TimeFormat& format = TimeFormat::standard(i);
         ASSERT_TRUE(format.valid()) << kStandardTimeFormatTexts[i];
@@ -320,7 +322,7 @@ TEST(DateTimeTest, ParsedFieldsAndFailures) {
         {"%^c", "TUE NOV 14 16:13:20 2023", true, {1700000000, 0}},
         {"%12D", "2023 11/14/23", false, {}},
     };
-    const TimeZonePtr chicago = TimeZone::load("America/Chicago");
+    const TimeZonePtr chicago = loadZone("America/Chicago");
     for (const Case& c : cases) {
         const TimeFormat format(c.format);
         ASSERT_TRUE(format.valid()) << c.format;

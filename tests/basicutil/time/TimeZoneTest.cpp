@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <cstring>
 
+#include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -14,9 +15,12 @@
 #include "basicutil/time/TimeZoneWindows.h"
 #include "support/LogCapture.h"
 #include "support/test-platform.h"
+#include "support/zones.h"
 
 namespace basicutil {
 namespace {
+
+using namespace vestra::test_zones;
 
 constexpr std::int64_t H = 3600;
 
@@ -82,9 +86,13 @@ TEST(TimeZoneRuleTest, MalformedRulesAreRefusedWithTheReason) {
                  {"EST5EDT,M3.2.0,M11.1.0x", "text after the rule"},
                  {"EST5 ", "the daylight-time name"}};
     for (const Case& c : cases) {
-        Str error;
-        EXPECT_EQ(TimeZone::fromPosixRule(c.rule, &error), nullptr) << c.rule;
-        EXPECT_EQ(error.view(), std::string("bad time-zone rule \"") + c.rule + "\": " + c.reason);
+        TimeZonePtr zone;
+        const Status st = TimeZone::fromPosixRule(c.rule, zone);
+        EXPECT_FALSE(st) << c.rule;
+        EXPECT_EQ(zone, nullptr);
+        EXPECT_EQ(st.error(), EINVAL);
+        EXPECT_EQ(st.text().view(), std::string("bad time-zone rule \"") + c.rule + "\": " + c.reason);
+        EXPECT_LE(st.offset(), std::strlen(c.rule)) << c.rule;
     }
 }
 
@@ -106,7 +114,7 @@ TEST(TimeZoneRuleTest, ChangesAcrossTheNewYear) {
         {"AAA-1BBB-2,J365/26,J60", 1704065400 /* 2023-12-31 23:30 UTC */, 1 * H, "AAA"},
     };
     for (const Case& c : cases) {
-        const TimeZonePtr zone = TimeZone::fromPosixRule(c.rule);
+        const TimeZonePtr zone = ruleZone(c.rule);
         ASSERT_NE(zone, nullptr) << c.rule;
         const TimeZoneLookup at = zone->lookup(c.t);
         EXPECT_EQ(at.utcOffset, c.offset) << c.rule << " at " << c.t;
@@ -115,7 +123,7 @@ TEST(TimeZoneRuleTest, ChangesAcrossTheNewYear) {
 }
 
 TEST(TimeZoneTest, SkippedAndRepeatedLocalTimes) {
-    const TimeZonePtr ny = TimeZone::load("America/New_York");
+    const TimeZonePtr ny = loadZone("America/New_York");
     ASSERT_NE(ny, nullptr);
     struct Case {
         int month, day, hour, minute;
@@ -151,15 +159,15 @@ TEST(TimeZoneTest, FixedZonesAndTheLocalZone) {
     } cases[] = {
         {0, "UTC", "UTC"}, {19800, "", "+0530"}, {-3600, "", "-01"}, {-(2 * 3600 + 61), "", "-020101"}};
     for (const Case& c : cases) {
-        const TimeZonePtr zone = TimeZone::fixed(c.offset, c.abbreviation);
+        const TimeZonePtr zone = fixedZone(c.offset, c.abbreviation);
         ASSERT_NE(zone, nullptr);
         EXPECT_STREQ(zone->lookup(1700000000).abbreviation, c.expected);
         EXPECT_EQ(zone->lookup(INT64_MIN).utcOffset, c.offset);
         CivilTime civil;
         ASSERT_TRUE(zone->breakDown(INT64_MAX, civil));  // no overflow at the ends
     }
-    EXPECT_EQ(TimeZone::fixed(25 * 3600, "X"), nullptr);
-    EXPECT_EQ(TimeZone::fixed(0, "A B"), nullptr);
+    EXPECT_EQ(fixedZone(25 * 3600, "X"), nullptr);
+    EXPECT_EQ(fixedZone(0, "A B"), nullptr);
 
     struct LocalCase {
         const char* tz;
@@ -183,9 +191,9 @@ TEST(TimeZoneTest, FixedZonesAndTheLocalZone) {
 TEST(TimeZoneTest, DamagedZoneFilesAreRefusedAtEveryLength) {
     const std::string good = fileBytes(zonePath("Europe/London"));
     ASSERT_GT(good.size(), 1000u);
-    ASSERT_NE(TimeZone::fromTzif("x", std::string_view(good)), nullptr);
+    ASSERT_NE(tzifZone("x", std::string_view(good)), nullptr);
     for (std::size_t n = 0; n < good.size(); ++n) {
-        ASSERT_EQ(TimeZone::fromTzif("x", StrSegment(good.data(), n)), nullptr) << n;
+        ASSERT_EQ(tzifZone("x", StrSegment(good.data(), n)), nullptr) << n;
     }
     struct Damage {
         std::size_t at;
@@ -199,40 +207,46 @@ TEST(TimeZoneTest, DamagedZoneFilesAreRefusedAtEveryLength) {
     for (const Damage& d : damages) {
         std::string bad = good;
         bad[d.at] = d.byte;
-        Str error;
-        EXPECT_EQ(TimeZone::fromTzif("x", std::string_view(bad), &error), nullptr);
-        EXPECT_EQ(error.view(), d.reason) << d.at << " " << error.c_str();
+        TimeZonePtr zone;
+        const Status st = TimeZone::fromTzif("x", std::string_view(bad), zone);
+        EXPECT_EQ(st.error(), EINVAL);
+        EXPECT_EQ(st.text().view(), d.reason) << d.at << " " << st.text().c_str();
     }
-    Str error;
-    EXPECT_EQ(TimeZone::fromTzif("x", std::string_view(good + "x"), &error), nullptr);
-    EXPECT_EQ(error.view(), "bad zone file: bytes after the data");
-    EXPECT_EQ(TimeZone::load("../etc/passwd", &error), nullptr);
-    EXPECT_EQ(error.view(), "not a zone name: \"../etc/passwd\"");
+    TimeZonePtr zone;
+    Status st = TimeZone::fromTzif("x", std::string_view(good + "x"), zone);
+    EXPECT_EQ(st.text().view(), "bad zone file: bytes after the data");
+    EXPECT_EQ(st.offset(), good.size());
+    st = TimeZone::load("../etc/passwd", zone);
+    EXPECT_EQ(st.text().view(), "not a zone name: \"../etc/passwd\"");
+    EXPECT_EQ(zone, nullptr);
     // What TZ may hold: the reason never repeats the value.
     struct TzCase {
         const char* value;
         const char* name;    // of the zone, or null
         const char* reason;  // without one
+        int error;           // ... and its number
     } tzCases[] = {
-        {"Europe/Paris", "Europe/Paris", nullptr},
-        {":Europe/Paris", "Europe/Paris", nullptr},
-        {"CET-1CEST,M3.5.0,M10.5.0/3", "CET-1CEST,M3.5.0,M10.5.0/3", nullptr},
-        {"<+0330>-3:30", "<+0330>-3:30", nullptr},
-        {"", nullptr, "an empty zone name"},
-        {":", nullptr, "an empty zone name"},
-        {"No/Such_Zone", nullptr, "no such zone in "},
-        {"../etc/passwd", nullptr, "not a zone name, and not a POSIX TZ rule ("},
-        {"EST5EDT,M3", nullptr, "not a zone name, and not a POSIX TZ rule (the daylight-time dates)"},
-        {"/no/such/file", nullptr, "open: No such file or directory"},
+        {"Europe/Paris", "Europe/Paris", nullptr, 0},
+        {":Europe/Paris", "Europe/Paris", nullptr, 0},
+        {"CET-1CEST,M3.5.0,M10.5.0/3", "CET-1CEST,M3.5.0,M10.5.0/3", nullptr, 0},
+        {"<+0330>-3:30", "<+0330>-3:30", nullptr, 0},
+        {"", nullptr, "an empty zone name", EINVAL},
+        {":", nullptr, "an empty zone name", EINVAL},
+        {"No/Such_Zone", nullptr, "no such zone in ", ENOENT},
+        {"../etc/passwd", nullptr, "not a zone name, and not a POSIX TZ rule (", EINVAL},
+        {"EST5EDT,M3", nullptr, "not a zone name, and not a POSIX TZ rule (the daylight-time dates)", EINVAL},
+        {"/no/such/file", nullptr, "open: No such file or directory", ENOENT},
     };
     for (const TzCase& c : tzCases) {
-        Str why;
-        const TimeZonePtr zone = TimeZone::fromTzValue(c.value, &why);
+        TimeZonePtr valued;
+        const Status status = TimeZone::fromTzValue(c.value, valued);
+        const Str& why = status.text();
+        EXPECT_EQ(status.error(), c.error) << c.value;
         if (c.name != nullptr) {
-            ASSERT_NE(zone, nullptr) << c.value << ": " << why.c_str();
-            EXPECT_EQ(zone->name().view(), c.name);
+            ASSERT_NE(valued, nullptr) << c.value << ": " << why.c_str();
+            EXPECT_EQ(valued->name().view(), c.name);
         } else {
-            EXPECT_EQ(zone, nullptr) << c.value;
+            EXPECT_EQ(valued, nullptr) << c.value;
             EXPECT_EQ(why.view().substr(0, std::strlen(c.reason)), c.reason)
                 << c.value << ": " << why.c_str();
             if (*c.value != '\0' && *c.value != ':') {
@@ -240,33 +254,33 @@ TEST(TimeZoneTest, DamagedZoneFilesAreRefusedAtEveryLength) {
             }
         }
     }
-    EXPECT_EQ(TimeZone::load("No/Such_Zone", &error), nullptr);
-    EXPECT_NE(error.view().find("No/Such_Zone): No such file or directory"), std::string_view::npos)
-        << error.c_str();
+    st = TimeZone::load("No/Such_Zone", zone);
+    EXPECT_EQ(st.error(), ENOENT);
+    EXPECT_NE(st.text().view().find("No/Such_Zone): No such file or directory"), std::string_view::npos)
+        << st.text().c_str();
 }
 
 TEST(TimeZoneTest, SerializedZonesComeBackIdentical) {
     for (const char* name :
          {"America/New_York", "Europe/Dublin", "right/UTC", "Australia/Lord_Howe", "Etc/GMT-14"}) {
         if (std::string_view(name) == "right/UTC" && !vestra::test_platform::haveLeapSecondZones()) continue;
-        const TimeZonePtr zone = TimeZone::load(name);
+        const TimeZonePtr zone = loadZone(name);
         ASSERT_NE(zone, nullptr) << name;
         const Str text = zone->serialize();
         EXPECT_EQ(text.view().rfind("### SERIALIZED TIMEZONE FORMAT 1.0\nname ", 0), 0u);
-        Str error;
-        const TimeZonePtr back = TimeZone::fromSerialized(text, &error);
-        ASSERT_NE(back, nullptr) << name << ": " << error.c_str() << "\n" << text.c_str();
+        TimeZonePtr back;
+        const Status st = TimeZone::fromSerialized(text, back);
+        ASSERT_TRUE(st) << name << ": " << st.text().c_str() << "\n" << text.c_str();
         EXPECT_TRUE(back->sameAs(*zone)) << name;
         EXPECT_EQ(back->serialize().view(), text.view());
     }
-    for (const TimeZonePtr& zone :
-         {TimeZone::fixed(19800, ""), TimeZone::fromPosixRule("CET-1CEST,M3.5.0,M10.5.0/3")}) {
-        const TimeZonePtr back = TimeZone::fromSerialized(zone->serialize());
+    for (const TimeZonePtr& zone : {fixedZone(19800, ""), ruleZone("CET-1CEST,M3.5.0,M10.5.0/3")}) {
+        const TimeZonePtr back = serializedZone(zone->serialize());
         ASSERT_NE(back, nullptr);
         EXPECT_TRUE(back->sameAs(*zone));
         EXPECT_EQ(back->lookup(1690000000).utcOffset, zone->lookup(1690000000).utcOffset);
     }
-    const std::string good = TimeZone::fromPosixRule("EST5EDT")->serialize().c_str();
+    const std::string good = ruleZone("EST5EDT")->serialize().c_str();
     struct Damage {
         const char* from;
         const char* to;
@@ -283,41 +297,47 @@ TEST(TimeZoneTest, SerializedZonesComeBackIdentical) {
     for (const Damage& d : damages) {
         std::string bad = good;
         bad.replace(bad.find(d.from), std::strlen(d.from), d.to);
-        Str error;
-        EXPECT_EQ(TimeZone::fromSerialized(std::string_view(bad), &error), nullptr) << d.to;
-        EXPECT_NE(error.view().find(d.reason), std::string_view::npos) << error.c_str();
+        TimeZonePtr zone;
+        const Status st = TimeZone::fromSerialized(std::string_view(bad), zone);
+        EXPECT_EQ(st.error(), EINVAL) << d.to;
+        EXPECT_NE(st.text().view().find(d.reason), std::string_view::npos) << st.text().c_str();
     }
 }
 
 TEST(TimeZoneArchiveTest, PackedZonesLoadLikeTheDirectory) {
-    Str archive, error;
-    ASSERT_TRUE(TimeZoneArchive::packDirectory(zonePath("Europe").c_str(), archive, &error)) << error.c_str();
-    const auto opened = TimeZoneArchive::fromBytes(archive, &error);
-    ASSERT_NE(opened, nullptr) << error.c_str();
+    Str archive;
+    Status st = TimeZoneArchive::packDirectory(zonePath("Europe").c_str(), archive);
+    ASSERT_TRUE(st) << st.text().c_str();
+    std::shared_ptr<const TimeZoneArchive> opened;
+    st = TimeZoneArchive::fromBytes(archive, opened);
+    ASSERT_TRUE(st) << st.text().c_str();
     EXPECT_GT(opened->size(), 50u);
     StrSegment tzif;
     ASSERT_TRUE(opened->find("London", tzif));
-    EXPECT_TRUE(TimeZone::fromTzif("Europe/London", tzif)->sameAs(*TimeZone::load("Europe/London")));
+    EXPECT_TRUE(tzifZone("Europe/London", tzif)->sameAs(*loadZone("Europe/London")));
     EXPECT_FALSE(opened->find("Londo", tzif));
 
     const std::string path = ::testing::TempDir() + "zones.archive";
-    ASSERT_TRUE(TimeZoneArchive::pack(zonePath("Asia").c_str(), path.c_str(), &error)) << error.c_str();
-    useTimeZoneArchive(TimeZoneArchive::open(path.c_str()));
-    EXPECT_EQ(TimeZone::load("Tokyo")->lookup(0).utcOffset, 9 * H);  // from the archive
-    EXPECT_NE(TimeZone::load("Europe/Paris"), nullptr);              // from the directory
+    st = TimeZoneArchive::pack(zonePath("Asia").c_str(), path.c_str());
+    ASSERT_TRUE(st) << st.text().c_str();
+    std::shared_ptr<const TimeZoneArchive> installed;
+    ASSERT_TRUE(TimeZoneArchive::open(path.c_str(), installed));
+    useTimeZoneArchive(installed);
+    EXPECT_EQ(loadZone("Tokyo")->lookup(0).utcOffset, 9 * H);  // from the archive
+    EXPECT_NE(loadZone("Europe/Paris"), nullptr);              // from the directory
     useTimeZoneArchive(nullptr);
-    EXPECT_EQ(TimeZone::load("Tokyo"), nullptr);
+    EXPECT_EQ(loadZone("Tokyo"), nullptr);
     ASSERT_EQ(unlink(path.c_str()), 0);
 
     // Every cut and every damaged count is refused.
-    for (size_type n = 0; n < 200; ++n)
-        EXPECT_EQ(TimeZoneArchive::fromBytes(Str(archive.data(), n)), nullptr);
+    for (size_type n = 0; n < 200; ++n) EXPECT_EQ(archiveOf(Str(archive.data(), n)), nullptr);
     for (size_type at : {size_type{0}, size_type{23}, size_type{27}, size_type{28}}) {
         Str bad = archive;
         bad[at] = static_cast<char>(bad[at] ^ 0x01);
-        EXPECT_EQ(TimeZoneArchive::fromBytes(bad), nullptr) << at;
+        EXPECT_EQ(archiveOf(bad), nullptr) << at;
     }
-    EXPECT_FALSE(TimeZoneArchive::packDirectory("/nonexistent", archive, &error));
+    st = TimeZoneArchive::packDirectory("/nonexistent", archive);
+    EXPECT_EQ(st.error(), ENOENT) << st.text().c_str();
 }
 
 TEST(TimeZoneNamesTest, WindowsNamesAndAbbreviations) {
@@ -344,7 +364,7 @@ TEST(TimeZoneNamesTest, WindowsNamesAndAbbreviations) {
         {"UTC", "XYZ", {}},
     };
     for (const Case& c : cases) {
-        const TimeZonePtr zone = TimeZone::load(c.zone);
+        const TimeZonePtr zone = loadZone(c.zone);
         ASSERT_NE(zone, nullptr) << c.zone;
         EXPECT_EQ(zone->offsetsForAbbreviation(c.abbreviation, 1700000000), c.expected)
             << c.zone << " " << c.abbreviation;
@@ -353,7 +373,7 @@ TEST(TimeZoneNamesTest, WindowsNamesAndAbbreviations) {
 
 TEST(TimeZoneStructTmTest, RecordsBoundToAZone) {
     testing::LogCapture log;
-    const TimeZonePtr ny = TimeZone::load("America/New_York");
+    const TimeZonePtr ny = loadZone("America/New_York");
     StructTmInTimezoneHires tm(ny);
     ASSERT_TRUE(tm.fromUnixTime({1730611800, 250}));  // 2024-11-03 01:30 EDT, the first of two
     EXPECT_EQ(tm.tm_hour, 1);
