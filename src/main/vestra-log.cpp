@@ -66,41 +66,60 @@ int logRenderCommand(const std::string& pattern, bool json, const std::string& l
     return kOk;
 }
 
+// vestra log check CONFIG
+class LogCheck final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* check = parent.add_subcommand(
+            "check",
+            "Report every problem of a configuration file (and of its -local companion) with its\n"
+            "file:line: lines that do not parse, keys given twice, bad patterns, appenders named but\n"
+            "not defined, and files that cannot be opened for appending; exit 1 if any is an error.\n"
+            "Example: vestra log check --program vestra-helper --print /etc/app/log.cfg");
+        check->add_option("CONFIG", _path, "the configuration file, or - for standard input")->required();
+        check->add_option("--program", _program, "the program whose [program] sections apply");
+        check->add_flag("--print", _print, "print the keys in effect, each after the file:line it came from");
+        return check;
+    }
+    int run() override { return logCheckCommand(_path, _program, _print); }
+
+  private:
+    std::string _path, _program;
+    bool _print = false;
+};
+
+// vestra log render MESSAGE
+class LogRender final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* render =
+            parent.add_subcommand("render",
+                                  "One line exactly as an appender would write it.\n"
+                                  "Example: vestra log render --level WARN --channel Disk 'low on space'");
+        render->add_flag("--json", _json, "the one-line JSON form");
+        render->add_option("--pattern", _pattern, "the line pattern")->capture_default_str();
+        render->add_option("--level", _level, "the level")->capture_default_str();
+        render->add_option("--channel", _channel, "the channel")->capture_default_str();
+        render->add_option("MESSAGE", _message, "the message")->required();
+        return render;
+    }
+    int run() override { return logRenderCommand(_pattern, _json, _level, _channel, _message); }
+
+  private:
+    std::string _pattern = "%d %p %c [%t] %m%n", _level = "INFO", _channel = "vestra", _message;
+    bool _json = false;
+};
+
 }  // namespace
 
 void addLogCommands(CLI::App& app, Context& context) {
-    static std::string path, program, pattern = "%d %p %c [%t] %m%n", level = "INFO", channel = "vestra",
-                                      message;
-    static bool json = false, print = false;
-
     CLI::App* log =
         app.add_subcommand("log",
                            "Log configuration files and log lines: check CONFIG | render MESSAGE.\n"
                            "Example: vestra log check /etc/app/log.cfg");
     log->require_subcommand(1);
-
-    CLI::App* check = log->add_subcommand(
-        "check",
-        "Report every problem of a configuration file (and of its -local companion) with its\n"
-        "file:line: lines that do not parse, keys given twice, bad patterns, appenders named but\n"
-        "not defined, and files that cannot be opened for appending; exit 1 if any is an error.\n"
-        "Example: vestra log check --program vestra-helper --print /etc/app/log.cfg");
-    check->add_option("CONFIG", path, "the configuration file, or - for standard input")->required();
-    check->add_option("--program", program, "the program whose [program] sections apply");
-    check->add_flag("--print", print, "print the keys in effect, each after the file:line it came from");
-    check->callback([&context] { context.status = logCheckCommand(path, program, print); });
-
-    CLI::App* render =
-        log->add_subcommand("render",
-                            "One line exactly as an appender would write it.\n"
-                            "Example: vestra log render --level WARN --channel Disk 'low on space'");
-    render->add_flag("--json", json, "the one-line JSON form");
-    render->add_option("--pattern", pattern, "the line pattern")->capture_default_str();
-    render->add_option("--level", level, "the level")->capture_default_str();
-    render->add_option("--channel", channel, "the channel")->capture_default_str();
-    render->add_option("MESSAGE", message, "the message")->required();
-    render->callback(
-        [&context] { context.status = logRenderCommand(pattern, json, level, channel, message); });
+    context.add<LogCheck>(*log);
+    context.add<LogRender>(*log);
 }
 
 }  // namespace vestra::tool

@@ -658,102 +658,183 @@ int printfArguments(std::vector<std::string> arguments, Context& context) {
     return printfCommand(format, arguments, context);
 }
 
-void addTextCommands(CLI::App& app, Context& context) {
-    static std::string format, path = "-", action, pattern;
-    static std::vector<std::string> arguments;
-    static bool onlyMatching = false, json = false;
+namespace {
 
-    CLI::App* printf =
-        app.add_subcommand("printf",
-                           "Format with the library's printf; arguments are typed by their conversion.\n"
-                           "Example: vestra printf '%-6s|%08.3f|%x\\n' name 3.14159 255");
-    // Everything after the format is an argument, however it looks ("-x", "--help", "-inf").
-    printf->prefix_command();
-    printf->footer(
-        "FORMAT: the format, with printf(1)'s backslash escapes; integers are 64-bit.\n"
-        "ARG: the arguments, whatever they look like; the format is used again while some remain,\n"
-        "and a missing one is empty or zero.");
-    printf->callback([&context, printf] { context.status = printfArguments(printf->remaining(), context); });
+// vestra printf FORMAT [ARG...]
+class PrintfCommand final : public Command {
+  public:
+    explicit PrintfCommand(Context& context) : _context(context) {}
+    CLI::App* define(CLI::App& parent) override {
+        _app = parent.add_subcommand(
+            "printf",
+            "Format with the library's printf; arguments are typed by their conversion.\n"
+            "Example: vestra printf '%-6s|%08.3f|%x\\n' name 3.14159 255");
+        // Everything after the format is an argument, however it looks ("-x", "--help", "-inf").
+        _app->prefix_command();
+        _app->footer(
+            "FORMAT: the format, with printf(1)'s backslash escapes; integers are 64-bit.\n"
+            "ARG: the arguments, whatever they look like; the format is used again while some remain,\n"
+            "and a missing one is empty or zero.");
+        return _app;
+    }
+    int run() override { return printfArguments(_app->remaining(), _context); }
 
-    CLI::App* hexdump = app.add_subcommand(
-        "hexdump", "Canonical hex dump, as hexdump -C -v writes it.\nExample: vestra hexdump /bin/true");
-    hexdump->add_option("FILE", path, "the input, - for standard input")->capture_default_str();
-    hexdump->callback([&context] { context.status = hexdumpCommand(path); });
+  private:
+    Context& _context;  // numeric arguments that do not convert set its status as they go
+    CLI::App* _app = nullptr;
+};
 
-    CLI::App* hex = app.add_subcommand(
-        "hex", "Bytes to hexadecimal digits and back.\nExample: printf 'hi' | vestra hex encode");
-    hex->add_option("ACTION", action, "encode or decode")
-        ->required()
-        ->check(CLI::IsMember({"encode", "decode"}));
-    hex->add_option("FILE", path, "the input, - for standard input")->capture_default_str();
-    hex->callback([&context] {
-        context.status = action == "encode" ? hexEncodeCommand(path) : hexDecodeCommand(path);
-    });
+// vestra hexdump [FILE]
+class HexdumpCommand final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* hexdump = parent.add_subcommand(
+            "hexdump", "Canonical hex dump, as hexdump -C -v writes it.\nExample: vestra hexdump /bin/true");
+        hexdump->add_option("FILE", _path, "the input, - for standard input")->capture_default_str();
+        return hexdump;
+    }
+    int run() override { return hexdumpCommand(_path); }
 
-    CLI::App* utf8 = app.add_subcommand(
-        "utf8",
-        "Measure, check and change UTF-8 text; all but count and validate work line by line.\n"
-        "Example: vestra utf8 truncate 10 notes.txt");
-    utf8->add_option("ACTION", action, "count, width, validate, upper, lower or truncate")
-        ->required()
-        ->check(CLI::IsMember({"count", "width", "validate", "upper", "lower", "truncate"}));
-    utf8->add_option("ARGS", arguments,
-                     "for truncate the character count N first; then the input (- for standard input)");
-    utf8->callback([&context] {
-        std::vector<std::string> rest = arguments;
+  private:
+    std::string _path = "-";
+};
+
+// vestra hex encode|decode [FILE]
+class HexCommand final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* hex = parent.add_subcommand(
+            "hex", "Bytes to hexadecimal digits and back.\nExample: printf 'hi' | vestra hex encode");
+        hex->add_option("ACTION", _action, "encode or decode")
+            ->required()
+            ->check(CLI::IsMember({"encode", "decode"}));
+        hex->add_option("FILE", _path, "the input, - for standard input")->capture_default_str();
+        return hex;
+    }
+    int run() override { return _action == "encode" ? hexEncodeCommand(_path) : hexDecodeCommand(_path); }
+
+  private:
+    std::string _action, _path = "-";
+};
+
+// vestra utf8 ACTION [N] [FILE]
+class Utf8Command final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* utf8 = parent.add_subcommand(
+            "utf8",
+            "Measure, check and change UTF-8 text; all but count and validate work line by line.\n"
+            "Example: vestra utf8 truncate 10 notes.txt");
+        utf8->add_option("ACTION", _action, "count, width, validate, upper, lower or truncate")
+            ->required()
+            ->check(CLI::IsMember({"count", "width", "validate", "upper", "lower", "truncate"}));
+        utf8->add_option("ARGS", _arguments,
+                         "for truncate the character count N first; then the input (- for standard input)");
+        return utf8;
+    }
+    int run() override {
+        std::vector<std::string> rest = _arguments;
         std::uint64_t n = 0;
-        if (action == "truncate") {
-            // A count of characters: decimal digits only, and within 64 bits.
-            const std::string count = rest.empty() ? std::string() : rest[0];
-            char* end = nullptr;
-            errno = 0;
-            if (!count.empty() && count[0] >= '0' && count[0] <= '9')
-                n = std::strtoull(count.c_str(), &end, 10);
-            if (count.empty() || end == nullptr || *end != '\0' || errno == ERANGE) {
-                diagnose(
-                    count.empty()
-                        ? std::string("utf8 truncate needs a character count N (see: vestra utf8 --help)")
-                        : "utf8 truncate: '" + count +
-                              "' is not a count of characters from 0 to 18446744073709551615 (see: "
-                              "vestra utf8 --help)");
-                context.status = kUsage;
-                return;
+        if (_action == "truncate") {
+            if (rest.empty()) {
+                diagnose("utf8 truncate needs a character count N (see: vestra utf8 --help)");
+                return kUsage;
+            }
+            if (!characterCount(rest[0], n)) {
+                diagnose("utf8 truncate: '" + rest[0] +
+                         "' is not a count of characters from 0 to 18446744073709551615 (see: "
+                         "vestra utf8 --help)");
+                return kUsage;
             }
             rest.erase(rest.begin());
         }
         if (rest.size() > 1) {
             diagnose("utf8: one input at most (see: vestra utf8 --help)");
-            context.status = kUsage;
-            return;
+            return kUsage;
         }
-        context.status = utf8Command(action, n, rest.empty() ? "-" : rest[0]);
-    });
+        return utf8Command(_action, n, rest.empty() ? "-" : rest[0]);
+    }
 
-    CLI::App* url =
-        app.add_subcommand("url",
-                           "Percent-encoding of everything outside A-Z a-z 0-9 - _ . ~, and back.\n"
-                           "Example: vestra url encode <<< 'a b&c'");
-    url->add_option("ACTION", action, "encode or decode")
-        ->required()
-        ->check(CLI::IsMember({"encode", "decode"}));
-    url->add_option("FILE", path, "the input, - for standard input")->capture_default_str();
-    url->callback([&context] { context.status = urlCommand(action, path); });
+  private:
+    // Decimal digits only (the field parser's blanks are not taken), within 64 bits.
+    static bool characterCount(const std::string& text, std::uint64_t& n) {
+        const bool digits = !text.empty() && std::all_of(text.begin(), text.end(),
+                                                         [](char c) { return c >= '0' && c <= '9'; });
+        return digits && parse_unsigned_val(text.data(), text.data() + text.size(), n, UINT64_MAX);
+    }
 
-    CLI::App* csv = app.add_subcommand(
-        "csv", "Quote each line as one CSV field.\nExample: vestra csv quote <<< 'a,\"b\"'");
-    csv->add_option("ACTION", action, "quote")->required()->check(CLI::IsMember({"quote"}));
-    csv->add_option("FILE", path, "the input, - for standard input")->capture_default_str();
-    csv->callback([&context] { context.status = csvQuoteCommand(path); });
+    std::string _action;
+    std::vector<std::string> _arguments;
+};
 
-    CLI::App* regex =
-        app.add_subcommand("regex",
-                           "Lines that match a PCRE2 pattern; exit 1 when none does.\n"
-                           "Example: vestra regex -o --json '(?<user>\\w+)@(?<host>\\S+)' mail.log");
-    regex->add_flag("-o,--only-matching", onlyMatching, "each match, not the whole line");
-    regex->add_flag("--json", json, "one JSON object per match: line, offset, match and the named groups");
-    regex->add_option("PATTERN", pattern, "the pattern")->required();
-    regex->add_option("FILE", path, "the input, - for standard input")->capture_default_str();
-    regex->callback([&context] { context.status = regexCommand(pattern, onlyMatching, json, path); });
+// vestra url encode|decode [FILE]
+class UrlCommand final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* url =
+            parent.add_subcommand("url",
+                                  "Percent-encoding of everything outside A-Z a-z 0-9 - _ . ~, and back.\n"
+                                  "Example: vestra url encode <<< 'a b&c'");
+        url->add_option("ACTION", _action, "encode or decode")
+            ->required()
+            ->check(CLI::IsMember({"encode", "decode"}));
+        url->add_option("FILE", _path, "the input, - for standard input")->capture_default_str();
+        return url;
+    }
+    int run() override { return urlCommand(_action, _path); }
+
+  private:
+    std::string _action, _path = "-";
+};
+
+// vestra csv quote [FILE]
+class CsvCommand final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* csv = parent.add_subcommand(
+            "csv", "Quote each line as one CSV field.\nExample: vestra csv quote <<< 'a,\"b\"'");
+        csv->add_option("ACTION", _action, "quote")->required()->check(CLI::IsMember({"quote"}));
+        csv->add_option("FILE", _path, "the input, - for standard input")->capture_default_str();
+        return csv;
+    }
+    int run() override { return csvQuoteCommand(_path); }
+
+  private:
+    std::string _action, _path = "-";
+};
+
+// vestra regex [-o] [--json] PATTERN [FILE]
+class RegexCommand final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* regex =
+            parent.add_subcommand("regex",
+                                  "Lines that match a PCRE2 pattern; exit 1 when none does.\n"
+                                  "Example: vestra regex -o --json '(?<user>\\w+)@(?<host>\\S+)' mail.log");
+        regex->add_flag("-o,--only-matching", _onlyMatching, "each match, not the whole line");
+        regex->add_flag("--json", _json,
+                        "one JSON object per match: line, offset, match and the named groups");
+        regex->add_option("PATTERN", _pattern, "the pattern")->required();
+        regex->add_option("FILE", _path, "the input, - for standard input")->capture_default_str();
+        return regex;
+    }
+    int run() override { return regexCommand(_pattern, _onlyMatching, _json, _path); }
+
+  private:
+    std::string _pattern, _path = "-";
+    bool _onlyMatching = false, _json = false;
+};
+
+}  // namespace
+
+void addTextCommands(CLI::App& app, Context& context) {
+    context.add<PrintfCommand>(app, context);
+    context.add<HexdumpCommand>(app);
+    context.add<HexCommand>(app);
+    context.add<Utf8Command>(app);
+    context.add<UrlCommand>(app);
+    context.add<CsvCommand>(app);
+    context.add<RegexCommand>(app);
 }
 
 }  // namespace vestra::tool

@@ -223,57 +223,112 @@ int sortableCommand(const std::string& when) {
     return kOk;
 }
 
+// vestra date [-z ZONE] [-d TIME] [+FORMAT]
+class DateCommand final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* date =
+            parent.add_subcommand("date",
+                                  "Render a time through the library's time formats.\n"
+                                  "Example: vestra date -z Asia/Tokyo -d @1700000000.5 +%FT%T.%3Q%:z");
+        _zoneOption = date->add_option(
+            "-z,--zone", _zone, "the zone: a name, :NAME, a file or a POSIX rule (default: the local one)");
+        date->add_option("-d,--date", _when,
+                         "the time: @SECONDS[.FRACTION], now, or 2024-03-01T12:00:00+01:00");
+        date->add_option("FORMAT", _format, "+FORMAT (default: +\"%a %b %e %H:%M:%S %Z %Y\")");
+        return date;
+    }
+    int run() override { return dateCommand(_zone, _zoneOption->count() > 0, _when, _format); }
+
+  private:
+    std::string _zone, _when, _format;
+    CLI::Option* _zoneOption = nullptr;
+};
+
+// vestra strptime FORMAT TEXT [-z ZONE]
+class StrptimeCommand final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* strptime = parent.add_subcommand(
+            "strptime",
+            "Parse a time and show its fields, the `have` set and the epoch.\n"
+            "Example: vestra strptime '%d/%b/%Y:%H:%M:%S %z' '10/Oct/2000:13:55:36 -0700'");
+        strptime->add_option("FORMAT", _format, "the format")->required();
+        strptime->add_option("TEXT", _text, "the text")->required();
+        _zoneOption = strptime->add_option("-z,--zone", _zone,
+                                           "the zone to read it in when it names none (default: local)");
+        return strptime;
+    }
+    int run() override { return strptimeCommand(_format, _text, _zone, _zoneOption->count() > 0); }
+
+  private:
+    std::string _format, _text, _zone;
+    CLI::Option* _zoneOption = nullptr;
+};
+
+// vestra tz ACTION [ARGS...]
+class TzCommand final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* tz = parent.add_subcommand(
+            "tz",
+            "Time zones: list | info ZONE | at ZONE TIME | pack DIR ARCHIVE | serialize ZONE.\n"
+            "Example: vestra tz at America/New_York 2024-03-10T07:30:00+00:00");
+        tz->add_option("ACTION", _action, "list, info, at, pack or serialize")
+            ->required()
+            ->check(CLI::IsMember({"list", "info", "at", "pack", "serialize"}));
+        tz->add_option("ARGS", _args, "the action's arguments");
+        return tz;
+    }
+    int run() override { return tzCommand(_action, _args); }
+
+  private:
+    std::string _action;
+    std::vector<std::string> _args;
+};
+
+// vestra elapsed T1 T2
+class ElapsedCommand final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* elapsed = parent.add_subcommand("elapsed",
+                                                  "Describe the time from T1 to T2 as the logs do.\n"
+                                                  "Example: vestra elapsed @0 @2.5");
+        elapsed->add_option("T1", _from, "the start")->required();
+        elapsed->add_option("T2", _to, "the end")->required();
+        return elapsed;
+    }
+    int run() override { return elapsedCommand(_from, _to); }
+
+  private:
+    std::string _from, _to;
+};
+
+// vestra sortable TIME
+class SortableCommand final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* sortable = parent.add_subcommand(
+            "sortable",
+            "The 14-character code that sorts as text in time order, or the time of a code.\n"
+            "Example: vestra sortable @1700000000");
+        sortable->add_option("TIME", _when, "a time, or a 14-character code")->required();
+        return sortable;
+    }
+    int run() override { return sortableCommand(_when); }
+
+  private:
+    std::string _when;
+};
+
 }  // namespace
 
 void addTimeCommands(CLI::App& app, Context& context) {
-    static std::string zone, when, format, text, action, from, to;
-    static std::vector<std::string> args;
-
-    CLI::App* date = app.add_subcommand("date",
-                                        "Render a time through the library's time formats.\n"
-                                        "Example: vestra date -z Asia/Tokyo -d @1700000000.5 +%FT%T.%3Q%:z");
-    CLI::Option* dateZone = date->add_option(
-        "-z,--zone", zone, "the zone: a name, :NAME, a file or a POSIX rule (default: the local one)");
-    date->add_option("-d,--date", when, "the time: @SECONDS[.FRACTION], now, or 2024-03-01T12:00:00+01:00");
-    date->add_option("FORMAT", format, "+FORMAT (default: +\"%a %b %e %H:%M:%S %Z %Y\")");
-    date->callback(
-        [&context, dateZone] { context.status = dateCommand(zone, dateZone->count() > 0, when, format); });
-
-    CLI::App* strptime =
-        app.add_subcommand("strptime",
-                           "Parse a time and show its fields, the `have` set and the epoch.\n"
-                           "Example: vestra strptime '%d/%b/%Y:%H:%M:%S %z' '10/Oct/2000:13:55:36 -0700'");
-    strptime->add_option("FORMAT", format, "the format")->required();
-    strptime->add_option("TEXT", text, "the text")->required();
-    CLI::Option* strptimeZone =
-        strptime->add_option("-z,--zone", zone, "the zone to read it in when it names none (default: local)");
-    strptime->callback([&context, strptimeZone] {
-        context.status = strptimeCommand(format, text, zone, strptimeZone->count() > 0);
-    });
-
-    CLI::App* tz = app.add_subcommand(
-        "tz",
-        "Time zones: list | info ZONE | at ZONE TIME | pack DIR ARCHIVE | serialize ZONE.\n"
-        "Example: vestra tz at America/New_York 2024-03-10T07:30:00+00:00");
-    tz->add_option("ACTION", action, "list, info, at, pack or serialize")
-        ->required()
-        ->check(CLI::IsMember({"list", "info", "at", "pack", "serialize"}));
-    tz->add_option("ARGS", args, "the action's arguments");
-    tz->callback([&context] { context.status = tzCommand(action, args); });
-
-    CLI::App* elapsed = app.add_subcommand("elapsed",
-                                           "Describe the time from T1 to T2 as the logs do.\n"
-                                           "Example: vestra elapsed @0 @2.5");
-    elapsed->add_option("T1", from, "the start")->required();
-    elapsed->add_option("T2", to, "the end")->required();
-    elapsed->callback([&context] { context.status = elapsedCommand(from, to); });
-
-    CLI::App* sortable =
-        app.add_subcommand("sortable",
-                           "The 14-character code that sorts as text in time order, or the time of a code.\n"
-                           "Example: vestra sortable @1700000000");
-    sortable->add_option("TIME", when, "a time, or a 14-character code")->required();
-    sortable->callback([&context] { context.status = sortableCommand(when); });
+    context.add<DateCommand>(app);
+    context.add<StrptimeCommand>(app);
+    context.add<TzCommand>(app);
+    context.add<ElapsedCommand>(app);
+    context.add<SortableCommand>(app);
 }
 
 }  // namespace vestra::tool

@@ -10,9 +10,7 @@
 #include <CLI/CLI.hpp>
 
 #include <fcntl.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 #include <new>
 #include <sstream>
@@ -27,42 +25,25 @@
 
 namespace vestra::tool {
 
-namespace {
-
-// Writes all of it to a descriptor; false on failure (errno set).
-bool writeAll(int fd, const char* p, std::size_t n) {
-    while (n > 0) {
-        const ssize_t w = ::write(fd, p, n);
-        if (w < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        p += w;
-        n -= static_cast<std::size_t>(w);
-    }
-    return true;
-}
-
-}  // namespace
-
 Output& out() {
     static Output output;
     return output;
 }
 
-Output::Output() : _buffer(new char[kBlock]) {}
+Output::Output() : _buffer(new char[kBlock]), _fd(1, "standard output") {}
 
 Output::~Output() {
     static_cast<void>(flush());
+    static_cast<void>(_fd.release());  // standard output stays open
 }
 
 bool Output::writeOut(const char* data, std::size_t length) {
     if (_failed || length == 0) return !_failed;
-    if (!writeAll(1, data, length)) {
+    if (const basicutil::Status st = _fd.write(data, length); !st) {
         _failed = true;
         char text[128];
         diagnose(std::string("writing standard output: ") +
-                 basicutil::platform::errorText(errno, text, sizeof text));
+                 basicutil::platform::errorText(st.error(), text, sizeof text));
     }
     return !_failed;
 }
@@ -98,7 +79,9 @@ void diagnose(std::string_view text) {
     std::string line = "vestra: ";
     line.append(text);
     line.push_back('\n');
-    static_cast<void>(writeAll(2, line.data(), line.size()));
+    basicutil::FileDescriptor standardError(2, "standard error");
+    static_cast<void>(standardError.write(line.data(), line.size()));  // nowhere left to report it
+    static_cast<void>(standardError.release());
 }
 
 int finish(int status) {

@@ -12,8 +12,10 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "basicutil/files/File.h"
 #include "basicutil/text/Str.h"
 
 namespace vestra::tool {
@@ -27,9 +29,34 @@ inline constexpr int kUsage = 2;     // bad usage: arguments, a format, a patter
 inline constexpr std::size_t kBlock = 64 * 1024;
 inline constexpr std::size_t kInputBlock = 256 * 1024;
 
-// Set by the subcommand that ran.
-struct Context {
+// One subcommand. Its options are members of its own, bound when define() adds it to the
+// command line; run() does the work once the line has parsed and gives the exit status.
+class Command {
+  public:
+    virtual ~Command() = default;
+    // Adds the subcommand, with its options, under `parent`.
+    virtual CLI::App* define(CLI::App& parent) = 0;
+    virtual int run() = 0;
+};
+
+// The tool's subcommands, and the status of the one that ran.
+class Context {
+  public:
     int status = kOk;
+
+    // Makes a C (from `args`), defines it under `parent` and has it run when it is chosen.
+    template <class C, class... Args>
+    C& add(CLI::App& parent, Args&&... args) {
+        auto command = std::make_unique<C>(std::forward<Args>(args)...);
+        C& made = *command;
+        CLI::App* defined = made.define(parent);
+        defined->callback([this, &made] { status = made.run(); });
+        _commands.push_back(std::move(command));
+        return made;
+    }
+
+  private:
+    std::vector<std::unique_ptr<Command>> _commands;
 };
 
 // Standard output in blocks of kBlock: a text that fits is copied into the buffer, a larger one
@@ -61,6 +88,7 @@ class Output {
     std::unique_ptr<char[]> _buffer;
     std::size_t _used = 0;
     bool _failed = false;
+    basicutil::FileDescriptor _fd;  // standard output, not owned
 };
 Output& out();
 

@@ -210,6 +210,8 @@ printf 'abc' >"$out/oddhex"
 status "hex decode: a lone digit" 1 "^vestra: a digit without its pair at byte 2$" -- hex decode "$out/oddhex"
 status "utf8 truncate: negative" 2 "^vestra: utf8 truncate: '-1' is not a count" -- utf8 truncate -1 "$out/text"
 status "utf8 truncate: too large" 2 "^vestra: utf8 truncate: '18446744073709551616' is not a count" -- utf8 truncate 18446744073709551616 "$out/text"
+status "utf8 truncate: a blank" 2 "^vestra: utf8 truncate: ' 5' is not a count" -- utf8 truncate " 5" "$out/text"
+[ "$("$vestra" utf8 truncate 18446744073709551615 "$out/text" | head -1)" = "$(head -1 "$out/text")" ] || fail "utf8 truncate: the largest count"
 status "an unknown subcommand" 2 "^vestra: unknown subcommand 'bogus' (see: vestra --help)$" -- bogus
 status "an error inside a subcommand" 2 "(see: vestra date --help)$" -- date --frobnicate
 status "date: a bad format" 2 "^vestra: '%K': not a time format" -- date +%K
