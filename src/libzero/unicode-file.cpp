@@ -1,5 +1,6 @@
 #include "libzero/unicode-file.h"
 
+#include "libzero/unicode-file-blocks.h"
 #include "libzero/utf8-rules.h"
 
 #include <errno.h>
@@ -9,10 +10,6 @@
 #include <unistd.h>
 
 #include <new>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 #include "basicutil/platform/Assert.h"
 
@@ -63,16 +60,11 @@ size_t convertUtf8(const unsigned char* in, size_t n, bool final, size_t* consum
     char* const start = out;
     size_t i = 0;
     while (i < n) {
-#if defined(__SSE2__)
-        while (n - i >= 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-            if (_mm_movemask_epi8(v) != 0) break;
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out), v);
-            i += 16;
-            out += 16;
+        while (n - i >= libzero_blocks::kBlock && libzero_blocks::fast::copyAsciiBlock(in + i, out)) {
+            i += libzero_blocks::kBlock;
+            out += libzero_blocks::kBlock;
         }
         if (i >= n) break;
-#endif
         const unsigned char lead = in[i];
         if (lead < 0x80) {
             *out++ = static_cast<char>(lead);
@@ -134,33 +126,21 @@ size_t convertUtf16(const unsigned char* in, size_t n, bool final, size_t* consu
     char* const start = out;
     size_t i = 0;
     while (n - i >= 2) {
-#if defined(__SSE2__)
         // Eight units at a time: packed when all are ASCII, encoded one by one without a check
         // when none is a surrogate, and up to the first surrogate otherwise.
-        const __m128i asciiMask = _mm_set1_epi16(static_cast<short>(0xFF80));
-        const __m128i surrogateMask = _mm_set1_epi16(static_cast<short>(0xF800));
-        const __m128i surrogate = _mm_set1_epi16(static_cast<short>(0xD800));
-        while (n - i >= 16) {
-            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-            if (kBigEndian) v = _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8));
-            if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, asciiMask), _mm_setzero_si128())) ==
-                0xFFFF) {
-                _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(v, v));
-                i += 16;
+        while (n - i >= libzero_blocks::kBlock) {
+            uint16_t units[8];
+            const unsigned plain = libzero_blocks::fast::utf16Block<kBigEndian>(in + i, out, units);
+            if (plain == libzero_blocks::kAllAscii) {
+                i += libzero_blocks::kBlock;
                 out += 8;
                 continue;
             }
-            alignas(16) uint16_t units[8];
-            _mm_store_si128(reinterpret_cast<__m128i*>(units), v);
-            const unsigned surrogates = static_cast<unsigned>(
-                _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, surrogateMask), surrogate)));
-            const unsigned plain = surrogates == 0 ? 8 : static_cast<unsigned>(__builtin_ctz(surrogates)) / 2;
             for (unsigned k = 0; k < plain; ++k) out = putBmp(out, units[k]);
             i += 2 * plain;
             if (plain < 8) break;
         }
         if (n - i < 2) break;
-#endif
         const uint32_t unit = unitAt<kBigEndian>(in + i);
         if (unit < 0xD800 || unit > 0xDFFF) {
             out = putBmp(out, unit);

@@ -14,7 +14,7 @@ namespace {
 size_type asciiCaseInPlace(char* const begin, char* const end, char first) {
     char* p = begin;
     for (; end - p >= blocks::kBlock && blocks::isAscii(p); p += blocks::kBlock)
-        blocks::swapAsciiCase(p, first);
+        blocks::swapAsciiCase(p, p, first);
     for (; p < end && static_cast<unsigned char>(*p) < 0x80; ++p) {
         if (static_cast<unsigned char>(*p - first) < 26) *p = static_cast<char>(*p ^ 0x20);
     }

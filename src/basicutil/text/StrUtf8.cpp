@@ -54,36 +54,15 @@ void truncateBlocks(StrSegment& view, size_type n) noexcept {
     if (view._len <= n) return;
     const char* p = view._data;
     const char* const pend = view._data + view._len;
-#if defined(__SSE2__)
     // Where every continuation byte is one its lead asks for and no lead goes without its own,
     // stepping from lead to lead counts exactly the bytes that are not continuations: whole
     // blocks are counted so, and the rest (and any block that breaks the rule) is stepped.
-    const auto range = [](__m128i v, int low, int high) {  // signed bounds, inclusive
-        return _mm_and_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(static_cast<char>(low - 1))),
-                             _mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(high + 1))));
-    };
-    __m128i previousTwo = _mm_setzero_si128(), previousThree = _mm_setzero_si128(),
-            previousFour = _mm_setzero_si128();
+    blocks::Utf8Carry carry;
     while (pend - p >= blocks::kBlock) {
-        const __m128i v = blocks::load(p);
-        const __m128i continuation = _mm_cmplt_epi8(v, _mm_set1_epi8(-64));          // 80-BF
-        const __m128i two = _mm_or_si128(range(v, -64, -17), range(v, -16, -12));    // C0-EF, F0-F4
-        const __m128i three = _mm_or_si128(range(v, -32, -17), range(v, -16, -12));  // E0-EF, F0-F4
-        const __m128i four = range(v, -16, -12);                                     // F0-F4
-        // A byte must continue when one, two or three bytes back is a lead that long or longer.
-        const __m128i must = _mm_or_si128(
-            _mm_or_si128(_mm_or_si128(_mm_slli_si128(two, 1), _mm_srli_si128(previousTwo, 15)),
-                         _mm_or_si128(_mm_slli_si128(three, 2), _mm_srli_si128(previousThree, 14))),
-            _mm_or_si128(_mm_slli_si128(four, 3), _mm_srli_si128(previousFour, 13)));
-        if (_mm_movemask_epi8(_mm_xor_si128(must, continuation)) != 0) break;
-        const unsigned leads =
-            static_cast<unsigned>(__builtin_popcount(~_mm_movemask_epi8(continuation) & 0xFFFF));
-        if (leads >= n) break;
+        const unsigned leads = blocks::utf8Leads(p, carry);
+        if (leads == blocks::kNotWellFormed || leads >= n) break;
         n -= leads;
         p += blocks::kBlock;
-        previousTwo = two;
-        previousThree = three;
-        previousFour = four;
     }
     // Back to the lead of a character that reaches past the blocks counted (it was counted, but
     // what follows it was not checked against it).
@@ -96,7 +75,6 @@ void truncateBlocks(StrSegment& view, size_type n) noexcept {
         }
         break;
     }
-#endif
     StrSegment rest(p, static_cast<size_type>(pend - p));
     truncateScalar(rest, n);
     view.setEnd(rest.end());

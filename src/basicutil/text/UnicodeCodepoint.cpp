@@ -3,11 +3,8 @@
 #include <cctype>
 #include <cstring>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "basicutil/platform/Assert.h"
+#include "basicutil/text/StrBlocks.h"
 #include "basicutil/text/UnicodeCodepointTables.h"
 
 #define ARRAY_ELEMENTS(a) (sizeof(a) / sizeof((a)[0]))
@@ -347,42 +344,20 @@ class CasedLeads {
             if (!_cased[b] || _cased[b - 1]) continue;
             unsigned last = b;
             while (last < 0xFF && _cased[last + 1]) ++last;
-            VESTRA_ASSERT(_ranges < kMaxRanges);
-#if defined(__SSE2__)
-            _low[_ranges] = _mm_set1_epi8(static_cast<char>(b));
-            _span[_ranges] = _mm_set1_epi8(static_cast<char>(last - b));
-#endif
-            ++_ranges;
+            const bool added = _ranges.add(static_cast<unsigned char>(b), static_cast<unsigned char>(last));
+            VESTRA_ASSERT(added);  // the tables' cased leads fall in a few runs
         }
     }
     // The two-byte mapping of cp (< 0x800), or 0.
-    std::uint16_t twoByte(bool toLower, std::uint32_t cp) const {
-        return _twoByte[toLower ? 1 : 0][cp];
-    }
-    bool contains(unsigned char b) const {
-        return _cased[b];
-    }
-#if defined(__SSE2__)
-    // Bit i set where v's byte i may begin a cased character.
-    unsigned positions(__m128i v) const {
-        // b is in [low, low + span] when (b - low) saturated down by span is 0; the smallest of
-        // those over all ranges is 0 where any range holds b.
-        __m128i distance = _mm_set1_epi8(static_cast<char>(0xFF));
-        for (unsigned r = 0; r < _ranges; ++r) {
-            distance = _mm_min_epu8(distance, _mm_subs_epu8(_mm_sub_epi8(v, _low[r]), _span[r]));
-        }
-        return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(distance, _mm_setzero_si128())));
-    }
-#endif
+    std::uint16_t twoByte(bool toLower, std::uint32_t cp) const { return _twoByte[toLower ? 1 : 0][cp]; }
+    bool contains(unsigned char b) const { return _cased[b]; }
+    // Bit i set where byte i of the block at p may begin a cased character.
+    unsigned positions(const char* p) const { return blocks::inRanges(p, _ranges); }
 
   private:
-    static constexpr unsigned kMaxRanges = 8;
     bool _cased[256] = {};
     std::uint16_t _twoByte[2][0x800] = {};
-#if defined(__SSE2__)
-    __m128i _low[kMaxRanges], _span[kMaxRanges];
-#endif
-    unsigned _ranges = 0;
+    blocks::ByteRanges _ranges;
 };
 
 const CasedLeads& casedLeads() {
@@ -433,23 +408,16 @@ std::size_t utf8CaseInto(std::string_view src, char* out, bool toLower) noexcept
     const char first = toLower ? 'A' : 'a';
     const CasedLeads& cased = casedLeads();
     std::size_t i = 0;
-#if defined(__SSE2__)
     // Sixteen bytes at a time: ASCII letters swapped and every other byte copied in one store;
     // then the bytes that may begin a cased character are mapped over their own copies, jumping
-    // from one to the next. Bytes at or above 0x80 are negative as signed values, so they are
-    // never taken for letters. A character whose mapping changes its length ends the block: the
+    // from one to the next. A character whose mapping changes its length ends the block: the
     // bytes after it move.
-    const __m128i below = _mm_set1_epi8(static_cast<char>(first - 1));
-    const __m128i above = _mm_set1_epi8(static_cast<char>(first + 26));
-    const __m128i flip = _mm_set1_epi8(0x20);
-    while (n - i >= 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-        const __m128i letters = _mm_and_si128(_mm_cmpgt_epi8(v, below), _mm_cmplt_epi8(v, above));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_xor_si128(v, _mm_and_si128(letters, flip)));
+    while (n - i >= blocks::kBlock) {
+        blocks::swapAsciiCase(in + i, out, first);
         char* const base = out - i;  // where input position p goes while lengths stay equal
-        std::size_t next = i + 16;
+        std::size_t next = i + blocks::kBlock;
         char* moved = nullptr;
-        for (unsigned stop = cased.positions(v); stop != 0; stop &= stop - 1) {
+        for (unsigned stop = cased.positions(in + i); stop != 0; stop &= stop - 1) {
             const std::size_t j = i + static_cast<unsigned>(__builtin_ctz(stop));
             // Two bytes that stay two bytes, the common case, without a branch on the block.
             const auto lead = static_cast<unsigned char>(in[j]);
@@ -475,7 +443,6 @@ std::size_t utf8CaseInto(std::string_view src, char* out, bool toLower) noexcept
         out = moved != nullptr ? moved : base + next;
         i = next;
     }
-#endif
     while (i < n) {
         const char c = in[i];
         if (static_cast<unsigned char>(c) < 0x80) {
