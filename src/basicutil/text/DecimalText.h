@@ -86,6 +86,13 @@ inline void writeDecimalDigits(char* out, std::uint64_t v, unsigned count) noexc
     }
 }
 
+// Writes v in exactly `count` digits, `fill` in the positions before its own (count at least
+// decimalDigitCount(v)): fixed-width fields, "007" or "  7".
+inline void writeFixedDigits(char* out, std::uint64_t v, unsigned count, char fill = '0') noexcept {
+    std::memset(out, fill, count);
+    writeDecimalDigits(out, v, count);
+}
+
 // Writes the decimal digits of v to out (room for kMaxUint64Digits) and returns their count.
 inline std::size_t formatUnsigned(char* out, std::uint64_t v) noexcept {
     const unsigned count = decimalDigitCount(v);

@@ -462,6 +462,90 @@ void isoWeek(const CivilTime& civil, std::int64_t& isoYear, unsigned& week) noex
     }
 }
 
+// The number a numeric conversion shows: the one place both renderers take it from. The letter
+// tells %U, %W and %V apart, and %u from %w.
+[[gnu::always_inline]] inline std::int64_t numericField(TimeFormat::What what, char letter,
+                                                        const CivilTime& civil) noexcept {
+    using TF = TimeFormat;
+    switch (what) {
+        case TF::CENTURY:
+            return floorDiv(civil.year, 100);
+        case TF::MONTHDAY_NUM:
+            return civil.day;
+        case TF::ISO_YEAR:
+        case TF::ISO_YEAR2: {
+            std::int64_t isoYear = 0;
+            unsigned week = 0;
+            isoWeek(civil, isoYear, week);
+            return what == TF::ISO_YEAR ? isoYear : floorMod(isoYear, 100);
+        }
+        case TF::HOUR24_NUM:
+            return civil.hour;
+        case TF::HOUR12_NUM:
+            return civil.hour % 12 == 0 ? 12 : civil.hour % 12;
+        case TF::YDAY_NUM:
+            return civil.yearDay + 1;
+        case TF::MINUTE_NUM:
+            return civil.minute;
+        case TF::SECOND_NUM:
+            return civil.second;
+        case TF::MONTH_NUM:
+            return civil.month;
+        case TF::MONTHWEEK_NUM: {
+            unsigned week = 0;
+            if (letter == 'V') {
+                std::int64_t isoYear = 0;
+                isoWeek(civil, isoYear, week);
+            } else {
+                const unsigned firstDay = letter == 'U' ? civil.weekday : (civil.weekday + 6) % 7;
+                week = (civil.yearDay + 7 - firstDay) / 7;
+            }
+            return week;
+        }
+        case TF::WEEKDAY_NUM:
+            return letter == 'u' && civil.weekday == 0 ? 7 : civil.weekday;
+        case TF::YEAR_NUM:
+            return civil.year;
+        case TF::YEAR2_NUM:
+            return floorMod(civil.year, 100);
+        default:
+            VESTRA_ASSERT_TEXT(false, "numericField of a conversion that is no number");
+            return 0;
+    }
+}
+
+// The digits a numeric conversion shows at least, zero-padded by default.
+unsigned minimumDigits(TimeFormat::What what) noexcept {
+    using TF = TimeFormat;
+    switch (what) {
+        case TF::CENTURY:
+        case TF::ISO_YEAR:
+        case TF::WEEKDAY_NUM:
+        case TF::YEAR_NUM:
+            return 1;
+        case TF::YDAY_NUM:
+            return 3;
+        default:
+            return 2;
+    }
+}
+
+// The nine digits of the time's fraction of a second, in nanoseconds ("250000000" for 0.25 s):
+// a conversion shows the first few.
+void subsecondDigits(const Timeval& tv, char (&digits)[9]) noexcept {
+    writeFixedDigits(digits, static_cast<std::uint64_t>(tv.tv_usec) * 1000, 9);
+}
+
+// "+hh:mm" (6 bytes, with the colon) or "+hhmm" (5) for an offset under 100 hours.
+void writeOffset(char* p, std::int32_t offset, bool colon) noexcept {
+    const std::uint32_t magnitude =
+        offset < 0 ? 0u - static_cast<std::uint32_t>(offset) : static_cast<std::uint32_t>(offset);
+    p[0] = offset < 0 ? '-' : '+';
+    writeTwoDigits(p + 1, magnitude / 3600);
+    if (colon) p[3] = ':';
+    writeTwoDigits(p + (colon ? 4 : 3), magnitude / 60 % 60);
+}
+
 }  // namespace
 
 void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at,
@@ -483,43 +567,23 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
             return;
         }
         case CENTURY:
-            appendNumber(out, floorDiv(civil.year, 100), 1, PAD_ZERO, a);
-            return;
         case MONTHDAY_NUM:
-            appendNumber(out, civil.day, 2, PAD_ZERO, a);
-            return;
         case ISO_YEAR:
-        case ISO_YEAR2: {
-            std::int64_t isoYear = 0;
-            unsigned week = 0;
-            isoWeek(civil, isoYear, week);
-            if (a.what == ISO_YEAR) {
-                appendNumber(out, isoYear, 1, PAD_ZERO, a);
-            } else {
-                appendNumber(out, floorMod(isoYear, 100), 2, PAD_ZERO, a);
-            }
-            return;
-        }
+        case ISO_YEAR2:
         case HOUR24_NUM:
-            appendNumber(out, civil.hour, 2, PAD_ZERO, a);
-            return;
         case HOUR12_NUM:
+        case YDAY_NUM:
+        case MINUTE_NUM:
+        case SECOND_NUM:
+        case MONTH_NUM:
+        case MONTHWEEK_NUM:
+        case WEEKDAY_NUM:
+        case YEAR_NUM:
+        case YEAR2_NUM:
             if (letter == 'l' && a.x.conv.padding != PAD_ZERO && a.x.conv.padding != PAD_NONE) {
                 VESTRA_ASSERT_TEXT(a.x.conv.padding == PAD_SPACE, "a->x.conv.padding == PAD_SPACE");
             }
-            appendNumber(out, civil.hour % 12 == 0 ? 12 : civil.hour % 12, 2, PAD_ZERO, a);
-            return;
-        case YDAY_NUM:
-            appendNumber(out, civil.yearDay + 1, 3, PAD_ZERO, a);
-            return;
-        case MINUTE_NUM:
-            appendNumber(out, civil.minute, 2, PAD_ZERO, a);
-            return;
-        case SECOND_NUM:
-            appendNumber(out, civil.second, 2, PAD_ZERO, a);
-            return;
-        case MONTH_NUM:
-            appendNumber(out, civil.month, 2, PAD_ZERO, a);
+            appendNumber(out, numericField(a.what, letter, civil), minimumDigits(a.what), PAD_ZERO, a);
             return;
         case WHITESPACE:  // a width pads it, as any text
             if (a.x.conv.width > 1) out.append(a.x.conv.width - 1u, fillOf(a.x.conv.padding));
@@ -536,8 +600,8 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
         case SUBSECONDS: {
             const unsigned c = subsecondDigitsOf(a);
             VESTRA_ASSERT(c <= 9);
-            char digits[9] = {'0', '0', '0', '0', '0', '0', '0', '0', '0'};
-            writeDecimalDigits(digits, static_cast<std::uint64_t>(tv.tv_usec) * 1000, 9);
+            char digits[9];
+            subsecondDigits(tv, digits);
             out.append(digits, c);
             return;
         }
@@ -559,28 +623,6 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
             out.append(code, sizeof code);
             return;
         }
-        case MONTHWEEK_NUM: {
-            VESTRA_ASSERT_TEXT(a.what == MONTHWEEK_NUM, "a->what == MONTHWEEK_NUM");
-            unsigned week = 0;
-            if (letter == 'V') {
-                std::int64_t isoYear = 0;
-                isoWeek(civil, isoYear, week);
-            } else {
-                const unsigned firstDay = letter == 'U' ? civil.weekday : (civil.weekday + 6) % 7;
-                week = (civil.yearDay + 7 - firstDay) / 7;
-            }
-            appendNumber(out, week, 2, PAD_ZERO, a);
-            return;
-        }
-        case WEEKDAY_NUM:
-            appendNumber(out, letter == 'u' && civil.weekday == 0 ? 7 : civil.weekday, 1, PAD_ZERO, a);
-            return;
-        case YEAR_NUM:
-            appendNumber(out, civil.year, 1, PAD_ZERO, a);
-            return;
-        case YEAR2_NUM:
-            appendNumber(out, floorMod(civil.year, 100), 2, PAD_ZERO, a);
-            return;
         case TZ_AS_NEEDEDOFFSET:
             appendText(out, at.abbreviation, a, false);
             return;
@@ -595,8 +637,7 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
                 char digits[kMaxUint64Digits + 3];
                 std::size_t n = formatUnsigned(digits, hours);
                 digits[n++] = ':';
-                digits[n] = '0';  // a single-digit minute's lead
-                writeDecimalDigits(digits + n, minutes, 2);
+                writeFixedDigits(digits + n, minutes, 2);
                 const auto length = static_cast<unsigned>(n + 2);
                 const char* const p = digits;
                 const unsigned width = a.x.conv.width != 0 ? a.x.conv.width : 6;
@@ -624,13 +665,8 @@ void TimeFormat::_fill(const Atom& a, const Timeval& tv, const CivilTime& civil,
                 appendNumber(out, minutes, 2, PAD_ZERO, a);
                 return;
             }
-            char text[7] = {offset < 0 ? '-' : '+', '0', '0', ':', '0', '0'};
-            writeTwoDigits(text + 1, static_cast<unsigned>(hours));
-            writeTwoDigits(text + 4, static_cast<unsigned>(minutes));
-            if (a.x.conv.colon == 0) {
-                text[3] = text[4];
-                text[4] = text[5];
-            }
+            char text[6];
+            writeOffset(text, offset, a.x.conv.colon != 0);
             out.append(text, a.x.conv.colon != 0 ? 6 : 5);
             return;
         }
@@ -741,7 +777,7 @@ void TimeFormat::buildLayout() {
             slots.push_back({static_cast<std::uint32_t>(layout.size()), static_cast<std::uint32_t>(i),
                              twoDigitFieldOf(a.what),
                              letter == 'e' || letter == 'k' || letter == 'l' ? ' ' : '0',
-                             static_cast<std::uint16_t>(width)});
+                             static_cast<std::uint16_t>(width), a.what, letter});
             layout.append(width, '?');
         }
     }
@@ -775,6 +811,20 @@ void put2(char* p, unsigned v, char lead = '0') noexcept {
     if (v < 10) p[0] = lead;
 }
 
+// A numeric field of the layout, `width` digits (years 1000..9999 here: every value fits).
+[[gnu::always_inline]] inline void writeNumber(char* p, unsigned width, char lead,
+                                               std::int64_t field) noexcept {
+    const auto value = static_cast<unsigned>(field);
+    if (width == 2) {
+        put2(p, value, lead);
+    } else if (width == 4) {
+        writeTwoDigits(p, value / 100);
+        writeTwoDigits(p + 2, value % 100);
+    } else {
+        writeFixedDigits(p, value, width);
+    }
+}
+
 }  // namespace
 
 void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const TimeZoneLookup& at,
@@ -786,96 +836,72 @@ void TimeFormat::renderLayout(const Timeval& tv, const CivilTime& civil, const T
     } else {
         std::memcpy(text, _layout.data(), length);
     }
-    const auto year = static_cast<unsigned>(civil.year);  // 1000..9999 here
     for (const Slot& slot : _slots) {
         char* const p = text + slot.position;
-        switch (slot.twoDigitField) {
-            case TWO_DAY:
-                put2(p, civil.day, slot.lead);
-                continue;
-            case TWO_HOUR:
-                put2(p, civil.hour, slot.lead);
-                continue;
-            case TWO_HOUR12:
-                put2(p, civil.hour % 12 == 0 ? 12 : civil.hour % 12, slot.lead);
-                continue;
-            case TWO_MINUTE:
-                put2(p, civil.minute);
-                continue;
-            case TWO_SECOND:
-                put2(p, civil.second);
-                continue;
-            case TWO_MONTH:
-                put2(p, civil.month);
-                continue;
-            case TWO_YY:
-                put2(p, year % 100);
-                continue;
-            case TWO_CENTURY:
-                put2(p, year / 100);
-                continue;
-            default:
+        switch (slot.what) {
+            // Each case names its conversion, so that the value's own switch folds away.
+            case CENTURY:
+                writeNumber(p, slot.width, slot.lead, numericField(CENTURY, slot.letter, civil));
                 break;
-        }
-        const Atom& a = _atoms[slot.atom];
-        const char letter = static_cast<char>(a.x.conv.letter);
-        switch (a.what) {
-            case YEAR_NUM:
-                put2(p, static_cast<unsigned>(civil.year / 100));
-                put2(p + 2, static_cast<unsigned>(civil.year % 100));
+            case MONTHDAY_NUM:
+                writeNumber(p, slot.width, slot.lead, numericField(MONTHDAY_NUM, slot.letter, civil));
+                break;
+            case HOUR24_NUM:
+                writeNumber(p, slot.width, slot.lead, numericField(HOUR24_NUM, slot.letter, civil));
+                break;
+            case HOUR12_NUM:
+                writeNumber(p, slot.width, slot.lead, numericField(HOUR12_NUM, slot.letter, civil));
                 break;
             case YDAY_NUM:
-                p[0] = static_cast<char>('0' + (civil.yearDay + 1) / 100);
-                put2(p + 1, (civil.yearDay + 1) % 100);
+                writeNumber(p, slot.width, slot.lead, numericField(YDAY_NUM, slot.letter, civil));
+                break;
+            case MINUTE_NUM:
+                writeNumber(p, slot.width, slot.lead, numericField(MINUTE_NUM, slot.letter, civil));
+                break;
+            case SECOND_NUM:
+                writeNumber(p, slot.width, slot.lead, numericField(SECOND_NUM, slot.letter, civil));
+                break;
+            case MONTH_NUM:
+                writeNumber(p, slot.width, slot.lead, numericField(MONTH_NUM, slot.letter, civil));
+                break;
+            case MONTHWEEK_NUM:
+                writeNumber(p, slot.width, slot.lead, numericField(MONTHWEEK_NUM, slot.letter, civil));
                 break;
             case WEEKDAY_NUM:
-                p[0] = static_cast<char>('0' + (letter == 'u' && civil.weekday == 0 ? 7 : civil.weekday));
+                writeNumber(p, slot.width, slot.lead, numericField(WEEKDAY_NUM, slot.letter, civil));
+                break;
+            case YEAR_NUM:
+                writeNumber(p, slot.width, slot.lead, numericField(YEAR_NUM, slot.letter, civil));
+                break;
+            case YEAR2_NUM:
+                writeNumber(p, slot.width, slot.lead, numericField(YEAR2_NUM, slot.letter, civil));
                 break;
             case WEEKDAY_NAME:
             case MONTH_NAME: {
                 // "#" and "^" both upper-case names.
-                const std::size_t upper = a.x.conv.casing != CASE_DEFAULT ? 1 : 0;
+                const std::size_t upper = _atoms[slot.atom].x.conv.casing != CASE_DEFAULT ? 1 : 0;
                 std::memcpy(p,
-                            a.what == WEEKDAY_NAME ? kWeekdays3[upper][civil.weekday].data()
-                                                   : kMonths3[upper][civil.month - 1].data(),
+                            slot.what == WEEKDAY_NAME ? kWeekdays3[upper][civil.weekday].data()
+                                                      : kMonths3[upper][civil.month - 1].data(),
                             3);
                 break;
             }
             case MERIDIAN: {
-                const bool lower =
-                    letter == 'P' ? a.x.conv.casing != CASE_UPPER : a.x.conv.casing == CASE_SWAP;
+                const Casing casing = _atoms[slot.atom].x.conv.casing;
+                const bool lower = slot.letter == 'P' ? casing != CASE_UPPER : casing == CASE_SWAP;
                 p[0] = civil.hour >= 12 ? (lower ? 'p' : 'P') : (lower ? 'a' : 'A');
                 p[1] = lower ? 'm' : 'M';
                 break;
             }
-            case MONTHWEEK_NUM: {
-                unsigned week = 0;
-                if (letter == 'V') {
-                    std::int64_t isoYear = 0;
-                    isoWeek(civil, isoYear, week);
-                } else {
-                    week =
-                        (civil.yearDay + 7 - (letter == 'U' ? civil.weekday : (civil.weekday + 6) % 7)) / 7;
-                }
-                put2(p, week);
-                break;
-            }
             case SUBSECONDS: {
-                char digits[9] = {'0', '0', '0', '0', '0', '0', '0', '0', '0'};
-                writeDecimalDigits(digits, static_cast<std::uint64_t>(tv.tv_usec) * 1000, 9);
-                std::memcpy(p, digits, fixedWidth(a));
+                char digits[9];
+                subsecondDigits(tv, digits);
+                std::memcpy(p, digits, slot.width);
                 break;
             }
-            case TZ_AS_SECOFFSET: {
-                const std::int32_t offset = at.utcOffset;
-                const std::uint32_t magnitude =
-                    offset < 0 ? 0u - static_cast<std::uint32_t>(offset) : static_cast<std::uint32_t>(offset);
-                p[0] = offset < 0 ? '-' : '+';
-                put2(p + 1, magnitude / 3600);
-                if (a.x.conv.colon != 0) p[3] = ':';
-                put2(p + (a.x.conv.colon != 0 ? 4 : 3), magnitude / 60 % 60);
+            case TZ_AS_SECOFFSET:
+                writeOffset(p, at.utcOffset, _atoms[slot.atom].x.conv.colon != 0);
                 break;
-            }
             default:
                 VESTRA_ASSERT(false);
         }

@@ -60,8 +60,7 @@ struct TimeFormat::Atom {
     } x{};  // by `what`: a conversion's flags, a punctuation index, or a literal's place
 };
 
-// Most fields are two digits: renderLayout works them out together, and the fixed-layout parse
-// stores them directly, in this order.
+// Most fields are two digits: the fixed-layout parse stores them directly, in this order.
 enum TimeFormat::TwoDigitField : std::uint8_t {
     TWO_DAY,
     TWO_HOUR,
@@ -77,9 +76,11 @@ enum TimeFormat::TwoDigitField : std::uint8_t {
 // Where a field of the fixed layout goes.
 struct TimeFormat::Slot {
     std::uint32_t position, atom;
-    std::uint8_t twoDigitField;  // an index of renderLayout's two-digit values, or 0xff
+    std::uint8_t twoDigitField;  // the parse's index of two-digit values, or 0xff
     char lead;                   // '0', or ' ' for %e %k %l
     std::uint16_t width;
+    What what;    // the atom's, at hand
+    char letter;  // ... and its conversion letter
 };
 
 // The digits a SUBSECONDS atom renders and parses: its width, else its letter's own (%N 9, %Q 3,
