@@ -9,6 +9,7 @@
 #include "basicutil/time/DateTime.h"
 #include "basicutil/time/TimeZone.h"
 #include "basicutil/time/TimeZoneArchive.h"
+#include "basicutil/time/TimeZonePack.h"
 #include "basicutil/timevalue/Timeval.h"
 #include "basicutil/timevalue/TimevalElapsed.h"
 #include "main/vestra_details.h"
@@ -159,7 +160,7 @@ int tzCommand(const std::string& action, const std::vector<std::string>& args) {
     if (action == "pack") {
         if (!need(2, "pack DIRECTORY ARCHIVE")) return kUsage;
         std::vector<Str> rejected;
-        if (const Status st = TimeZoneArchive::pack(args[0].c_str(), args[1].c_str(), &rejected); !st) {
+        if (const Status st = packTimeZoneArchive(args[0].c_str(), args[1].c_str(), &rejected); !st) {
             diagnose(st.text().view());
             return kNegative;
         }

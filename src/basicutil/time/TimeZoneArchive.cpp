@@ -1,20 +1,19 @@
 #include "basicutil/time/TimeZoneArchive.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <map>
 #include <string>
 
 #include "basicutil/files/FileSystem.h"
 #include "basicutil/platform/Platform.h"
 #include "basicutil/text/PrintfFormat.h"
-#include "basicutil/time/TimeZone.h"
-#include "basicutil/time/TimeZone_details.h"
+#include "basicutil/time/TimeZoneArchive_details.h"
 
 namespace basicutil {
 
@@ -23,7 +22,6 @@ namespace {
 constexpr char kMagic[] = "VESTRA TZ ARCHIVE 1\n";
 constexpr std::size_t kMagicBytes = sizeof kMagic - 1;
 constexpr std::uint64_t kMaxArchiveBytes = std::uint64_t{1} << 31;
-constexpr std::uint64_t kMaxZoneBytes = 1 << 20;
 
 std::uint32_t readBigEndian32(const char* p) noexcept {
     const auto* u = reinterpret_cast<const unsigned char*>(p);
@@ -100,29 +98,11 @@ bool TimeZoneArchive::find(StrSegment name, StrSegment& tzif) const noexcept {
     return true;
 }
 
-Status TimeZoneArchive::packDirectory(const char* directory, Str& archive, std::vector<Str>* rejected) {
-    namespace fs = std::filesystem;
-    std::error_code ec;
-    std::map<std::string, Str> zones;  // by name: sorted as the index wants
-    const fs::path root(directory);
-    fs::recursive_directory_iterator it(root, fs::directory_options::follow_directory_symlink, ec);
-    for (; !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
-        if (!it->is_regular_file(ec) || ec) continue;
-        const std::string name = it->path().lexically_relative(root).generic_string();
-        Str bytes;
-        if (name.size() > 255 || !readTimeZoneFile(it->path().c_str(), kMaxZoneBytes, bytes).ok()) continue;
-        if (bytes.size() < 4 || std::memcmp(bytes.data(), "TZif", 4) != 0) continue;
-        // Only what loads whole: a truncated or damaged file would be a zone nobody can use.
-        TimeZonePtr zone;
-        if (Status st = TimeZone::fromTzif(name, bytes, zone); !st) {
-            if (rejected != nullptr) rejected->push_back(strprintf("%s: %s", name, st.text().view()));
-            continue;
-        }
-        zones.emplace(name, std::move(bytes));
+Status TimeZoneArchive::build(const std::map<std::string, Str>& zones, Str& archive) {
+    for (const auto& [name, bytes] : zones) {
+        if (name.empty() || name.size() > 255)
+            return Status::invalid(strprintf("a zone name of %zu bytes (1 to 255 fit)", name.size()));
     }
-    if (ec) return Status::failure(ec.value(), strprintf("%s: %s", directory, ec.message()));
-    if (zones.empty()) return Status::failure(ENOENT, strprintf("%s: no zone files", directory));
-
     Str index, data;
     std::map<std::string_view, std::uint64_t> stored;  // contents already in data, by bytes
     for (const auto& [name, bytes] : zones) {
@@ -144,11 +124,41 @@ Status TimeZoneArchive::packDirectory(const char* directory, Str& archive, std::
     return {};
 }
 
-Status TimeZoneArchive::pack(const char* directory, const char* archivePath, std::vector<Str>* rejected) {
-    Str archive;
-    if (Status st = packDirectory(directory, archive, rejected); !st) return st;
-    // Replaced whole: readers see the old archive or the new one, never a mixture.
-    return replaceFileContents(archivePath, archive);
+Status readTimeZoneFile(const char* path, std::uint64_t maxBytes, Str& out) {
+    auto failure = [&](const char* operation) {
+        const int saved = errno;
+        char text[128];
+        return Status::failure(
+            saved, strprintf("%s(%s): %s", operation, path, platform::errorText(saved, text, sizeof text)));
+    };
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return failure("open");
+    struct stat st {};
+    Status status;
+    if (::fstat(fd, &st) != 0) {
+        status = failure("fstat");
+    } else if (!S_ISREG(st.st_mode) || static_cast<std::uint64_t>(st.st_size) > maxBytes) {
+        status = Status::failure(S_ISREG(st.st_mode) ? EFBIG : EINVAL,
+                                 strprintf("%s: not a regular file of at most %llu bytes", path,
+                                           static_cast<unsigned long long>(maxBytes)));
+    } else {
+        out.clear();
+        out.resize(static_cast<size_type>(st.st_size));
+        size_type done = 0;
+        while (status.ok() && done < out.size()) {
+            const ssize_t n = ::read(fd, out.data() + done, static_cast<std::size_t>(out.size() - done));
+            if (n < 0 && errno == EINTR) continue;
+            if (n < 0) {
+                status = failure("read");
+            } else if (n == 0) {
+                status = Status::failure(EIO, strprintf("%s: shorter than its size", path));
+            } else {
+                done += static_cast<size_type>(n);
+            }
+        }
+    }
+    if (::close(fd) != 0 && status.ok()) status = failure("close");
+    return status;
 }
 
 }  // namespace basicutil

@@ -8,7 +8,9 @@
 // big-endian each); then the zone files, each stored once however many names share it.
 #pragma once
 
+#include <map>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "basicutil/text/Status.h"
@@ -24,13 +26,10 @@ class TimeZoneArchive {
     static Status open(const char* path, std::shared_ptr<const TimeZoneArchive>& out);
     static Status fromBytes(Str bytes, std::shared_ptr<const TimeZoneArchive>& out);
 
-    // Every zone file under the directory (followed links included) under its relative name.
-    // Only files that load whole are packed: a file that starts as a zone file ("TZif") but does
-    // not load is left out and, with `rejected`, listed there as "name: reason". A failure when
-    // the directory cannot be walked or holds no zone file (ENOENT).
-    static Status packDirectory(const char* directory, Str& archive, std::vector<Str>* rejected = nullptr);
-    // The same, written to a file (replaced whole: readers see the old archive or the new one).
-    static Status pack(const char* directory, const char* archivePath, std::vector<Str>* rejected = nullptr);
+    // The archive of the given zone files, by name (1 to 255 bytes each); a failure (EFBIG)
+    // when they do not fit in one archive. Files with the same bytes are stored once.
+    // TimeZonePack.h packs a zone directory through it.
+    static Status build(const std::map<std::string, Str>& zones, Str& archive);
 
     // The zone file stored under the name; the view lives as long as the archive.
     [[nodiscard]] bool find(StrSegment name, StrSegment& tzif) const noexcept;

@@ -1,6 +1,4 @@
 // Getting zones: fixed ones, files, the zone directory with its cache, the local zone.
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -11,10 +9,10 @@
 #include <string>
 
 #include "basicutil/platform/Assert.h"
-#include "basicutil/platform/Platform.h"
 #include "basicutil/text/PrintfFormat.h"
 #include "basicutil/time/TimeZone.h"
 #include "basicutil/time/TimeZoneArchive.h"
+#include "basicutil/time/TimeZoneArchive_details.h"
 #include "basicutil/time/TimeZone_details.h"
 
 namespace basicutil {
@@ -22,7 +20,6 @@ namespace basicutil {
 namespace {
 
 // Zone files are a few KiB; anything near this is not one.
-constexpr std::uint64_t kMaxZoneFileBytes = 1 << 20;
 
 TimeZonePtr build(TimeZone::Data&& data) {
     return std::make_shared<const TimeZone>(std::move(data));
@@ -100,43 +97,6 @@ Str withoutPath(StrSegment reason, std::string_view path) {
 }
 
 }  // namespace
-
-Status readTimeZoneFile(const char* path, std::uint64_t maxBytes, Str& out) {
-    auto failure = [&](const char* operation) {
-        const int saved = errno;
-        char text[128];
-        return Status::failure(
-            saved, strprintf("%s(%s): %s", operation, path, platform::errorText(saved, text, sizeof text)));
-    };
-    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return failure("open");
-    struct stat st {};
-    Status status;
-    if (::fstat(fd, &st) != 0) {
-        status = failure("fstat");
-    } else if (!S_ISREG(st.st_mode) || static_cast<std::uint64_t>(st.st_size) > maxBytes) {
-        status = Status::failure(S_ISREG(st.st_mode) ? EFBIG : EINVAL,
-                                 strprintf("%s: not a regular file of at most %llu bytes", path,
-                                           static_cast<unsigned long long>(maxBytes)));
-    } else {
-        out.clear();
-        out.resize(static_cast<size_type>(st.st_size));
-        size_type done = 0;
-        while (status.ok() && done < out.size()) {
-            const ssize_t n = ::read(fd, out.data() + done, static_cast<std::size_t>(out.size() - done));
-            if (n < 0 && errno == EINTR) continue;
-            if (n < 0) {
-                status = failure("read");
-            } else if (n == 0) {
-                status = Status::failure(EIO, strprintf("%s: shorter than its size", path));
-            } else {
-                done += static_cast<size_type>(n);
-            }
-        }
-    }
-    if (::close(fd) != 0 && status.ok()) status = failure("close");
-    return status;
-}
 
 TimeZonePtr TimeZone::utc() {
     static const TimeZonePtr zone = [] {

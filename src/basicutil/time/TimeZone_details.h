@@ -59,10 +59,3 @@ Status parseSerializedTimeZone(StrSegment text, TimeZone::Data& out);
 Status checkTimeZoneData(const TimeZone::Data& data);
 
 }  // namespace basicutil
-
-namespace basicutil {
-
-// The whole file, refused when larger than maxBytes; errors name the path and errno's text.
-Status readTimeZoneFile(const char* path, std::uint64_t maxBytes, Str& out);
-
-}  // namespace basicutil

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "basicutil/time/TimeZoneArchive.h"
+#include "basicutil/time/TimeZonePack.h"
 #include "basicutil/time/TimeZoneStructTm.h"
 #include "basicutil/time/TimeZoneWindows.h"
 #include "support/LogCapture.h"
@@ -306,7 +307,7 @@ TEST(TimeZoneTest, SerializedZonesComeBackIdentical) {
 
 TEST(TimeZoneArchiveTest, PackedZonesLoadLikeTheDirectory) {
     Str archive;
-    Status st = TimeZoneArchive::packDirectory(zonePath("Europe").c_str(), archive);
+    Status st = packTimeZoneDirectory(zonePath("Europe").c_str(), archive);
     ASSERT_TRUE(st) << st.text().c_str();
     std::shared_ptr<const TimeZoneArchive> opened;
     st = TimeZoneArchive::fromBytes(archive, opened);
@@ -318,7 +319,7 @@ TEST(TimeZoneArchiveTest, PackedZonesLoadLikeTheDirectory) {
     EXPECT_FALSE(opened->find("Londo", tzif));
 
     const std::string path = ::testing::TempDir() + "zones.archive";
-    st = TimeZoneArchive::pack(zonePath("Asia").c_str(), path.c_str());
+    st = packTimeZoneArchive(zonePath("Asia").c_str(), path.c_str());
     ASSERT_TRUE(st) << st.text().c_str();
     std::shared_ptr<const TimeZoneArchive> installed;
     ASSERT_TRUE(TimeZoneArchive::open(path.c_str(), installed));
@@ -336,7 +337,7 @@ TEST(TimeZoneArchiveTest, PackedZonesLoadLikeTheDirectory) {
         bad[at] = static_cast<char>(bad[at] ^ 0x01);
         EXPECT_EQ(archiveOf(bad), nullptr) << at;
     }
-    st = TimeZoneArchive::packDirectory("/nonexistent", archive);
+    st = packTimeZoneDirectory("/nonexistent", archive);
     EXPECT_EQ(st.error(), ENOENT) << st.text().c_str();
 }
 
