@@ -39,9 +39,9 @@ class [[nodiscard]] Status {
     // Whether it is success.
     bool ok() const noexcept { return _error == 0; }
     explicit operator bool() const noexcept { return ok(); }  // ok()
-    int error() const noexcept { return _error; }            // 0 on success
-    const Str& text() const noexcept { return _text; }       // empty on success
-    std::size_t offset() const noexcept { return _offset; }  // kNoOffset when none was given
+    int error() const noexcept { return _error; }             // 0 on success
+    const Str& text() const noexcept { return _text; }        // empty on success
+    std::size_t offset() const noexcept { return _offset; }   // kNoOffset when none was given
 
     // Puts "<operation>: " in front of the text of a failure.
     Status& within(StrSegment operation);
