@@ -32,6 +32,8 @@ inline constexpr std::string_view kAssertUnits[] = {
     "basicutil/Str",
     "basicutil/StrVector",
     "basicutil/Status",
+    "basicutil/StaticStrSet",
+    "basicutil/SimpleRandomNumber",
     "basicutil/UnicodeCodepoint",
     "basicutil/PrintfFormat",
     "basicutil/PrintFloatingPoint",

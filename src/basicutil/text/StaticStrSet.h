@@ -1,0 +1,338 @@
+// Sets of strings fixed when they are built, looked up by perfect hashing: one hash, one probe,
+// one comparison, for hits and misses alike; nothing allocated at lookup.
+//
+//   // Members that are constants: built by the compiler, a duplicate is a compile error.
+//   constexpr auto kLevels = makeStaticStrSet<STR_CASE_FOLD>({"DEBUG", "INFO", "WARN", "ERROR"});
+//   std::size_t level = kLevels.find(word);              // the member's index, or npos
+//
+//   // Members known at run time: built once (time linear in the members).
+//   StaticStrSet words;
+//   if (Status st = StaticStrSet::build(list, words); !st) ...   // "duplicate member \"x\""
+//
+//   StaticStrMap<LogLevel> levels = ...;                 // a set with a value for each member
+//
+// How: the members' hashes (StrHash.h, seed 0) go into buckets of about four; each bucket gets the
+// smallest "pilot" that sends all its members to free slots of a table a little larger than the
+// set, largest buckets first (hash and displace). A lookup hashes the key, reads its bucket's
+// pilot, goes to the one slot that pilot names, and compares the hash stored there, then the
+// bytes. Building is linear in the members (buckets sorted by counting; a pilot search takes a
+// few tries on average at this load). Members whose 64-bit hashes are equal (a collision of the
+// hash itself) cannot be told apart by any pilot: the build then hashes with the next seed, and
+// lookups with that seed too.
+//
+// The case-folding sets (STR_CASE_FOLD) compare ASCII letters without case: members and keys are
+// hashed and compared as if A-Z were a-z; other bytes as they are. Their members are at most
+// kMaxFoldedLength bytes (a longer key cannot be one and is not found without hashing).
+//
+// "Not found" is npos, the all-ones value, as everywhere in the library.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "basicutil/text/HashedStr.h"
+#include "basicutil/text/Status.h"
+#include "basicutil/text/StrHash.h"
+
+namespace basicutil {
+
+// How a set compares its members with keys.
+enum StrCase : unsigned char {
+    STR_CASE_EXACT,  // bytes as they are
+    STR_CASE_FOLD,   // ASCII letters without case
+};
+
+namespace static_str_set_details {
+
+inline constexpr std::size_t npos = static_cast<std::size_t>(-1);
+inline constexpr std::uint32_t kEmpty = 0xFFFFFFFFu;
+inline constexpr std::size_t kMaxFoldedLength = 256;
+// A bucket that finds no pilot below this makes the build try the next seed (at load 7/8 and
+// four members a bucket, the search takes a few tries; this is never reached in practice).
+inline constexpr std::uint32_t kMaxPilot = 1u << 20;
+// Seeds tried before the build gives up (each retry is for a hash collision or a pilot search
+// that failed; either at all is rare).
+inline constexpr std::uint64_t kMaxSeeds = 64;
+
+// Table geometry for n members: slots a power of two with room to spare (load at most 7/8),
+// buckets of about four members.
+constexpr std::size_t slotCount(std::size_t n) noexcept {
+    std::size_t m = 1;
+    while (m < n + n / 7 + 1) m *= 2;
+    return m;
+}
+constexpr std::size_t bucketCount(std::size_t n) noexcept {
+    return n / 4 + 1;
+}
+
+constexpr char foldAscii(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+constexpr bool equalFolded(std::string_view a, std::string_view b) noexcept {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        if (foldAscii(a[i]) != foldAscii(b[i])) return false;
+    }
+    return true;
+}
+// The hash of the folded text; a text longer than kMaxFoldedLength has none (false).
+constexpr bool foldedHash(std::string_view text, std::uint64_t seed, std::uint64_t& out) noexcept {
+    if (text.size() > kMaxFoldedLength) return false;
+    char folded[kMaxFoldedLength] = {};
+    for (std::size_t i = 0; i < text.size(); ++i) folded[i] = foldAscii(text[i]);
+    out = strHash(folded, text.size(), seed);
+    return true;
+}
+
+// The bucket of a hash (its high bits scaled to the count), and the slot a pilot sends it to.
+constexpr std::size_t bucketOf(std::uint64_t h, std::size_t buckets) noexcept {
+    return static_cast<std::size_t>(((h >> 32) * buckets) >> 32);  // buckets < 2^32
+}
+constexpr std::size_t slotOf(std::uint64_t h, std::uint32_t pilot, std::size_t slots) noexcept {
+    const std::uint64_t mixed =
+        str_hash_details::fold(h ^ (pilot * 0x9E3779B97F4A7C15ULL), 0xC2B2AE3D27D4EB4FULL);
+    return static_cast<std::size_t>(mixed & (slots - 1));
+}
+
+// What a slot holds: the member's hash and index (kEmpty when free).
+struct Slot {
+    std::uint64_t hash = 0;
+    std::uint32_t member = kEmpty;
+};
+
+// The one build, for the compiler's arrays and for run-time vectors alike. `hashes` receives the
+// members' hashes; `order` and `starts` are scratch of n and buckets + 1 entries. Returns 0, or
+// 1 when two members are the same (`duplicate` names one), 2 when two different members have the
+// same hash under `seed` or a bucket finds no pilot (the caller tries the next seed), 3 when a
+// member is too long to fold (`duplicate` names it).
+constexpr int buildTable(const std::string_view* members, std::size_t n, StrCase mode, std::uint64_t seed,
+                         std::uint64_t* hashes, Slot* slots, std::size_t slotTotal, std::uint32_t* pilots,
+                         std::size_t bucketTotal, std::uint32_t* order, std::uint32_t* starts,
+                         std::size_t& duplicate) {
+    for (std::size_t i = 0; i < n; ++i) {
+        if (mode == STR_CASE_FOLD) {
+            if (!foldedHash(members[i], seed, hashes[i])) {
+                duplicate = i;
+                return 3;  // too long to fold
+            }
+        } else {
+            hashes[i] = strHash(members[i], seed);
+        }
+    }
+    // Buckets by counting: starts[b] is where bucket b's members begin in `order`.
+    for (std::size_t b = 0; b <= bucketTotal; ++b) starts[b] = 0;
+    for (std::size_t i = 0; i < n; ++i) ++starts[bucketOf(hashes[i], bucketTotal) + 1];
+    for (std::size_t b = 0; b < bucketTotal; ++b) starts[b + 1] += starts[b];
+    {
+        // Filled from each bucket's start; `pilots` serves as the cursor until the pilots are set.
+        for (std::size_t b = 0; b < bucketTotal; ++b) pilots[b] = starts[b];
+        for (std::size_t i = 0; i < n; ++i)
+            order[pilots[bucketOf(hashes[i], bucketTotal)]++] = static_cast<std::uint32_t>(i);
+    }
+    // Two members in one bucket with one hash: the same text, or a collision of the hash.
+    for (std::size_t b = 0; b < bucketTotal; ++b) {
+        for (std::uint32_t x = starts[b]; x < starts[b + 1]; ++x) {
+            for (std::uint32_t y = starts[b]; y < x; ++y) {
+                if (hashes[order[x]] != hashes[order[y]]) continue;
+                const bool same = mode == STR_CASE_FOLD ? equalFolded(members[order[x]], members[order[y]])
+                                                        : members[order[x]] == members[order[y]];
+                if (same) {
+                    duplicate = order[x];
+                    return 1;
+                }
+                return 2;
+            }
+        }
+    }
+    for (std::size_t s = 0; s < slotTotal; ++s) slots[s] = Slot{};
+    // Largest buckets first: a bucket of size k at a time, from the largest size down.
+    std::size_t largest = 0;
+    for (std::size_t b = 0; b < bucketTotal; ++b) {
+        if (starts[b + 1] - starts[b] > largest) largest = starts[b + 1] - starts[b];
+    }
+    for (std::size_t b = 0; b < bucketTotal; ++b) pilots[b] = 0;
+    for (std::size_t size = largest; size > 0; --size) {
+        for (std::size_t b = 0; b < bucketTotal; ++b) {
+            if (starts[b + 1] - starts[b] != size) continue;
+            for (std::uint32_t pilot = 0;; ++pilot) {
+                if (pilot == kMaxPilot) return 2;
+                bool fits = true;
+                for (std::uint32_t x = starts[b]; x < starts[b + 1] && fits; ++x) {
+                    const std::size_t s = slotOf(hashes[order[x]], pilot, slotTotal);
+                    if (slots[s].member != kEmpty) fits = false;
+                    for (std::uint32_t y = starts[b]; y < x && fits; ++y) {
+                        if (slotOf(hashes[order[y]], pilot, slotTotal) == s) fits = false;
+                    }
+                }
+                if (!fits) continue;
+                for (std::uint32_t x = starts[b]; x < starts[b + 1]; ++x) {
+                    slots[slotOf(hashes[order[x]], pilot, slotTotal)] = Slot{hashes[order[x]], order[x]};
+                }
+                pilots[b] = pilot;
+                break;
+            }
+        }
+    }
+    return 0;
+}
+
+// A lookup in a built table: the member's index or npos.
+constexpr std::size_t lookup(std::string_view key, std::uint64_t h, const std::string_view* members,
+                             StrCase mode, const Slot* slots, std::size_t slotTotal,
+                             const std::uint32_t* pilots, std::size_t bucketTotal) noexcept {
+    const Slot& slot = slots[slotOf(h, pilots[bucketOf(h, bucketTotal)], slotTotal)];
+    if (slot.hash != h || slot.member == kEmpty) return npos;
+    const std::string_view member = members[slot.member];
+    const bool same = mode == STR_CASE_FOLD ? equalFolded(member, key) : member == key;
+    return same ? slot.member : npos;
+}
+
+// Called where a constant set has two equal members (or one too long to fold): not constexpr, so
+// the build does not compile, and this name is in the error.
+inline void duplicate_member_in_static_str_set() {}
+
+}  // namespace static_str_set_details
+
+// A set whose members are constants, built by the compiler (makeStaticStrSet). Its members must
+// outlive it: string literals do.
+template <std::size_t N, StrCase kMode = STR_CASE_EXACT>
+class FixedStrSet {
+  public:
+    static constexpr std::size_t npos = static_str_set_details::npos;                // not found
+    static constexpr std::size_t kSlots = static_str_set_details::slotCount(N);      // the table
+    static constexpr std::size_t kBuckets = static_str_set_details::bucketCount(N);  // its pilots
+
+    // Builds the set; two equal members do not compile (makeStaticStrSet is the short way).
+    consteval explicit FixedStrSet(const std::array<std::string_view, N>& members) : _members(members) {
+        using namespace static_str_set_details;
+        std::array<std::uint64_t, N> hashes{};
+        std::array<std::uint32_t, N> order{};
+        std::array<std::uint32_t, kBuckets + 1> starts{};
+        for (;; ++_seed) {
+            std::size_t duplicate = 0;
+            const int result =
+                buildTable(_members.data(), N, kMode, _seed, hashes.data(), _slots.data(), kSlots,
+                           _pilots.data(), kBuckets, order.data(), starts.data(), duplicate);
+            if (result == 0) break;
+            if (result != 2 || _seed + 1 == kMaxSeeds) duplicate_member_in_static_str_set();  // or too long
+        }
+    }
+
+    // The member's index (in the order given), or npos.
+    constexpr std::size_t find(std::string_view key) const noexcept {
+        using namespace static_str_set_details;
+        std::uint64_t h = 0;
+        if constexpr (kMode == STR_CASE_FOLD) {
+            if (!foldedHash(key, _seed, h)) return npos;
+        } else {
+            h = strHash(key, _seed);
+        }
+        return lookup(key, h, _members.data(), kMode, _slots.data(), kSlots, _pilots.data(), kBuckets);
+    }
+    // The same with the key's stored hash (exact sets built with seed 0, which is nearly always).
+    constexpr std::size_t find(const HashedStrSegment& key) const noexcept {
+        using namespace static_str_set_details;
+        if (kMode == STR_CASE_FOLD || _seed != 0) return find(key.view());
+        return lookup(key.view(), key.hash(), _members.data(), kMode, _slots.data(), kSlots, _pilots.data(),
+                      kBuckets);
+    }
+    constexpr std::size_t find(const char* key) const noexcept { return find(std::string_view(key)); }
+    constexpr bool contains(std::string_view key) const noexcept { return find(key) != npos; }
+    constexpr std::size_t size() const noexcept { return N; }
+    constexpr std::string_view member(std::size_t i) const noexcept { return _members[i]; }
+
+  private:
+    std::array<std::string_view, N> _members;
+    std::array<static_str_set_details::Slot, kSlots> _slots{};
+    std::array<std::uint32_t, kBuckets + 1> _pilots{};
+    std::uint64_t _seed = 0;
+};
+
+// A constant set: makeStaticStrSet({"a", "b"}) or makeStaticStrSet<STR_CASE_FOLD>({...}).
+template <StrCase kMode = STR_CASE_EXACT, std::size_t N>
+consteval FixedStrSet<N, kMode> makeStaticStrSet(const std::string_view (&members)[N]) {
+    std::array<std::string_view, N> list{};
+    for (std::size_t i = 0; i < N; ++i) list[i] = members[i];
+    return FixedStrSet<N, kMode>(list);
+}
+
+// A set built at run time; it keeps its own copy of the members. It can be moved, not copied.
+class StaticStrSet {
+  public:
+    static constexpr std::size_t npos = static_str_set_details::npos;  // not found
+
+    StaticStrSet() = default;
+    // Builds `out` from the members, in time linear in their number. A failure (EINVAL) names a
+    // member given twice (or, folding case, one longer than kMaxFoldedLength); `out` is then
+    // left as it was.
+    static Status build(const std::vector<std::string_view>& members, StaticStrSet& out,
+                        StrCase mode = STR_CASE_EXACT);
+    static Status build(std::initializer_list<std::string_view> members, StaticStrSet& out,
+                        StrCase mode = STR_CASE_EXACT) {
+        return build(std::vector<std::string_view>(members), out, mode);
+    }
+
+    // The member's index (in the order given), or npos.
+    std::size_t find(std::string_view key) const noexcept;
+    std::size_t find(const HashedStrSegment& key) const noexcept;
+    std::size_t find(const char* key) const noexcept { return find(std::string_view(key)); }
+    bool contains(std::string_view key) const noexcept { return find(key) != npos; }
+    std::size_t size() const noexcept { return _members.size(); }
+    std::string_view member(std::size_t i) const noexcept { return _members[i]; }
+    StrCase mode() const noexcept { return _mode; }
+
+  private:
+    std::unique_ptr<char[]> _text;           // the members' bytes, one after the other
+    std::vector<std::string_view> _members;  // into _text, which moving keeps in place
+    std::vector<static_str_set_details::Slot> _slots;
+    std::vector<std::uint32_t> _pilots;
+    std::uint64_t _seed = 0;
+    StrCase _mode = STR_CASE_EXACT;
+};
+
+// A run-time set with a value for each member: get(key) is the member's value or `missing`.
+template <class V>
+class StaticStrMap {
+  public:
+    static constexpr std::size_t npos = static_str_set_details::npos;  // not found
+
+    // The keys and values in pairs; failures as StaticStrSet::build's.
+    static Status build(const std::vector<std::pair<std::string_view, V>>& entries, StaticStrMap& out,
+                        StrCase mode = STR_CASE_EXACT) {
+        std::vector<std::string_view> keys;
+        std::vector<V> values;
+        keys.reserve(entries.size());
+        values.reserve(entries.size());
+        for (const auto& [key, value] : entries) {
+            keys.push_back(key);
+            values.push_back(value);
+        }
+        StaticStrSet set;
+        if (Status st = StaticStrSet::build(keys, set, mode); !st) return st;
+        out._keys = std::move(set);
+        out._values = std::move(values);
+        return {};
+    }
+
+    // The key's index, or npos; and its value, or `missing`.
+    std::size_t find(std::string_view key) const noexcept { return _keys.find(key); }
+    std::size_t find(const HashedStrSegment& key) const noexcept { return _keys.find(key); }
+    std::size_t find(const char* key) const noexcept { return _keys.find(key); }
+    V get(std::string_view key, V missing) const noexcept {
+        const std::size_t i = _keys.find(key);
+        return i == npos ? missing : _values[i];
+    }
+    const V& valueAt(std::size_t i) const noexcept { return _values[i]; }
+    const StaticStrSet& keys() const noexcept { return _keys; }
+
+  private:
+    StaticStrSet _keys;
+    std::vector<V> _values;
+};
+
+}  // namespace basicutil

@@ -1,0 +1,105 @@
+#include "basicutil/text/StaticStrSet.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace basicutil {
+namespace {
+
+constexpr auto kLevels =
+    makeStaticStrSet({"DEBUG", "INFO", "NOTICE", "WARN", "ERROR", "CRIT", "ALERT", "FATAL", "EMERG"});
+constexpr auto kFolded = makeStaticStrSet<STR_CASE_FOLD>({"Jan", "Feb", "Mar", "Apr", "May", "Jun"});
+
+TEST(StaticStrSetTest, ConstantSetsAreBuiltByTheCompiler) {
+    static_assert(kLevels.find("WARN") == 3);
+    static_assert(kLevels.find("warn") == kLevels.npos);
+    static_assert(kFolded.find("mAY") == 4);
+    static_assert(kFolded.find("Ju") == kFolded.npos);
+    for (std::size_t i = 0; i < kLevels.size(); ++i) {
+        EXPECT_EQ(kLevels.find(kLevels.member(i)), i);
+        EXPECT_EQ(kLevels.find(HashedStrSegment(kLevels.member(i))), i);  // by the stored hash
+    }
+    for (std::string_view miss : {"", "DEBUGX", "INF", "EMERGENCY", "debug"})
+        EXPECT_EQ(kLevels.find(miss), kLevels.npos);
+    EXPECT_EQ(kFolded.find(std::string(300, 'a')), kFolded.npos);  // longer than any member can fold
+}
+
+// Members of every count from 1 to 10,000 (words, numbers, near-duplicates that differ in one
+// byte or in case): each found at its index; keys around them not found.
+TEST(StaticStrSetTest, EveryMemberFoundAndNothingElse) {
+    std::mt19937_64 rng(9);
+    for (std::size_t count : {1u, 2u, 3u, 7u, 9u, 60u, 100u, 257u, 1000u, 2000u, 10000u}) {
+        for (StrCase mode : {STR_CASE_EXACT, STR_CASE_FOLD}) {
+            std::set<std::string> unique;
+            std::vector<std::string> members;
+            while (members.size() < count) {
+                std::string m;
+                switch (rng() % 3) {
+                    case 0:
+                        m = std::to_string(rng() % 100000);
+                        break;
+                    case 1:
+                        m = "key." + std::to_string(members.size());
+                        break;
+                    default:
+                        for (std::size_t n = 1 + rng() % 12; n > 0; --n)
+                            m.push_back(static_cast<char>('a' + rng() % 26));
+                }
+                std::string folded = m;
+                for (char& c : folded) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+                if (unique.insert(folded).second) members.push_back(m);
+            }
+            const std::vector<std::string_view> views(members.begin(), members.end());
+            StaticStrSet set;
+            ASSERT_TRUE(StaticStrSet::build(views, set, mode)) << count;
+            for (std::size_t i = 0; i < count; ++i) {
+                ASSERT_EQ(set.find(members[i]), i) << count << " " << members[i];
+                std::string upper = members[i];
+                for (char& c : upper) c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
+                if (upper != members[i]) {
+                    ASSERT_EQ(set.find(upper) == i, mode == STR_CASE_FOLD) << upper;
+                }
+                std::string changed = members[i];
+                changed.back() = static_cast<char>(changed.back() ^ 0x40);
+                if (unique.count(changed) == 0) {
+                    ASSERT_EQ(set.find(changed), set.npos) << changed;
+                }
+                ASSERT_EQ(set.find(members[i] + "x") == set.npos, unique.count(members[i] + "x") == 0);
+            }
+            ASSERT_EQ(set.find(std::string_view()), set.npos);  // no member is empty
+        }
+    }
+}
+
+TEST(StaticStrSetTest, DuplicatesAndOverlongFoldedMembersAreRefused) {
+    StaticStrSet set;
+    ASSERT_TRUE(StaticStrSet::build({"kept"}, set));
+    Status st = StaticStrSet::build({"a", "b", "a"}, set);
+    EXPECT_EQ(st.error(), EINVAL);
+    EXPECT_EQ(st.text().view(), "duplicate member \"a\"");
+    EXPECT_EQ(set.find("kept"), 0u);  // left as it was
+    st = StaticStrSet::build({"Jan", "JAN"}, set, STR_CASE_FOLD);
+    EXPECT_EQ(st.text().view(), "duplicate member \"JAN\"");
+    EXPECT_TRUE(StaticStrSet::build({"Jan", "JAN"}, set, STR_CASE_EXACT));
+    const std::string longMember(257, 'x');
+    EXPECT_FALSE(StaticStrSet::build({"a", longMember}, set, STR_CASE_FOLD));
+    EXPECT_TRUE(StaticStrSet::build({}, set));
+    EXPECT_EQ(set.find(""), set.npos);
+}
+
+TEST(StaticStrSetTest, MapsGiveEachMembersValue) {
+    StaticStrMap<int> map;
+    ASSERT_TRUE(StaticStrMap<int>::build({{"one", 1}, {"two", 2}, {"three", 3}}, map));
+    EXPECT_EQ(map.get("two", -1), 2);
+    EXPECT_EQ(map.get("four", -1), -1);
+    EXPECT_EQ(map.find(HashedStrSegment("three")), 2u);
+    EXPECT_FALSE(StaticStrMap<int>::build({{"x", 1}, {"x", 2}}, map));
+}
+
+}  // namespace
+}  // namespace basicutil
