@@ -16,6 +16,7 @@
 #include "basicutil/platform/Assert.h"
 #include "basicutil/platform/Platform.h"
 #include "basicutil/text/PrintfFormat.h"
+#include "basicutil/text/SimpleRandomNumber.h"
 
 namespace basicutil {
 
@@ -54,10 +55,17 @@ Status setModifiedTime(const FileDescriptor& fd, const FileInfo& from) {
     return {};
 }
 
-Str temporaryTemplate(StrSegment prefix, StrSegment directory) {
-    Str path = pathJoin(directory.empty() ? StrSegment(temporaryDirectory()) : directory, prefix);
-    path.append("XXXXXX");
-    return path;
+// Attempts at a fresh temporary name before giving up (each collides with probability 2^-60).
+constexpr int kTemporaryNameAttempts = 16;
+
+// "<dir>/<prefix>" and twelve characters of 32 (5 bits each) from the kernel's random bytes.
+Status temporaryName(StrSegment prefix, StrSegment directory, Str& out) {
+    static constexpr char kAlphabet[] = "abcdefghijkmnpqrstuvwxyz23456789";  // no look-alikes
+    std::uint64_t bits = 0;
+    if (Status st = secureRandomBytes(&bits, sizeof bits); !st) return st;
+    out = pathJoin(directory.empty() ? StrSegment(temporaryDirectory()) : directory, prefix);
+    for (int i = 0; i < 12; ++i, bits >>= 5) out.push_back(kAlphabet[bits & 31]);
+    return {};
 }
 
 }  // namespace
@@ -207,19 +215,35 @@ Str temporaryDirectory() {
 }
 
 Status makeTemporaryFile(FileDescriptor& fd, Str& path, StrSegment prefix, StrSegment directory) {
-    Str name = temporaryTemplate(prefix, directory);
-    const int raw = ::mkostemp(name.data(), O_CLOEXEC);
-    if (raw < 0) return Status::fromErrno("mkostemp", name);
-    fd = FileDescriptor(raw, name);
-    path = std::move(name);
-    return {};
+    Status st;
+    for (int attempt = 0; attempt < kTemporaryNameAttempts; ++attempt) {
+        Str name;
+        if (st = temporaryName(prefix, directory, name); !st) return st;
+        FileDescriptor made;
+        st = made.open(name, O_RDWR | O_CREAT | O_EXCL, 0600);
+        if (st.ok()) {
+            fd = std::move(made);
+            path = std::move(name);
+            return {};
+        }
+        if (st.error() != EEXIST) return st;
+    }
+    return st;
 }
 
 Status makeTemporaryDirectory(Str& path, StrSegment prefix, StrSegment directory) {
-    Str name = temporaryTemplate(prefix, directory);
-    if (::mkdtemp(name.data()) == nullptr) return Status::fromErrno("mkdtemp", name);
-    path = std::move(name);
-    return {};
+    Status st;
+    for (int attempt = 0; attempt < kTemporaryNameAttempts; ++attempt) {
+        Str name;
+        if (st = temporaryName(prefix, directory, name); !st) return st;
+        if (::mkdir(name.c_str(), 0700) == 0) {
+            path = std::move(name);
+            return {};
+        }
+        st = Status::fromErrno("mkdir", name);
+        if (st.error() != EEXIST) return st;
+    }
+    return st;
 }
 
 TemporaryDirectory::~TemporaryDirectory() {

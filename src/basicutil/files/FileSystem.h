@@ -66,11 +66,13 @@ Status removeTree(StrSegment path);
 
 // $TMPDIR when it is set to an absolute path, "/tmp" otherwise.
 Str temporaryDirectory();
-// A new file "<dir>/<prefix>XXXXXX" (mode 0600, close-on-exec) in temporaryDirectory(), or in
-// `directory` when one is given.
+// A new file "<dir>/<prefix>XXXXXXXXXXXX" (mode 0600, close-on-exec, created exclusively) in
+// temporaryDirectory(), or in `directory` when one is given. The twelve characters (letters and
+// digits, 60 bits) come from the kernel's random bytes (secureRandomBytes): nobody can guess the
+// name ahead and place a file or a link there.
 Status makeTemporaryFile(FileDescriptor& fd, Str& path, StrSegment prefix = "vestra.",
                          StrSegment directory = "");
-// A new directory "<dir>/<prefix>XXXXXX" (mode 0700).
+// A new directory "<dir>/<prefix>XXXXXXXXXXXX" (mode 0700), named the same way.
 Status makeTemporaryDirectory(Str& path, StrSegment prefix = "vestra.", StrSegment directory = "");
 
 // A temporary directory removed with everything in it when the object goes.
@@ -107,7 +109,7 @@ class TemporaryDirectory {
 // cannot cross file systems); commit syncs it, renames it over the target and syncs the
 // directory, so that the rename itself survives a power cut. Abandoned (destroyed without a
 // commit, or after a failure) the temporary file is removed. A crash can leave one behind, named
-// ".<target name>.XXXXXX".
+// ".<target name>.XXXXXXXXXXXX".
 //
 // The new file takes the old one's permissions, or `mode` when there is no old one. A symbolic
 // link at the target is replaced, not followed.

@@ -14,6 +14,8 @@
 #if defined(__FreeBSD__)
 #include <pthread_np.h>
 #include <sys/param.h>  // MAXCOMLEN
+#else
+#include <sys/random.h>  // getrandom
 #endif
 
 namespace basicutil::platform {
@@ -165,6 +167,25 @@ bool readUtcClock(struct timespec& out) noexcept {
     if (timespec_get(&out, TIME_UTC) == TIME_UTC) return true;
     if (errno == 0) errno = EINVAL;
     return false;
+}
+
+int secureRandomBytes(void* out, std::size_t length) noexcept {
+#if defined(__FreeBSD__)
+    arc4random_buf(out, length);
+    return 0;
+#else
+    auto* p = static_cast<unsigned char*>(out);
+    while (length > 0) {
+        const ssize_t got = ::getrandom(p, length, 0);
+        if (got < 0) {
+            if (errno == EINTR) continue;
+            return errno;
+        }
+        p += got;
+        length -= static_cast<std::size_t>(got);
+    }
+    return 0;
+#endif
 }
 
 }  // namespace basicutil::platform

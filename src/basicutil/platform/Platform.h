@@ -78,6 +78,12 @@ struct timeval readWallClockOrAbort() noexcept;
 // EOPNOTSUPP where it refuses this pair of files: the caller then copies through a buffer.
 [[nodiscard]] long long copyFileRange(int in, int out, std::size_t length) noexcept;
 
+// Fills `length` bytes with cryptographically strong random bytes from the kernel: getrandom(2)
+// on Linux (retried on EINTR and continued after a short read), arc4random_buf(3) on FreeBSD.
+// Returns 0, or an errno value (ENOSYS on a Linux kernel without getrandom); the bytes are then
+// not to be used.
+[[nodiscard]] int secureRandomBytes(void* out, std::size_t length) noexcept;
+
 // Whether the processor runs AVX2 code (x86-64 only; asked once). Vector paths that need more
 // than SSE2, which every x86-64 processor has, are chosen by it at run time.
 bool cpuHasAvx2() noexcept;
