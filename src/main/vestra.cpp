@@ -20,6 +20,7 @@
 #include "basicutil/platform/Assert.h"
 #include "basicutil/platform/Platform.h"
 #include "basicutil/platform/Version.h"
+#include "basicutil/text/StaticStrSet.h"
 #include "basicutil/threads/Thread.h"
 #include "main/vestra_details.h"
 
@@ -142,8 +143,16 @@ int run(int argc, char** argv) {
     addTextCommands(app, context);
     addTimeCommands(app, context);
     addLogCommands(app, context);
-    if (argc >= 2 && argv[1][0] != '-' &&
-        app.get_subcommands([argv](const CLI::App* s) { return s->get_name() == argv[1]; }).empty()) {
+    // The subcommands' names, as a set: a word that is none of them is refused before CLI11
+    // would take it for a positional argument.
+    std::vector<std::string> names;
+    for (const CLI::App* s : app.get_subcommands([](const CLI::App*) { return true; }))
+        names.push_back(s->get_name());
+    basicutil::StaticStrSet subcommands;
+    const basicutil::Status built = basicutil::StaticStrSet::build(
+        std::vector<std::string_view>(names.begin(), names.end()), subcommands);
+    VESTRA_ASSERT(built.ok());  // CLI11 refuses two subcommands of one name
+    if (argc >= 2 && argv[1][0] != '-' && !subcommands.contains(argv[1])) {
         diagnose(std::string("unknown subcommand '") + argv[1] + "' (see: vestra --help)");
         return kUsage;
     }

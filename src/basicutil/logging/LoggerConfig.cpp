@@ -10,6 +10,7 @@
 #include "basicutil/files/File.h"
 #include "basicutil/logging/Logger_details.h"
 #include "basicutil/text/PrintfFormat.h"
+#include "basicutil/text/StaticStrSet.h"
 #include "basicutil/text/StrParse.h"
 
 namespace basicutil {
@@ -154,7 +155,8 @@ namespace {
 constexpr std::string_view kCategoryPrefix = "category.";
 constexpr std::string_view kAppenderPrefix = "appender.";
 
-// What follows "appender.<name>." in a key, and what the key sets.
+// What follows "appender.<name>." in a key, and what the key sets: the set's members are in the
+// enum's order, so a member's index is its key.
 enum class AppenderKey {
     FILE_NAME,
     MAX_FILE_SIZE,
@@ -167,32 +169,13 @@ enum class AppenderKey {
     BUFFERED,
     ESCAPE,
 };
-struct AppenderKeyName {
-    std::string_view name;
-    AppenderKey key;
-};
-constexpr AppenderKeyName kAppenderKeys[] = {
-    {"fileName", AppenderKey::FILE_NAME},
-    {"maxFileSize", AppenderKey::MAX_FILE_SIZE},
-    {"maxBackupIndex", AppenderKey::MAX_BACKUP_INDEX},
-    {"maxMessageSize", AppenderKey::MAX_MESSAGE_SIZE},
-    {"bufferSize", AppenderKey::BUFFER_SIZE},
-    {"layout", AppenderKey::LAYOUT},
-    {"layout.ConversionPattern", AppenderKey::CONVERSION_PATTERN},
-    {"serialization", AppenderKey::SERIALIZATION},
-    {"buffered", AppenderKey::BUFFERED},
-    {"escape", AppenderKey::ESCAPE},
-};
-
-const AppenderKeyName* findAppenderKey(std::string_view name) noexcept {
-    for (const AppenderKeyName& k : kAppenderKeys) {
-        if (k.name == name) return &k;
-    }
-    return nullptr;
-}
+constexpr auto kAppenderKeys =
+    makeStaticStrSet({"fileName", "maxFileSize", "maxBackupIndex", "maxMessageSize", "bufferSize", "layout",
+                      "layout.ConversionPattern", "serialization", "buffered", "escape"});
+static_assert(kAppenderKeys.find("escape") == static_cast<std::size_t>(AppenderKey::ESCAPE));
 
 // The layouts an appender may name.
-constexpr std::string_view kLayouts[] = {"BasicLayout", "SimpleLayout", "PatternLayout"};
+constexpr auto kLayouts = makeStaticStrSet({"BasicLayout", "SimpleLayout", "PatternLayout"});
 
 }  // namespace
 
@@ -233,16 +216,17 @@ void LogConfiguration::setKey(StrSegment key, StrSegment value, const Origin& or
     const auto [found, fresh] = _appenders.try_emplace(name);
     AppenderKeys& keys = found->second;
     if (fresh) keys.origin = origin;
-    const AppenderKeyName* setting = findAppenderKey(k.substr(dot + 1));
-    if (setting == nullptr) {
+    const std::size_t settingIndex = kAppenderKeys.find(k.substr(dot + 1));
+    if (settingIndex == kAppenderKeys.npos) {
         problem(DeferredLogConf::PARSE_ERROR, origin, whole);
         return;
     }
+    const auto setting = static_cast<AppenderKey>(settingIndex);
     LogAppenderSettings& s = keys.settings;
     s.name = name;
     std::uint64_t number = 0;
     bool flag = false;
-    switch (setting->key) {
+    switch (setting) {
         case AppenderKey::FILE_NAME:
             s.hasFileName = !value.empty();
             s.fileName = Str(value);
@@ -255,15 +239,15 @@ void LogConfiguration::setKey(StrSegment key, StrSegment value, const Origin& or
                 problem(DeferredLogConf::PARSE_ERROR, origin, whole);
                 return;
             }
-            if (setting->key == AppenderKey::MAX_FILE_SIZE) s.maxFileSize = number;
-            if (setting->key == AppenderKey::MAX_BACKUP_INDEX) s.maxBackupIndex = number;
-            if (setting->key == AppenderKey::MAX_MESSAGE_SIZE) s.maxMessageSize = number;
+            if (setting == AppenderKey::MAX_FILE_SIZE) s.maxFileSize = number;
+            if (setting == AppenderKey::MAX_BACKUP_INDEX) s.maxBackupIndex = number;
+            if (setting == AppenderKey::MAX_MESSAGE_SIZE) s.maxMessageSize = number;
             // 0 leaves the buffer size at its default.
-            if (setting->key == AppenderKey::BUFFER_SIZE)
+            if (setting == AppenderKey::BUFFER_SIZE)
                 s.bufferSize = number != 0 ? number : LogAppenderSettings{}.bufferSize;
             break;
         case AppenderKey::LAYOUT:
-            if (std::find(std::begin(kLayouts), std::end(kLayouts), value.view()) == std::end(kLayouts)) {
+            if (!kLayouts.contains(value.view())) {
                 problem(DeferredLogConf::PARSE_ERROR, origin, whole);
                 return;
             }

@@ -10,6 +10,7 @@
 #include "basicutil/platform/Assert.h"
 #include "basicutil/platform/Platform.h"
 #include "basicutil/text/DecimalText.h"
+#include "basicutil/text/StaticStrSet.h"
 #include "basicutil/text/StrEscape.h"
 #include "basicutil/threads/Thread.h"
 
@@ -17,8 +18,10 @@ namespace basicutil {
 
 namespace {
 
-constexpr const char* kLevelNames[] = {"DEBUG", "INFO",  "NOTICE", "WARN", "ERROR",
-                                       "CRIT",  "ALERT", "FATAL",  "EMERG"};
+// The level names in level order; parsed in any case ("warn", "Warn"). The members are literals,
+// so each one's data() is NUL-terminated.
+constexpr auto kLevelNames = makeStaticStrSet<STR_CASE_FOLD>(
+    {"DEBUG", "INFO", "NOTICE", "WARN", "ERROR", "CRIT", "ALERT", "FATAL", "EMERG"});
 constexpr const char* kDefaultDateFormat = "%Y-%m-%d %H:%M:%S,%l";
 constexpr std::uint64_t kThreadNameLimit = 100;
 constexpr std::uint32_t kMaxMinWidth = 65535;
@@ -108,21 +111,16 @@ void appendField(Str& out, StrSegment text, const LogFormat::Atom& atom) {
 }  // namespace
 
 const char* logLevelName(int level) noexcept {
-    return level >= 0 && level < static_cast<int>(std::size(kLevelNames)) ? kLevelNames[level] : "???";
+    return level >= 0 && level < static_cast<int>(kLevelNames.size())
+               ? kLevelNames.member(static_cast<std::size_t>(level)).data()
+               : "???";
 }
 
 bool parseLogLevel(StrSegment name, LogLevel& level) noexcept {
-    for (std::size_t i = 0; i < std::size(kLevelNames); ++i) {
-        const std::string_view candidate = kLevelNames[i];
-        if (candidate.size() != name.size()) continue;
-        std::size_t k = 0;
-        while (k < candidate.size() && (name[k] == candidate[k] || name[k] == candidate[k] + 32)) ++k;
-        if (k == candidate.size()) {
-            level = static_cast<LogLevel>(i);
-            return true;
-        }
-    }
-    return false;
+    const std::size_t i = kLevelNames.find(name.view());
+    if (i == kLevelNames.npos) return false;
+    level = static_cast<LogLevel>(i);
+    return true;
 }
 
 LogFormatCallback::~LogFormatCallback() = default;
@@ -358,7 +356,10 @@ struct LineRenderer {
                 appendField(out, event.component, atom);
                 return;
             case LogFormat::KIND_LEVEL:
-                appendField(out, event.level >= 0 && event.level <= 8 ? kLevelNames[event.level] : "???",
+                appendField(out,
+                            event.level >= 0 && event.level <= 8
+                                ? kLevelNames.member(static_cast<std::size_t>(event.level)).data()
+                                : "???",
                             atom);
                 return;
             case LogFormat::KIND_THREAD_NAME: {

@@ -258,21 +258,23 @@ class TimeFormatParser {
     }
 
     // One of the names, full or its first three letters, ignoring case.
-    bool name(const std::string_view* names, std::size_t count, unsigned& index) noexcept {
-        for (int abbreviated = 0; abbreviated < 2; ++abbreviated) {
-            for (std::size_t i = 0; i < count; ++i) {
-                const std::size_t length = abbreviated != 0 ? 3 : names[i].size();
-                if (static_cast<std::size_t>(_end - _p) < length) continue;
-                std::size_t k = 0;
-                while (k < length && lowered(_p[k]) == lowered(names[i][k])) ++k;
-                if (k == length) {
-                    _p += length;
-                    index = static_cast<unsigned>(i);
-                    return true;
-                }
-            }
+    // A day or month name, whole or its three letters, in any case. The three letters find the
+    // name (no two names share them); the whole name is taken when it follows.
+    template <class Abbreviations>
+    bool name(const std::string_view* names, const Abbreviations& abbreviations, unsigned& index) noexcept {
+        if (_end - _p < 3) return false;
+        const std::size_t i = abbreviations.find(std::string_view(_p, 3));
+        if (i == abbreviations.npos) return false;
+        const std::string_view whole = names[i];
+        std::size_t length = 3;
+        if (static_cast<std::size_t>(_end - _p) >= whole.size()) {
+            std::size_t k = 3;
+            while (k < whole.size() && lowered(_p[k]) == lowered(whole[k])) ++k;
+            if (k == whole.size()) length = whole.size();
         }
-        return false;
+        _p += length;
+        index = static_cast<unsigned>(i);
+        return true;
     }
 
     // "Z", or a sign, two digits of hours, and optionally two of minutes with or without ":".
@@ -371,12 +373,12 @@ class TimeFormatParser {
                 skipSpace();
                 return true;
             case TF::WEEKDAY_NAME:
-                if (!name(kWeekdayNames, 7, _pr.weekday)) return false;
+                if (!name(kWeekdayNames, kWeekdayAbbreviations, _pr.weekday)) return false;
                 _pr.have |= R::HAVE_WEEKDAY;
                 return true;
             case TF::MONTH_NAME: {
                 unsigned month = 0;
-                if (!name(kMonthNames, 12, month)) return false;
+                if (!name(kMonthNames, kMonthAbbreviations, month)) return false;
                 _pr.month = month + 1;
                 _pr.have |= R::HAVE_MONTH;
                 return true;

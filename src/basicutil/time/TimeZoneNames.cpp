@@ -1,7 +1,10 @@
 // Abbreviations read back from text: what offsets a name such as "CST" may stand for.
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <iterator>
 
+#include "basicutil/text/StaticStrSet.h"
 #include "basicutil/text/UnicodeCodepoint.h"
 #include "basicutil/time/TimeZone.h"
 #include "basicutil/time/TimeZone_details.h"
@@ -11,14 +14,14 @@ namespace basicutil {
 namespace {
 
 struct KnownAbbreviation {
-    const char* abbreviation;
+    std::string_view abbreviation;
     std::int32_t utcOffset;
     bool isDst;
 };
 
 constexpr std::int32_t H = 3600, M = 60;
 
-// In order of preference where one abbreviation has several meanings.
+// Each abbreviation's meanings together, in order of preference where it has several.
 constexpr KnownAbbreviation kKnownAbbreviations[] = {
     {"UTC", 0, false},
     {"GMT", 0, false},
@@ -27,6 +30,8 @@ constexpr KnownAbbreviation kKnownAbbreviations[] = {
     {"EST", -5 * H, false},
     {"EDT", -4 * H, true},
     {"CST", -6 * H, false},
+    {"CST", 8 * H, false},
+    {"CST", -5 * H, true},
     {"CDT", -5 * H, true},
     {"MST", -7 * H, false},
     {"MDT", -6 * H, true},
@@ -43,7 +48,10 @@ constexpr KnownAbbreviation kKnownAbbreviations[] = {
     {"WET", 0, false},
     {"WEST", 1 * H, true},
     {"BST", 1 * H, true},
+    {"BST", 6 * H, false},
     {"IST", 5 * H + 30 * M, false},
+    {"IST", 1 * H, true},
+    {"IST", 2 * H, false},
     {"CET", 1 * H, false},
     {"CEST", 2 * H, true},
     {"MET", 1 * H, false},
@@ -51,12 +59,7 @@ constexpr KnownAbbreviation kKnownAbbreviations[] = {
     {"EET", 2 * H, false},
     {"EEST", 3 * H, true},
     {"MSK", 3 * H, false},
-    {"IST", 1 * H, true},
-    {"IST", 2 * H, false},
     {"IDT", 3 * H, true},
-    {"CST", 8 * H, false},
-    {"CST", -5 * H, true},
-    {"BST", 6 * H, false},
     {"WAT", 1 * H, false},
     {"CAT", 2 * H, false},
     {"SAST", 2 * H, false},
@@ -78,6 +81,38 @@ constexpr KnownAbbreviation kKnownAbbreviations[] = {
     {"NZDT", 13 * H, true},
     {"SST", -11 * H, false},
 };
+constexpr std::size_t kKnownCount = std::size(kKnownAbbreviations);
+
+// How many different abbreviations the table has.
+consteval std::size_t distinctAbbreviations() {
+    std::size_t n = 0;
+    for (std::size_t i = 0; i < kKnownCount; ++i) {
+        if (i == 0 || kKnownAbbreviations[i].abbreviation != kKnownAbbreviations[i - 1].abbreviation) ++n;
+    }
+    return n;
+}
+constexpr std::size_t kDistinct = distinctAbbreviations();
+
+// The different abbreviations, found in any case, and where each one's meanings start (the
+// last entry is the table's end).
+struct AbbreviationIndex {
+    FixedStrSet<kDistinct, STR_CASE_FOLD> names;
+    std::array<std::uint8_t, kDistinct + 1> first;
+};
+consteval AbbreviationIndex indexAbbreviations() {
+    std::array<std::string_view, kDistinct> names{};
+    std::array<std::uint8_t, kDistinct + 1> first{};
+    std::size_t n = 0;
+    for (std::size_t i = 0; i < kKnownCount; ++i) {
+        if (i == 0 || kKnownAbbreviations[i].abbreviation != kKnownAbbreviations[i - 1].abbreviation) {
+            names[n] = kKnownAbbreviations[i].abbreviation;
+            first[n++] = static_cast<std::uint8_t>(i);
+        }
+    }
+    first[n] = static_cast<std::uint8_t>(kKnownCount);
+    return {FixedStrSet<kDistinct, STR_CASE_FOLD>(names), first};
+}
+constexpr AbbreviationIndex kAbbreviationIndex = indexAbbreviations();
 
 bool sameIgnoringCase(std::string_view a, std::string_view b) noexcept {
     return mem_compare_caseless(a.data(), a.data() + a.size(), b.data(), b.data() + b.size()) == 0;
@@ -115,8 +150,10 @@ std::vector<AbbreviationOffset> TimeZone::offsetsForAbbreviation(StrSegment abbr
                      [](const Near& a, const Near& b) { return a.distance < b.distance; });
     std::vector<AbbreviationOffset> out;
     for (const Near& n : near) addOnce(out, n.offset);
-    for (const KnownAbbreviation& k : kKnownAbbreviations) {
-        if (sameIgnoringCase(k.abbreviation, abbreviation.view())) addOnce(out, {k.utcOffset, k.isDst});
+    const std::size_t known = kAbbreviationIndex.names.find(abbreviation.view());
+    if (known != kAbbreviationIndex.names.npos) {
+        for (std::size_t i = kAbbreviationIndex.first[known]; i < kAbbreviationIndex.first[known + 1]; ++i)
+            addOnce(out, {kKnownAbbreviations[i].utcOffset, kKnownAbbreviations[i].isDst});
     }
     return out;
 }

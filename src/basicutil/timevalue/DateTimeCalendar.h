@@ -6,8 +6,11 @@
 // inside the ranges named, which every 64-bit time in seconds satisfies.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string_view>
+
+#include "basicutil/text/StaticStrSet.h"
 
 namespace basicutil {
 
@@ -18,6 +21,16 @@ inline constexpr std::string_view kWeekdayNames[7] = {"Sunday",   "Monday", "Tue
 inline constexpr std::string_view kMonthNames[12] = {"January",   "February", "March",    "April",
                                                      "May",       "June",     "July",     "August",
                                                      "September", "October",  "November", "December"};
+
+// The abbreviations, found in any case: kMonthAbbreviations.find("jan") is 0.
+template <std::size_t N>
+consteval FixedStrSet<N, STR_CASE_FOLD> abbreviationsOf(const std::string_view (&names)[N]) {
+    std::array<std::string_view, N> three{};
+    for (std::size_t i = 0; i < N; ++i) three[i] = names[i].substr(0, 3);
+    return FixedStrSet<N, STR_CASE_FOLD>(three);
+}
+inline constexpr auto kWeekdayAbbreviations = abbreviationsOf(kWeekdayNames);  // "Sun" .. "Sat"
+inline constexpr auto kMonthAbbreviations = abbreviationsOf(kMonthNames);      // "Jan" .. "Dec"
 
 // Every day has 86400 seconds here; leap seconds are the zones' business.
 inline constexpr std::int64_t kSecondsPerDay = 86400;
