@@ -27,6 +27,8 @@ Status StaticStrSet::build(const std::vector<std::string_view>& members, StaticS
     const std::size_t slotTotal = slotCount(n), bucketTotal = bucketCount(n);
     set._slots.resize(slotTotal);
     set._pilots.resize(bucketTotal + 1);
+    set._slotTotal = slotTotal;
+    set._bucketTotal = bucketTotal;
     std::vector<std::uint64_t> hashes(n);
     std::vector<std::uint32_t> order(n), starts(bucketTotal + 1);
     for (;; ++set._seed) {
@@ -47,24 +49,6 @@ Status StaticStrSet::build(const std::vector<std::string_view>& members, StaticS
     }
     out = std::move(set);
     return {};
-}
-
-std::size_t StaticStrSet::find(std::string_view key) const noexcept {
-    if (_members.empty()) return npos;
-    std::uint64_t h = 0;
-    if (_mode == STR_CASE_FOLD) {
-        if (!foldedHash(key, _seed, h)) return npos;
-    } else {
-        h = strHash(key, _seed);
-    }
-    return lookup(key, h, _members.data(), _mode, _slots.data(), _slots.size(), _pilots.data(),
-                  _pilots.size() - 1);
-}
-
-std::size_t StaticStrSet::find(const HashedStrSegment& key) const noexcept {
-    if (_mode == STR_CASE_FOLD || _seed != 0 || _members.empty()) return find(key.view());
-    return lookup(key.view(), key.hash(), _members.data(), _mode, _slots.data(), _slots.size(),
-                  _pilots.data(), _pilots.size() - 1);
 }
 
 }  // namespace basicutil

@@ -30,6 +30,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <memory>
 #include <string_view>
@@ -89,6 +90,23 @@ constexpr bool foldedHash(std::string_view text, std::uint64_t seed, std::uint64
     return true;
 }
 
+// Whether n bytes at a and b are equal: up to 16 bytes in two overlapping word compares (most
+// keys), no call.
+constexpr bool sameBytes(const char* a, const char* b, std::size_t n) noexcept {
+    using str_hash_details::read32;
+    using str_hash_details::read64;
+    if (std::is_constant_evaluated()) return std::string_view(a, n) == std::string_view(b, n);
+    if (n >= 8) {
+        if (n > 16) return std::memcmp(a, b, n) == 0;
+        return ((read64(a) ^ read64(b)) | (read64(a + n - 8) ^ read64(b + n - 8))) == 0;
+    }
+    if (n >= 4) return ((read32(a) ^ read32(b)) | (read32(a + n - 4) ^ read32(b + n - 4))) == 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        if (a[i] != b[i]) return false;
+    }
+    return true;
+}
+
 // The bucket of a hash (its high bits scaled to the count), and the slot a pilot sends it to.
 constexpr std::size_t bucketOf(std::uint64_t h, std::size_t buckets) noexcept {
     return static_cast<std::size_t>(((h >> 32) * buckets) >> 32);  // buckets < 2^32
@@ -100,8 +118,12 @@ constexpr std::size_t slotOf(std::uint64_t h, std::uint32_t pilot, std::size_t s
 }
 
 // What a slot holds: the member's hash and index (kEmpty when free).
+// What a slot holds: the member's hash, bytes and index (kEmpty when free), so that a lookup
+// reads one slot and the bytes it compares.
 struct Slot {
     std::uint64_t hash = 0;
+    const char* data = nullptr;
+    std::uint32_t length = 0;
     std::uint32_t member = kEmpty;
 };
 
@@ -171,7 +193,9 @@ constexpr int buildTable(const std::string_view* members, std::size_t n, StrCase
                 }
                 if (!fits) continue;
                 for (std::uint32_t x = starts[b]; x < starts[b + 1]; ++x) {
-                    slots[slotOf(hashes[order[x]], pilot, slotTotal)] = Slot{hashes[order[x]], order[x]};
+                    const std::string_view m = members[order[x]];
+                    slots[slotOf(hashes[order[x]], pilot, slotTotal)] =
+                        Slot{hashes[order[x]], m.data(), static_cast<std::uint32_t>(m.size()), order[x]};
                 }
                 pilots[b] = pilot;
                 break;
@@ -182,13 +206,13 @@ constexpr int buildTable(const std::string_view* members, std::size_t n, StrCase
 }
 
 // A lookup in a built table: the member's index or npos.
-constexpr std::size_t lookup(std::string_view key, std::uint64_t h, const std::string_view* members,
-                             StrCase mode, const Slot* slots, std::size_t slotTotal,
-                             const std::uint32_t* pilots, std::size_t bucketTotal) noexcept {
+constexpr std::size_t lookup(std::string_view key, std::uint64_t h, StrCase mode, const Slot* slots,
+                             std::size_t slotTotal, const std::uint32_t* pilots,
+                             std::size_t bucketTotal) noexcept {
     const Slot& slot = slots[slotOf(h, pilots[bucketOf(h, bucketTotal)], slotTotal)];
-    if (slot.hash != h || slot.member == kEmpty) return npos;
-    const std::string_view member = members[slot.member];
-    const bool same = mode == STR_CASE_FOLD ? equalFolded(member, key) : member == key;
+    if (slot.hash != h || slot.length != key.size() || slot.member == kEmpty) return npos;
+    const bool same = mode == STR_CASE_FOLD ? equalFolded(std::string_view(slot.data, slot.length), key)
+                                            : sameBytes(slot.data, key.data(), key.size());
     return same ? slot.member : npos;
 }
 
@@ -232,14 +256,13 @@ class FixedStrSet {
         } else {
             h = strHash(key, _seed);
         }
-        return lookup(key, h, _members.data(), kMode, _slots.data(), kSlots, _pilots.data(), kBuckets);
+        return lookup(key, h, kMode, _slots.data(), kSlots, _pilots.data(), kBuckets);
     }
     // The same with the key's stored hash (exact sets built with seed 0, which is nearly always).
     constexpr std::size_t find(const HashedStrSegment& key) const noexcept {
         using namespace static_str_set_details;
         if (kMode == STR_CASE_FOLD || _seed != 0) return find(key.view());
-        return lookup(key.view(), key.hash(), _members.data(), kMode, _slots.data(), kSlots, _pilots.data(),
-                      kBuckets);
+        return lookup(key.view(), key.hash(), kMode, _slots.data(), kSlots, _pilots.data(), kBuckets);
     }
     constexpr std::size_t find(const char* key) const noexcept { return find(std::string_view(key)); }
     constexpr bool contains(std::string_view key) const noexcept { return find(key) != npos; }
@@ -278,8 +301,22 @@ class StaticStrSet {
     }
 
     // The member's index (in the order given), or npos.
-    std::size_t find(std::string_view key) const noexcept;
-    std::size_t find(const HashedStrSegment& key) const noexcept;
+    std::size_t find(std::string_view key) const noexcept {
+        using namespace static_str_set_details;
+        std::uint64_t h = 0;
+        if (_mode == STR_CASE_FOLD) {
+            if (!foldedHash(key, _seed, h)) return npos;
+        } else {
+            h = strHash(key, _seed);
+        }
+        return lookup(key, h, _mode, _slots.data(), _slotTotal, _pilots.data(), _bucketTotal);
+    }
+    // The same with the key's stored hash, when the set hashes as it was hashed (exact, seed 0).
+    std::size_t find(const HashedStrSegment& key) const noexcept {
+        using namespace static_str_set_details;
+        if (_mode == STR_CASE_FOLD || _seed != 0) return find(key.view());
+        return lookup(key.view(), key.hash(), _mode, _slots.data(), _slotTotal, _pilots.data(), _bucketTotal);
+    }
     std::size_t find(const char* key) const noexcept { return find(std::string_view(key)); }
     bool contains(std::string_view key) const noexcept { return find(key) != npos; }
     std::size_t size() const noexcept { return _members.size(); }
@@ -289,8 +326,10 @@ class StaticStrSet {
   private:
     std::unique_ptr<char[]> _text;           // the members' bytes, one after the other
     std::vector<std::string_view> _members;  // into _text, which moving keeps in place
-    std::vector<static_str_set_details::Slot> _slots;
-    std::vector<std::uint32_t> _pilots;
+    // An empty set has one free slot and one bucket, so that lookups need no test for it.
+    std::vector<static_str_set_details::Slot> _slots = std::vector<static_str_set_details::Slot>(1);
+    std::vector<std::uint32_t> _pilots = std::vector<std::uint32_t>(2);
+    std::size_t _slotTotal = 1, _bucketTotal = 1;  // their sizes (the pilots' has one more)
     std::uint64_t _seed = 0;
     StrCase _mode = STR_CASE_EXACT;
 };
