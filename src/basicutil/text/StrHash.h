@@ -122,15 +122,32 @@ constexpr std::uint64_t laneStep(std::uint64_t lane, const char* s, std::uint64_
     return fold(read64(s) ^ key ^ lane, read64(s + 8) ^ secret);
 }
 
-// More than 256 bytes: eight lanes of 16 bytes over 128-byte stripes.
-constexpr std::uint64_t hashLong(const char* p, std::size_t n, const Keys& k) noexcept {
-    const std::uint64_t k0 = kSecret[0] ^ k.b, k1 = kSecret[1] ^ k.a, k2 = kSecret[2] ^ k.b,
-                        k3 = kSecret[3] ^ k.a, k4 = kSecret[4] ^ k.b, k5 = kSecret[5] ^ k.a,
-                        k6 = kSecret[6] ^ k.b, k7 = kSecret[7] ^ k.a;
-    std::uint64_t l0 = kSecret[4] ^ k.a, l1 = kSecret[5] ^ k.b, l2 = kSecret[6] ^ k.a, l3 = kSecret[7] ^ k.b,
-                  l4 = kSecret[8] ^ k.a, l5 = kSecret[9] ^ k.b, l6 = kSecret[10] ^ k.a,
-                  l7 = kSecret[11] ^ k.b;
-    const auto stripe = [&](const char* s) {
+// More than 256 bytes: eight lanes of 16 bytes over 128-byte stripes. The one-shot hash and the
+// streaming StrHasher both run it.
+struct Lanes {
+    std::uint64_t k0, k1, k2, k3, k4, k5, k6, k7;  // the seeded keys, one a lane
+    std::uint64_t l0, l1, l2, l3, l4, l5, l6, l7;  // the lanes
+
+    constexpr explicit Lanes(const Keys& k) noexcept
+        : k0(kSecret[0] ^ k.b),
+          k1(kSecret[1] ^ k.a),
+          k2(kSecret[2] ^ k.b),
+          k3(kSecret[3] ^ k.a),
+          k4(kSecret[4] ^ k.b),
+          k5(kSecret[5] ^ k.a),
+          k6(kSecret[6] ^ k.b),
+          k7(kSecret[7] ^ k.a),
+          l0(kSecret[4] ^ k.a),
+          l1(kSecret[5] ^ k.b),
+          l2(kSecret[6] ^ k.a),
+          l3(kSecret[7] ^ k.b),
+          l4(kSecret[8] ^ k.a),
+          l5(kSecret[9] ^ k.b),
+          l6(kSecret[10] ^ k.a),
+          l7(kSecret[11] ^ k.b) {}
+
+    // One 128-byte stripe.
+    constexpr void stripe(const char* s) noexcept {
         l0 = laneStep(l0, s, k0, kSecret[2]);
         l1 = laneStep(l1, s + 16, k1, kSecret[3]);
         l2 = laneStep(l2, s + 32, k2, kSecret[4]);
@@ -139,13 +156,22 @@ constexpr std::uint64_t hashLong(const char* p, std::size_t n, const Keys& k) no
         l5 = laneStep(l5, s + 80, k5, kSecret[7]);
         l6 = laneStep(l6, s + 96, k6, kSecret[8]);
         l7 = laneStep(l7, s + 112, k7, kSecret[9]);
-    };
+    }
+    // The hash of n bytes once every stripe is in, the last 128 bytes included.
+    constexpr std::uint64_t result(std::size_t n, const Keys& k) const noexcept {
+        const std::uint64_t h =
+            fold(l0 ^ kSecret[0], l1 ^ kSecret[1]) + fold(l2 ^ kSecret[2], l3 ^ kSecret[3]) +
+            fold(l4 ^ kSecret[4], l5 ^ kSecret[5]) + fold(l6 ^ kSecret[6], l7 ^ kSecret[7]);
+        return finish(h, n, k);
+    }
+};
+
+constexpr std::uint64_t hashLong(const char* p, std::size_t n, const Keys& k) noexcept {
+    Lanes lanes(k);
     const char* const last = p + n - 128;
-    for (; p < last; p += 128) stripe(p);
-    stripe(last);  // the end, overlapping what came before
-    const std::uint64_t h = fold(l0 ^ kSecret[0], l1 ^ kSecret[1]) + fold(l2 ^ kSecret[2], l3 ^ kSecret[3]) +
-                            fold(l4 ^ kSecret[4], l5 ^ kSecret[5]) + fold(l6 ^ kSecret[6], l7 ^ kSecret[7]);
-    return finish(h, n, k);
+    for (; p < last; p += 128) lanes.stripe(p);
+    lanes.stripe(last);  // the end, overlapping what came before
+    return lanes.result(n, k);
 }
 
 }  // namespace str_hash_details
@@ -177,5 +203,31 @@ constexpr std::uint64_t strHash(const char* p, std::size_t n, std::uint64_t seed
 constexpr std::uint64_t strHash(std::string_view text, std::uint64_t seed = 0) noexcept {
     return strHash(text.data(), text.size(), seed);
 }
+
+// The same hash of bytes given in pieces (a file read in blocks): finish() is strHash of all the
+// bytes update() was given, with the same seed. Memory stays 512 bytes whatever the length.
+class StrHasher {
+  public:
+    // Nothing given yet, hashing under `seed`.
+    explicit StrHasher(std::uint64_t seed = 0) noexcept
+        : _seed(seed), _keys(str_hash_details::keysOf(seed)), _lanes(_keys) {}
+    // The next n bytes.
+    void update(const void* data, std::size_t n) noexcept;
+    // The hash of everything given so far (more may follow).
+    std::uint64_t finish() const noexcept;
+    // Bytes given so far.
+    std::uint64_t size() const noexcept { return _total; }
+
+  private:
+    static constexpr std::size_t kBuffer = 512;
+    std::uint64_t _seed;
+    str_hash_details::Keys _keys;
+    str_hash_details::Lanes _lanes;
+    std::uint64_t _total = 0;      // bytes given
+    std::uint64_t _processed = 0;  // bytes in the stripes folded so far
+    std::uint64_t _start = 0;      // the offset of _buffer[0] in the bytes given
+    std::size_t _used = 0;         // bytes in _buffer
+    char _buffer[kBuffer];
+};
 
 }  // namespace basicutil

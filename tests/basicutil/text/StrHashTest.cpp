@@ -122,6 +122,27 @@ TEST(StrHashTest, NoCollisionAmongTenMillionStructuredKeys) {
     EXPECT_EQ(std::adjacent_find(hashes.begin(), hashes.end()), hashes.end());
 }
 
+// In pieces of every size, the streaming hasher gives the one-shot hash at every length,
+// across the 16-, 256-byte and stripe boundaries.
+TEST(StrHashTest, StreamingGivesTheOneShotHash) {
+    std::mt19937_64 rng(17);
+    std::string text(1500, '\0');
+    for (char& c : text) c = static_cast<char>(rng());
+    for (std::size_t length = 0; length <= text.size(); length += length < 300 ? 1 : 37) {
+        for (std::uint64_t seed : {std::uint64_t{0}, std::uint64_t{99}}) {
+            StrHasher hasher(seed);
+            for (std::size_t at = 0; at < length;) {
+                const std::size_t piece = std::min<std::size_t>(length - at, 1 + rng() % 700);
+                hasher.update(text.data() + at, piece);
+                at += piece;
+            }
+            ASSERT_EQ(hasher.finish(), strHash(text.data(), length, seed))
+                << length << " bytes, seed " << seed;
+            ASSERT_EQ(hasher.size(), length);
+        }
+    }
+}
+
 TEST(StrHashTest, SeedsGiveUnrelatedValues) {
     std::unordered_set<std::uint64_t> seen;
     for (std::uint64_t seed = 0; seed < 1000; ++seed) seen.insert(strHash("same key", seed));
