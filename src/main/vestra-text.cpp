@@ -740,7 +740,7 @@ class Utf8Command final : public Command {
                 diagnose("utf8 truncate needs a character count N (see: vestra utf8 --help)");
                 return kUsage;
             }
-            if (!characterCount(rest[0], n)) {
+            if (!decimalCount(rest[0], n)) {
                 diagnose("utf8 truncate: '" + rest[0] +
                          "' is not a count of characters from 0 to 18446744073709551615 (see: "
                          "vestra utf8 --help)");
@@ -756,13 +756,6 @@ class Utf8Command final : public Command {
     }
 
   private:
-    // Decimal digits only (the field parser's blanks are not taken), within 64 bits.
-    static bool characterCount(const std::string& text, std::uint64_t& n) {
-        const bool digits = !text.empty() && std::all_of(text.begin(), text.end(),
-                                                         [](char c) { return c >= '0' && c <= '9'; });
-        return digits && parse_unsigned_val(text.data(), text.data() + text.size(), n, UINT64_MAX);
-    }
-
     std::string _action;
     std::vector<std::string> _arguments;
 };

@@ -20,6 +20,7 @@
 #include "basicutil/platform/Assert.h"
 #include "basicutil/platform/Platform.h"
 #include "basicutil/platform/Version.h"
+#include "basicutil/text/BasicConversions.h"
 #include "basicutil/text/StaticStrSet.h"
 #include "basicutil/threads/Thread.h"
 #include "main/vestra_details.h"
@@ -85,6 +86,11 @@ void diagnose(std::string_view text) {
     static_cast<void>(standardError.release());
 }
 
+bool decimalCount(const std::string& text, std::uint64_t& n) {
+    const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+    return digits && basicutil::parse_unsigned_val(text.data(), text.data() + text.size(), n, UINT64_MAX);
+}
+
 int finish(int status) {
     return out().flush() ? status : (status == kOk ? kNegative : status);
 }
@@ -143,6 +149,7 @@ int run(int argc, char** argv) {
     addTextCommands(app, context);
     addTimeCommands(app, context);
     addLogCommands(app, context);
+    addRandomCommands(app, context);
     // The subcommands' names, as a set: a word that is none of them is refused before CLI11
     // would take it for a positional argument.
     std::vector<std::string> names;

@@ -232,13 +232,37 @@ status "an unknown action" 2 "^vestra: " -- hex reverse
 status "truncate without N" 2 "^vestra: utf8 truncate needs" -- utf8 truncate
 status "--help" 0 "" -- --help
 grep -q "Example:" "$out/ours" || fail "--help shows an example"
-for sub in printf date strptime tz hexdump hex utf8 url csv log regex elapsed sortable "log check" "log render"; do
+for sub in printf date strptime tz hexdump hex utf8 url csv log regex elapsed sortable hash random "log check" "log render"; do
     # shellcheck disable=SC2086
     status "$sub --help" 0 "" -- $sub --help
     grep -q "Example:" "$out/ours" || fail "$sub --help shows an example"
 done
 status "--version" 0 "" -- --version
 grep -qx "vestra [0-9]*\.[0-9]*\.[0-9]*" "$out/ours" || fail "--version"
+
+# --- hash and random ---
+printf 'hello' >"$out/hello"
+[ "$("$vestra" hash "$out/hello")" = "b98835edf4b525c0  $out/hello" ] || fail "hash: the known value"
+[ "$(printf 'hello' | "$vestra" hash)" = "b98835edf4b525c0  -" ] || fail "hash: standard input"
+[ "$("$vestra" hash --seed 1 "$out/hello" | cut -c1-16)" != b98835edf4b525c0 ] || fail "hash: a seed changes it"
+head -c 100000 /dev/zero | tr '\0' x >"$out/long"
+[ "$("$vestra" hash "$out/long" | cut -c1-16)" = "$(cat "$out/long" | "$vestra" hash | cut -c1-16)" ] || fail "hash: a long file in blocks"
+status "hash: a missing file" 1 "^vestra: open \"$out/none\": No such file" -- hash "$out/hello" "$out/none"
+[ "$(wc -l <"$out/ours")" -eq 1 ] || fail "hash: the files that can be read are still hashed"
+status "hash: a bad seed" 2 "^vestra: 'x1': not a seed" -- hash --seed x1
+"$vestra" random --seed 9 --count 1000 -3 3 >"$out/ints" || fail "random: integers"
+[ "$(wc -l <"$out/ints")" -eq 1000 ] || fail "random: the count"
+[ "$(sort -n "$out/ints" | uniq | tr '\n' ' ')" = "-3 -2 -1 0 1 2 3 " ] || fail "random: every value of the range, and no other"
+[ "$("$vestra" random --seed 9 --count 1000 -3 3 | cksum)" = "$(cksum <"$out/ints")" ] || fail "random: a seed repeats"
+[ "$("$vestra" random --seed 4 bytes 100000 | wc -c)" -eq 100000 ] || fail "random bytes: the count"
+[ "$("$vestra" random --seed 4 bytes 64 | cksum)" = "$("$vestra" random --seed 4 bytes 64 | cksum)" ] || fail "random bytes: a seed repeats"
+seq 1 500 >"$out/lines"
+"$vestra" random shuffle "$out/lines" >"$out/shuffled" || fail "random shuffle"
+[ "$(sort -n "$out/shuffled" | cksum)" = "$(cksum <"$out/lines")" ] || fail "random shuffle: the same lines"
+cmp -s "$out/shuffled" "$out/lines" && fail "random shuffle: another order"
+status "random: LOW above HIGH" 2 "^vestra: LOW is above HIGH" -- random 5 1
+status "random: not an integer" 2 "^vestra: '1.5': not an integer" -- random 1.5 2
+status "random bytes: no count" 2 "^vestra: usage: vestra random bytes N" -- random bytes
 
 # The bash completion offers the subcommands and their actions.
 if command -v bash >/dev/null 2>&1; then
