@@ -16,8 +16,6 @@ namespace basicutil {
 
 namespace {
 
-__extension__ typedef unsigned __int128 Uint128;
-
 // splitmix64: each call gives the next word of a sequence in which every 64-bit state differs.
 std::uint64_t splitmix64(std::uint64_t& x) noexcept {
     std::uint64_t z = (x += 0x9E3779B97F4A7C15ULL);
@@ -87,19 +85,9 @@ void SimpleRandomNumber::reseed(std::uint64_t seed) noexcept {
     for (std::uint64_t& word : _s) word = splitmix64(seed);
 }
 
-std::uint64_t SimpleRandomNumber::below(std::uint64_t n) noexcept {
-    VESTRA_ASSERT(n != 0);
-    // The product's high word is the result; its low word tells when the multiple of n it fell in
-    // is one of the 2^64 mod n that would favour some results: then draw again.
-    Uint128 product = static_cast<Uint128>(next()) * n;
-    auto low = static_cast<std::uint64_t>(product);
-    if (low < n) {
-        const std::uint64_t threshold = (0 - n) % n;
-        while (low < threshold) {
-            product = static_cast<Uint128>(next()) * n;
-            low = static_cast<std::uint64_t>(product);
-        }
-    }
+std::uint64_t SimpleRandomNumber::belowRetried(Uint128 product, std::uint64_t n) noexcept {
+    const std::uint64_t threshold = (0 - n) % n;
+    while (static_cast<std::uint64_t>(product) < threshold) product = static_cast<Uint128>(next()) * n;
     return static_cast<std::uint64_t>(product >> 64);
 }
 

@@ -18,8 +18,8 @@
 //
 // Every derived value is defined here, not by the standard library, so that a seed gives the
 // same numbers everywhere: below(n) is Lemire's multiply-and-reject ("Fast random integer
-// generation in an interval", ACM TOMS 2019), unbiased for every n; unit() is the top 53 bits
-// times 2^-53; shuffle is Fisher-Yates from the end.
+// generation in an interval", ACM TOMS 2019) up to 2^62 and a masked draw above, unbiased for
+// every n; unit() is the top 53 bits times 2^-53; shuffle is Fisher-Yates from the end.
 //
 // The process-wide generator is seeded before main (start-up order 15) from the bitwise
 // complement of (process id XOR the low 32 bits of gettimeofday's seconds XOR its microseconds),
@@ -36,6 +36,7 @@
 #include <limits>
 #include <utility>
 
+#include "basicutil/platform/Assert.h"
 #include "basicutil/text/Status.h"
 
 namespace basicutil {
@@ -66,13 +67,32 @@ class SimpleRandomNumber {
     static constexpr std::uint64_t min() noexcept { return 0; }
     static constexpr std::uint64_t max() noexcept { return std::numeric_limits<std::uint64_t>::max(); }
 
-    // Uniform in [0, n); n must not be 0 (an assertion).
-    std::uint64_t below(std::uint64_t n) noexcept;
+    // Uniform in [0, n); n must not be 0 (an assertion). Up to 2^62, Lemire's multiply-and-reject
+    // (a draw is retried with probability below n / 2^64); above, the draw masked to n's bit width
+    // and retried while not below n (each draw is kept with probability above 1/2), which spares
+    // the division Lemire's method would make for most draws there.
+    std::uint64_t below(std::uint64_t n) noexcept {
+        VESTRA_ASSERT(n != 0);
+        if (n > (std::uint64_t{1} << 62)) [[unlikely]] {
+            const std::uint64_t mask =
+                n > (std::uint64_t{1} << 63) ? ~std::uint64_t{0} : (std::uint64_t{1} << 63) - 1;
+            for (;;) {
+                const std::uint64_t x = next() & mask;
+                if (x < n) return x;
+            }
+        }
+        const Uint128 product = static_cast<Uint128>(next()) * n;
+        if (static_cast<std::uint64_t>(product) < n) [[unlikely]]
+            return belowRetried(product, n);
+        return static_cast<std::uint64_t>(product >> 64);
+    }
     // Uniform in [low, high], both included; low must not exceed high (an assertion).
     std::uint64_t between(std::uint64_t low, std::uint64_t high) noexcept;
     std::int64_t between(std::int64_t low, std::int64_t high) noexcept;  // the same, signed
     // Uniform in [0, 1): the top 53 bits, each double of the form k * 2^-53 equally likely.
-    double unit() noexcept { return static_cast<double>(next() >> 11) * 0x1.0p-53; }
+    double unit() noexcept {
+        return static_cast<double>(static_cast<std::int64_t>(next() >> 11)) * 0x1.0p-53;
+    }
     // `length` random bytes (little-endian words, so the same bytes everywhere).
     void fill(void* out, std::size_t length) noexcept;
 
@@ -90,6 +110,10 @@ class SimpleRandomNumber {
     }
 
   private:
+    __extension__ typedef unsigned __int128 Uint128;
+    // Lemire's rejection: the product's low word fell among the 2^64 mod n values that would
+    // favour some results.
+    std::uint64_t belowRetried(Uint128 product, std::uint64_t n) noexcept;
     static constexpr std::uint64_t rotl(std::uint64_t x, int k) noexcept {
         return (x << k) | (x >> (64 - k));
     }
