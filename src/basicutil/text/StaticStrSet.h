@@ -28,6 +28,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -60,15 +61,17 @@ inline constexpr std::uint32_t kMaxPilot = 1u << 20;
 // that failed; either at all is rare).
 inline constexpr std::uint64_t kMaxSeeds = 64;
 
-// Table geometry for n members: slots a power of two with room to spare (load at most 7/8),
-// buckets of about four members.
+// Table geometry for n members: slots a power of two (at least 2) with room to spare (load at
+// most 7/8), buckets a power of two with two to four members each.
 constexpr std::size_t slotCount(std::size_t n) noexcept {
-    std::size_t m = 1;
+    std::size_t m = 2;
     while (m < n + n / 7 + 1) m *= 2;
     return m;
 }
 constexpr std::size_t bucketCount(std::size_t n) noexcept {
-    return n / 4 + 1;
+    std::size_t b = 1;
+    while (b < n / 4 + 1) b *= 2;
+    return b;
 }
 
 constexpr char foldAscii(char c) noexcept {
@@ -90,14 +93,18 @@ constexpr bool foldedHash(std::string_view text, std::uint64_t seed, std::uint64
     return true;
 }
 
-// Whether n bytes at a and b are equal: up to 16 bytes in two overlapping word compares (most
-// keys), no call.
+// Whether n bytes at a and b are equal: up to 32 bytes in overlapping word compares (most keys),
+// no call.
 constexpr bool sameBytes(const char* a, const char* b, std::size_t n) noexcept {
     using str_hash_details::read32;
     using str_hash_details::read64;
     if (std::is_constant_evaluated()) return std::string_view(a, n) == std::string_view(b, n);
     if (n >= 8) {
-        if (n > 16) return std::memcmp(a, b, n) == 0;
+        if (n > 32) return std::memcmp(a, b, n) == 0;
+        if (n > 16) {
+            return ((read64(a) ^ read64(b)) | (read64(a + 8) ^ read64(b + 8)) |
+                    (read64(a + n - 16) ^ read64(b + n - 16)) | (read64(a + n - 8) ^ read64(b + n - 8))) == 0;
+        }
         return ((read64(a) ^ read64(b)) | (read64(a + n - 8) ^ read64(b + n - 8))) == 0;
     }
     if (n >= 4) return ((read32(a) ^ read32(b)) | (read32(a + n - 4) ^ read32(b + n - 4))) == 0;
@@ -107,14 +114,18 @@ constexpr bool sameBytes(const char* a, const char* b, std::size_t n) noexcept {
     return true;
 }
 
-// The bucket of a hash (its high bits scaled to the count), and the slot a pilot sends it to.
+// The bucket of a hash: bits 40 and up, masked to the count (sets of up to 2^24 buckets).
 constexpr std::size_t bucketOf(std::uint64_t h, std::size_t buckets) noexcept {
-    return static_cast<std::size_t>(((h >> 32) * buckets) >> 32);  // buckets < 2^32
+    return static_cast<std::size_t>((h >> 40) & (buckets - 1));
 }
-constexpr std::size_t slotOf(std::uint64_t h, std::uint32_t pilot, std::size_t slots) noexcept {
-    const std::uint64_t mixed =
-        str_hash_details::fold(h ^ (pilot * 0x9E3779B97F4A7C15ULL), 0xC2B2AE3D27D4EB4FULL);
-    return static_cast<std::size_t>(mixed & (slots - 1));
+// The word a pilot stands for in the table (stored, so that a lookup does not compute it).
+constexpr std::uint64_t pilotWord(std::uint32_t pilot) noexcept {
+    return str_hash_details::fold(pilot ^ 0x5851F42D4C957F2DULL, 0xC2B2AE3D27D4EB4FULL);
+}
+// The slot a bucket's pilot word sends a hash to: the top bits of (hash xor word) times an odd
+// constant, which every bit of both reaches.
+constexpr std::size_t slotOf(std::uint64_t h, std::uint64_t word, std::size_t slots) noexcept {
+    return static_cast<std::size_t>(((h ^ word) * 0x9E3779B97F4A7C15ULL) >> (64 - std::countr_zero(slots)));
 }
 
 // What a slot holds: the member's hash and index (kEmpty when free).
@@ -133,7 +144,7 @@ struct Slot {
 // same hash under `seed` or a bucket finds no pilot (the caller tries the next seed), 3 when a
 // member is too long to fold (`duplicate` names it).
 constexpr int buildTable(const std::string_view* members, std::size_t n, StrCase mode, std::uint64_t seed,
-                         std::uint64_t* hashes, Slot* slots, std::size_t slotTotal, std::uint32_t* pilots,
+                         std::uint64_t* hashes, Slot* slots, std::size_t slotTotal, std::uint64_t* pilots,
                          std::size_t bucketTotal, std::uint32_t* order, std::uint32_t* starts,
                          std::size_t& duplicate) {
     for (std::size_t i = 0; i < n; ++i) {
@@ -183,21 +194,22 @@ constexpr int buildTable(const std::string_view* members, std::size_t n, StrCase
             if (starts[b + 1] - starts[b] != size) continue;
             for (std::uint32_t pilot = 0;; ++pilot) {
                 if (pilot == kMaxPilot) return 2;
+                const std::uint64_t word = pilotWord(pilot);
                 bool fits = true;
                 for (std::uint32_t x = starts[b]; x < starts[b + 1] && fits; ++x) {
-                    const std::size_t s = slotOf(hashes[order[x]], pilot, slotTotal);
+                    const std::size_t s = slotOf(hashes[order[x]], word, slotTotal);
                     if (slots[s].member != kEmpty) fits = false;
                     for (std::uint32_t y = starts[b]; y < x && fits; ++y) {
-                        if (slotOf(hashes[order[y]], pilot, slotTotal) == s) fits = false;
+                        if (slotOf(hashes[order[y]], word, slotTotal) == s) fits = false;
                     }
                 }
                 if (!fits) continue;
                 for (std::uint32_t x = starts[b]; x < starts[b + 1]; ++x) {
                     const std::string_view m = members[order[x]];
-                    slots[slotOf(hashes[order[x]], pilot, slotTotal)] =
+                    slots[slotOf(hashes[order[x]], word, slotTotal)] =
                         Slot{hashes[order[x]], m.data(), static_cast<std::uint32_t>(m.size()), order[x]};
                 }
-                pilots[b] = pilot;
+                pilots[b] = word;
                 break;
             }
         }
@@ -207,7 +219,7 @@ constexpr int buildTable(const std::string_view* members, std::size_t n, StrCase
 
 // A lookup in a built table: the member's index or npos.
 constexpr std::size_t lookup(std::string_view key, std::uint64_t h, StrCase mode, const Slot* slots,
-                             std::size_t slotTotal, const std::uint32_t* pilots,
+                             std::size_t slotTotal, const std::uint64_t* pilots,
                              std::size_t bucketTotal) noexcept {
     const Slot& slot = slots[slotOf(h, pilots[bucketOf(h, bucketTotal)], slotTotal)];
     if (slot.hash != h || slot.length != key.size() || slot.member == kEmpty) return npos;
@@ -272,7 +284,7 @@ class FixedStrSet {
   private:
     std::array<std::string_view, N> _members;
     std::array<static_str_set_details::Slot, kSlots> _slots{};
-    std::array<std::uint32_t, kBuckets + 1> _pilots{};
+    std::array<std::uint64_t, kBuckets + 1> _pilots{};
     std::uint64_t _seed = 0;
 };
 
@@ -328,7 +340,7 @@ class StaticStrSet {
     std::vector<std::string_view> _members;  // into _text, which moving keeps in place
     // An empty set has one free slot and one bucket, so that lookups need no test for it.
     std::vector<static_str_set_details::Slot> _slots = std::vector<static_str_set_details::Slot>(1);
-    std::vector<std::uint32_t> _pilots = std::vector<std::uint32_t>(2);
+    std::vector<std::uint64_t> _pilots = std::vector<std::uint64_t>(2);
     std::size_t _slotTotal = 1, _bucketTotal = 1;  // their sizes (the pilots' has one more)
     std::uint64_t _seed = 0;
     StrCase _mode = STR_CASE_EXACT;
