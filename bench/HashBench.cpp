@@ -61,7 +61,7 @@ void hashKeys(benchmark::State& state, Hash hash) {
 }
 
 void BM_Hash_Ours(benchmark::State& state) {
-    hashKeys(state, [](const char* p, std::size_t n) { return basicutil::strHash(p, n); });
+    hashKeys(state, [](const char* p, std::size_t n) { return basicutil::strHashBytes(p, n); });
 }
 void BM_Hash_Xxh3(benchmark::State& state) {
     hashKeys(state, [](const char* p, std::size_t n) { return XXH3_64bits(p, n); });

@@ -89,7 +89,7 @@ constexpr bool foldedHash(std::string_view text, std::uint64_t seed, std::uint64
     if (text.size() > kMaxFoldedLength) return false;
     char folded[kMaxFoldedLength] = {};
     for (std::size_t i = 0; i < text.size(); ++i) folded[i] = foldAscii(text[i]);
-    out = strHash(folded, text.size(), seed);
+    out = strHashBytes(folded, text.size(), seed);
     return true;
 }
 

@@ -35,7 +35,7 @@ void StrHasher::update(const void* data, std::size_t n) noexcept {
 }
 
 std::uint64_t StrHasher::finish() const noexcept {
-    if (_total <= 256) return strHash(_buffer, static_cast<std::size_t>(_total), _seed);
+    if (_total <= 256) return strHashBytes(_buffer, static_cast<std::size_t>(_total), _seed);
     str_hash_details::Lanes lanes = _lanes;
     lanes.stripe(_buffer + (_total - 128 - _start));
     return lanes.result(static_cast<std::size_t>(_total), _keys);

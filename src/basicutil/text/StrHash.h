@@ -176,8 +176,9 @@ constexpr std::uint64_t hashLong(const char* p, std::size_t n, const Keys& k) no
 
 }  // namespace str_hash_details
 
-// The hash of n bytes at p under `seed` (0 unless the caller asks for its own).
-constexpr std::uint64_t strHash(const char* p, std::size_t n, std::uint64_t seed = 0) noexcept {
+// The hash of n bytes at p under `seed` (0 unless the caller asks for its own). Named apart from
+// strHash so that strHash("key", seed) can never be taken for a pointer and a length.
+constexpr std::uint64_t strHashBytes(const char* p, std::size_t n, std::uint64_t seed = 0) noexcept {
     using namespace str_hash_details;
     const Keys k = keysOf(seed);
     if (n <= 16) [[likely]] {
@@ -201,7 +202,7 @@ constexpr std::uint64_t strHash(const char* p, std::size_t n, std::uint64_t seed
 
 // The same for a view.
 constexpr std::uint64_t strHash(std::string_view text, std::uint64_t seed = 0) noexcept {
-    return strHash(text.data(), text.size(), seed);
+    return strHashBytes(text.data(), text.size(), seed);
 }
 
 // The same hash of bytes given in pieces (a file read in blocks): finish() is strHash of all the

@@ -97,7 +97,7 @@ TEST(StrHashTest, NoCollisionAmongTenMillionStructuredKeys) {
         const int n = std::snprintf(buffer, sizeof buffer, "/var/lib/app/%llu/part-%llu.dat",
                                     static_cast<unsigned long long>(i % 1000),
                                     static_cast<unsigned long long>(i / 1000));
-        hashes.push_back(strHash(buffer, static_cast<std::size_t>(n)));
+        hashes.push_back(strHashBytes(buffer, static_cast<std::size_t>(n)));
     }
     static const char kSyllables[][4] = {"ka", "lo", "mi", "ne", "ru", "sa", "to", "vi", "be", "do",
                                          "fu", "ga", "hi", "jo", "ku", "ly", "mo", "nu", "pe", "qi"};
@@ -116,7 +116,7 @@ TEST(StrHashTest, NoCollisionAmongTenMillionStructuredKeys) {
     }
     for (std::uint64_t i = 0; hashes.size() < 10'000'000; ++i) {  // ... and numbers with a prefix
         const int n = std::snprintf(buffer, sizeof buffer, "key:%llu", static_cast<unsigned long long>(i));
-        hashes.push_back(strHash(buffer, static_cast<std::size_t>(n)));
+        hashes.push_back(strHashBytes(buffer, static_cast<std::size_t>(n)));
     }
     std::sort(hashes.begin(), hashes.end());
     EXPECT_EQ(std::adjacent_find(hashes.begin(), hashes.end()), hashes.end());
@@ -136,7 +136,7 @@ TEST(StrHashTest, StreamingGivesTheOneShotHash) {
                 hasher.update(text.data() + at, piece);
                 at += piece;
             }
-            ASSERT_EQ(hasher.finish(), strHash(text.data(), length, seed))
+            ASSERT_EQ(hasher.finish(), strHashBytes(text.data(), length, seed))
                 << length << " bytes, seed " << seed;
             ASSERT_EQ(hasher.size(), length);
         }
