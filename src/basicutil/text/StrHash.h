@@ -166,7 +166,8 @@ struct Lanes {
     }
 };
 
-constexpr std::uint64_t hashLong(const char* p, std::size_t n, const Keys& k) noexcept {
+// Out of line: its eight lanes would otherwise make every short hash save registers first.
+[[gnu::noinline]] constexpr std::uint64_t hashLong(const char* p, std::size_t n, const Keys& k) noexcept {
     Lanes lanes(k);
     const char* const last = p + n - 128;
     for (; p < last; p += 128) lanes.stripe(p);
