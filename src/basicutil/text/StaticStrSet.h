@@ -35,6 +35,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "basicutil/text/HashedStr.h"
@@ -294,6 +295,44 @@ consteval FixedStrSet<N, kMode> makeStaticStrSet(const std::string_view (&member
     std::array<std::string_view, N> list{};
     for (std::size_t i = 0; i < N; ++i) list[i] = members[i];
     return FixedStrSet<N, kMode>(list);
+}
+
+// A constant map from strings to small values, built by the compiler (makeStaticStrMap): the
+// keys a FixedStrSet, the values beside them in the keys' order.
+template <class V, std::size_t N, StrCase kMode = STR_CASE_EXACT>
+class FixedStrMap {
+  public:
+    static constexpr std::size_t npos = static_str_set_details::npos;  // not found
+
+    // The keys and their values, in pairs.
+    consteval FixedStrMap(const std::array<std::string_view, N>& keys, const std::array<V, N>& values)
+        : _keys(keys), _values(values) {}
+
+    // The key's value, or `missing`.
+    constexpr V get(std::string_view key, V missing) const noexcept {
+        const std::size_t i = _keys.find(key);
+        return i == npos ? missing : _values[i];
+    }
+    // The key's index, or npos.
+    constexpr std::size_t find(std::string_view key) const noexcept { return _keys.find(key); }
+    constexpr const FixedStrSet<N, kMode>& keys() const noexcept { return _keys; }   // the keys
+    constexpr const V& valueAt(std::size_t i) const noexcept { return _values[i]; }  // by index
+
+  private:
+    FixedStrSet<N, kMode> _keys;
+    std::array<V, N> _values;
+};
+
+// A constant map: makeStaticStrMap<int>({{"one", 1}, {"two", 2}}).
+template <class V, StrCase kMode = STR_CASE_EXACT, std::size_t N>
+consteval FixedStrMap<V, N, kMode> makeStaticStrMap(const std::pair<std::string_view, V> (&entries)[N]) {
+    std::array<std::string_view, N> keys{};
+    std::array<V, N> values{};
+    for (std::size_t i = 0; i < N; ++i) {
+        keys[i] = entries[i].first;
+        values[i] = entries[i].second;
+    }
+    return FixedStrMap<V, N, kMode>(keys, values);
 }
 
 // A set built at run time; it keeps its own copy of the members. It can be moved, not copied.

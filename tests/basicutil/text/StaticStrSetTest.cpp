@@ -93,6 +93,12 @@ TEST(StaticStrSetTest, DuplicatesAndOverlongFoldedMembersAreRefused) {
 }
 
 TEST(StaticStrSetTest, MapsGiveEachMembersValue) {
+    static constexpr auto kSizes = makeStaticStrMap<int>({{"KB", 10}, {"MB", 20}, {"GB", 30}});
+    static_assert(kSizes.get("MB", -1) == 20 && kSizes.get("TB", -1) == -1);
+    static constexpr auto kFoldedSizes = makeStaticStrMap<int, STR_CASE_FOLD>({{"KB", 10}, {"MB", 20}});
+    EXPECT_EQ(kFoldedSizes.get("mb", -1), 20);
+    EXPECT_EQ(kFoldedSizes.find("kb"), 0u);
+
     StaticStrMap<int> map;
     ASSERT_TRUE(StaticStrMap<int>::build({{"one", 1}, {"two", 2}, {"three", 3}}, map));
     EXPECT_EQ(map.get("two", -1), 2);
