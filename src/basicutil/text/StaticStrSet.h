@@ -144,6 +144,11 @@ struct Slot {
 // 1 when two members are the same (`duplicate` names one), 2 when two different members have the
 // same hash under `seed` or a bucket finds no pilot (the caller tries the next seed), 3 when a
 // member is too long to fold (`duplicate` names it).
+constexpr int placeMembers(const std::string_view* members, const std::uint64_t* hashes, std::size_t n,
+                           StrCase mode, Slot* slots, std::size_t slotTotal, std::uint64_t* pilots,
+                           std::size_t bucketTotal, std::uint32_t* order, std::uint32_t* starts,
+                           std::size_t& duplicate);
+
 constexpr int buildTable(const std::string_view* members, std::size_t n, StrCase mode, std::uint64_t seed,
                          std::uint64_t* hashes, Slot* slots, std::size_t slotTotal, std::uint64_t* pilots,
                          std::size_t bucketTotal, std::uint32_t* order, std::uint32_t* starts,
@@ -158,6 +163,16 @@ constexpr int buildTable(const std::string_view* members, std::size_t n, StrCase
             hashes[i] = strHash(members[i], seed);
         }
     }
+    return placeMembers(members, hashes, n, mode, slots, slotTotal, pilots, bucketTotal, order, starts,
+                        duplicate);
+}
+
+// The table from the members' hashes (the second half of buildTable, which a test can give
+// hashes that collide): 0, 1 for a member given twice, 2 for a collision or no pilot.
+constexpr int placeMembers(const std::string_view* members, const std::uint64_t* hashes, std::size_t n,
+                           StrCase mode, Slot* slots, std::size_t slotTotal, std::uint64_t* pilots,
+                           std::size_t bucketTotal, std::uint32_t* order, std::uint32_t* starts,
+                           std::size_t& duplicate) {
     // Buckets by counting: starts[b] is where bucket b's members begin in `order`.
     for (std::size_t b = 0; b <= bucketTotal; ++b) starts[b] = 0;
     for (std::size_t i = 0; i < n; ++i) ++starts[bucketOf(hashes[i], bucketTotal) + 1];
