@@ -167,7 +167,7 @@ struct Lanes {
 };
 
 // Out of line: its eight lanes would otherwise make every short hash save registers first.
-[[gnu::noinline]] constexpr std::uint64_t hashLong(const char* p, std::size_t n, const Keys& k) noexcept {
+[[gnu::noinline]] constexpr std::uint64_t hashLong(const char* p, std::size_t n, Keys k) noexcept {
     Lanes lanes(k);
     const char* const last = p + n - 128;
     for (; p < last; p += 128) lanes.stripe(p);
