@@ -113,6 +113,9 @@ constexpr std::uint64_t hashMedium(const char* p, std::size_t n, const Keys& k) 
             back += pairFold(end - 16 * (i + 1), k.b ^ kSecret[i + 3], kSecret[11]);
         }
     }
+#if defined(__GNUC__)
+    if (!std::is_constant_evaluated()) asm("" : "+r"(front), "+r"(back));  // as in strHashBytes
+#endif
     return finish(front ^ std::rotl(back, 32), n, k);
 }
 
@@ -195,6 +198,11 @@ constexpr std::uint64_t strHashBytes(const char* p, std::size_t n, std::uint64_t
                 (std::uint64_t{static_cast<unsigned char>(p[n >> 1])} << 8) |
                 static_cast<unsigned char>(p[n - 1]);
         }
+#if defined(__GNUC__)
+        // The words meet here in registers: without this GCC copies the multiply into each branch
+        // and joins the 128-bit products through the stack, a store and a load on the critical path.
+        if (!std::is_constant_evaluated()) asm("" : "+r"(a), "+r"(b));
+#endif
         return finish(fold(a ^ k.a, b ^ k.b), n, k);
     }
     if (n <= 256) return hashMedium(p, n, k);
