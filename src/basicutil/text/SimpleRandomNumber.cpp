@@ -85,12 +85,6 @@ void SimpleRandomNumber::reseed(std::uint64_t seed) noexcept {
     for (std::uint64_t& word : _s) word = splitmix64(seed);
 }
 
-std::uint64_t SimpleRandomNumber::belowRetried(Uint128 product, std::uint64_t n) noexcept {
-    const std::uint64_t threshold = (0 - n) % n;
-    while (static_cast<std::uint64_t>(product) < threshold) product = static_cast<Uint128>(next()) * n;
-    return static_cast<std::uint64_t>(product >> 64);
-}
-
 std::uint64_t SimpleRandomNumber::between(std::uint64_t low, std::uint64_t high) noexcept {
     VESTRA_ASSERT(low <= high);
     const std::uint64_t span = high - low;

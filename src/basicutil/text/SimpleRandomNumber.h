@@ -81,9 +81,15 @@ class SimpleRandomNumber {
                 if (x < n) return x;
             }
         }
-        const Uint128 product = static_cast<Uint128>(next()) * n;
-        if (static_cast<std::uint64_t>(product) < n) [[unlikely]]
-            return belowRetried(product, n);
+        Uint128 product = static_cast<Uint128>(next()) * n;
+        if (static_cast<std::uint64_t>(product) < n) [[unlikely]] {
+            // The product's low word fell among the first n values: retry while it is among the
+            // 2^64 mod n that would favour some results. Inline, so that the state stays in
+            // registers: a call here would make the caller keep it in memory on every draw.
+            const std::uint64_t threshold = (0 - n) % n;
+            while (static_cast<std::uint64_t>(product) < threshold)
+                product = static_cast<Uint128>(next()) * n;
+        }
         return static_cast<std::uint64_t>(product >> 64);
     }
     // Uniform in [low, high], both included; low must not exceed high (an assertion).
@@ -111,9 +117,6 @@ class SimpleRandomNumber {
 
   private:
     __extension__ typedef unsigned __int128 Uint128;
-    // Lemire's rejection: the product's low word fell among the 2^64 mod n values that would
-    // favour some results.
-    std::uint64_t belowRetried(Uint128 product, std::uint64_t n) noexcept;
     static constexpr std::uint64_t rotl(std::uint64_t x, int k) noexcept {
         return (x << k) | (x >> (64 - k));
     }
