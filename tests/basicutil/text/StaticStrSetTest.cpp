@@ -113,6 +113,21 @@ TEST(StaticStrSetTest, EqualHashesAreToldApartFromDuplicates) {
     EXPECT_EQ(placeMembers(members, apart, 3, STR_CASE_EXACT, slots, 8, pilots, 2, order, starts, which), 0);
 }
 
+// A lookup compares bytes only after the hashes matched, so a fault in the comparison would hide
+// behind the hash: it is held to every length and every differing position here.
+TEST(StaticStrSetTest, ByteComparisonSeesEveryPosition) {
+    using static_str_set_details::sameBytes;
+    const std::string base = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGH";
+    for (std::size_t n = 0; n <= 44; ++n) {
+        ASSERT_TRUE(sameBytes(base.data(), std::string(base).data(), n)) << n;
+        for (std::size_t at = 0; at < n; ++at) {
+            std::string other = base;
+            other[at] = '!';
+            ASSERT_FALSE(sameBytes(base.data(), other.data(), n)) << n << " bytes, differing at " << at;
+        }
+    }
+}
+
 TEST(StaticStrSetTest, MapsGiveEachMembersValue) {
     static constexpr auto kSizes = makeStaticStrMap<int>({{"KB", 10}, {"MB", 20}, {"GB", 30}});
     static_assert(kSizes.get("MB", -1) == 20 && kSizes.get("TB", -1) == -1);

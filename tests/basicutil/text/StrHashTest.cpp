@@ -126,9 +126,17 @@ TEST(StrHashTest, NoCollisionAmongTenMillionStructuredKeys) {
 // across the 16-, 256-byte and stripe boundaries.
 TEST(StrHashTest, StreamingGivesTheOneShotHash) {
     std::mt19937_64 rng(17);
-    std::string text(1500, '\0');
+    std::string text(1600, '\0');
     for (char& c : text) c = static_cast<char>(rng());
-    for (std::size_t length = 0; length <= text.size(); length += length < 300 ? 1 : 37) {
+    // Every length to 300, then each multiple of the 128-byte stripe and its neighbours: the
+    // stream must fold a stripe only when more than 128 bytes follow it.
+    std::vector<std::size_t> lengths;
+    for (std::size_t length = 0; length <= 300; ++length) lengths.push_back(length);
+    for (std::size_t stripes = 3; stripes <= 12; ++stripes) {
+        for (std::size_t length : {128 * stripes - 1, 128 * stripes, 128 * stripes + 1})
+            lengths.push_back(length);
+    }
+    for (std::size_t length : lengths) {
         for (std::uint64_t seed : {std::uint64_t{0}, std::uint64_t{99}}) {
             StrHasher hasher(seed);
             for (std::size_t at = 0; at < length;) {

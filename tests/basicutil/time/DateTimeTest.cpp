@@ -314,6 +314,9 @@ TEST(DateTimeTest, ParsedFieldsAndFailures) {
         {"%Y-%m-%d", "2023-11-14x", false, {}},
         {"%Y-%m-%d", "2023-11", false, {}},
         {"%d %B", "14 Novembre", false, {}},
+        {"%d %B", "14 November", true, {1699941600, 0}},  // a whole name that ends the text
+        {"%d %B", "14 nov", true, {1699941600, 0}},
+        {"%A %d %B %Y", "tuesday 14 NOVEMBER 2023", true, {1699941600, 0}},
         {"%I %p", "12 am", true, {1672552800, 0}},
         {"%Y%t%m", "2023 \t\n 01", true, {1672552800, 0}},
         {"%N", "1234567890", false, {}},
