@@ -333,34 +333,50 @@ TEST_F(MutexByteTest, SharedChainsInEveryOrder) {
     }
 }
 
-// A lock held only briefly is taken by spinning: pauses, no sleep. The holder may be
-// descheduled on a busy machine, so a few attempts are allowed; one must spin its way in.
+// A lock held only briefly is taken by spinning: pauses, no sleep. How long the other thread
+// takes to arrive and look depends on the processor and the build (a sanitizer's is slow), so
+// the hold adapts: released before the first look, it grows; outlasting the spin, it shrinks a
+// little (a holder descheduled on a busy machine outlasts any spin). One holder thread serves
+// every round, and rounds go on for up to ten seconds.
 TEST_F(MutexByteTest, BriefHoldIsTakenBySpinning) {
-    bool tookBySpinning = false;
-    for (int attempt = 0; attempt < 500 && !tookBySpinning; ++attempt) {
-        MutexByte byte;
-        std::atomic<bool> held{false}, coming{false};
-        // Released within the spin's 40 looks of the other's arrival: how long the other takes to
-        // arrive depends on the build (a sanitizer's is slow), so the hold sweeps 1 to 32 pauses.
-        const int holdPauses = 1 + attempt % 32;
-        auto holder = start([&] {
+    MutexByte byte;
+    std::atomic<int> round{0}, held{0}, coming{0};
+    std::atomic<unsigned> holdPauses{1};
+    auto holder = start([&] {
+        for (int done = 0;;) {
+            int next;
+            while ((next = round.load()) == done) std::this_thread::yield();
+            if (next < 0) return;
             byte.lock();
-            held.store(true);
-            while (!coming.load()) platform::cpuPause();  // no yield
-            for (int i = 0; i < holdPauses; ++i) platform::cpuPause();
+            held.store(next);
+            while (coming.load() != next) platform::cpuPause();  // no yield
+            for (unsigned i = holdPauses.load(); i > 0; --i) platform::cpuPause();
             byte.unlock();
-        });
-        while (!held.load()) std::this_thread::yield();
+            done = next;
+        }
+    });
+    bool tookBySpinning = false;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    for (int n = 1; !tookBySpinning && std::chrono::steady_clock::now() < deadline; ++n) {
+        round.store(n);
+        while (held.load() != n) std::this_thread::yield();
         const MutexByteThreadCounts before = mutexByteThreadCounts();
-        coming.store(true);
+        coming.store(n);
         byte.lock();
         const MutexByteThreadCounts after = mutexByteThreadCounts();
         byte.unlock();
-        holder->join();
-        tookBySpinning = after.sleeps == before.sleeps && after.failedEnqueues == before.failedEnqueues &&
-                         after.pauses > before.pauses;
+        const bool slept = after.sleeps != before.sleeps || after.failedEnqueues != before.failedEnqueues;
+        const bool looked = after.pauses > before.pauses;
+        tookBySpinning = looked && !slept;
+        const unsigned hold = holdPauses.load();
+        if (slept)
+            holdPauses.store(hold - hold / 8);
+        else if (!looked && hold < (1u << 16))
+            holdPauses.store(hold + 1 + hold / 4);
     }
-    EXPECT_TRUE(tookBySpinning);
+    round.store(-1);
+    holder->join();
+    EXPECT_TRUE(tookBySpinning) << "last hold: " << holdPauses.load() << " pauses";
 }
 
 // Threads hammer plain counters under each lock: a lost update shows in the total (and, under
