@@ -16,13 +16,7 @@ namespace basicutil {
 
 namespace {
 
-// splitmix64: each call gives the next word of a sequence in which every 64-bit state differs.
-std::uint64_t splitmix64(std::uint64_t& x) noexcept {
-    std::uint64_t z = (x += 0x9E3779B97F4A7C15ULL);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
-    return z ^ (z >> 31);
-}
+using simple_random_details::splitmix64;
 
 // The process-wide generator behind a spin lock: the lock is held for a few nanoseconds, and a
 // spin lock can be taken in the fork handlers. `generation` changes whenever the generator is
@@ -80,10 +74,6 @@ struct ThreadGenerator {
 thread_local ThreadGenerator t_generator;
 
 }  // namespace
-
-void SimpleRandomNumber::reseed(std::uint64_t seed) noexcept {
-    for (std::uint64_t& word : _s) word = splitmix64(seed);
-}
 
 std::uint64_t SimpleRandomNumber::between(std::uint64_t low, std::uint64_t high) noexcept {
     VESTRA_ASSERT(low <= high);

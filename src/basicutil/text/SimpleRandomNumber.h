@@ -18,8 +18,8 @@
 //
 // Every derived value is defined here, not by the standard library, so that a seed gives the
 // same numbers everywhere: below(n) is Lemire's multiply-and-reject ("Fast random integer
-// generation in an interval", ACM TOMS 2019) up to 2^62 and a masked draw above, unbiased for
-// every n; unit() is the top 53 bits times 2^-53; shuffle is Fisher-Yates from the end.
+// generation in an interval", ACM TOMS 2019), on one draw up to 2^62 and on two above, unbiased
+// for every n; unit() is the top 53 bits times 2^-53; shuffle is Fisher-Yates from the end.
 //
 // The process-wide generator is seeded before main (start-up order 15) from the bitwise
 // complement of (process id XOR the low 32 bits of gettimeofday's seconds XOR its microseconds),
@@ -41,6 +41,39 @@
 
 namespace basicutil {
 
+namespace simple_random_details {
+// splitmix64: each call gives the next word of a sequence in which every 64-bit state differs.
+constexpr std::uint64_t splitmix64(std::uint64_t& x) noexcept {
+    std::uint64_t z = (x += 0x9E3779B97F4A7C15ULL);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
+    return z ^ (z >> 31);
+}
+
+__extension__ typedef unsigned __int128 Uint128;
+
+// Uniform in [0, n) from two 64-bit draws: Lemire's multiply-and-reject on 128 bits. The draws
+// are a 128-bit number r (the first its high word); the result is the top word of r * n, retried
+// while the product's low 128 bits are below 2^128 mod n, which happens with probability below
+// n / 2^128: there is no branch to mispredict, where 64 bits would retry up to half the time.
+// `first` is the first draw, already made.
+template <class Draw>
+constexpr std::uint64_t belowWide(std::uint64_t n, std::uint64_t first, Draw&& draw) noexcept {
+    for (;; first = draw()) {
+        const Uint128 high = static_cast<Uint128>(first) * n;
+        const Uint128 low = static_cast<Uint128>(draw()) * n;
+        const auto highLow = static_cast<std::uint64_t>(high);
+        const std::uint64_t middle = highLow + static_cast<std::uint64_t>(low >> 64);  // bits 64-127
+        const std::uint64_t result = static_cast<std::uint64_t>(high >> 64) + (middle < highLow ? 1 : 0);
+        const auto bottom = static_cast<std::uint64_t>(low);  // bits 0-63
+        if (middle != 0 || bottom >= n) [[likely]]
+            return result;
+        const std::uint64_t mod64 = (0 - n) % n;  // 2^64 mod n; its square mod n is 2^128 mod n
+        if (bottom >= static_cast<std::uint64_t>(static_cast<Uint128>(mod64) * mod64 % n)) return result;
+    }
+}
+}  // namespace simple_random_details
+
 // A generator: xoshiro256**, seeded through splitmix64. Copying it copies its sequence.
 class SimpleRandomNumber {
   public:
@@ -48,8 +81,15 @@ class SimpleRandomNumber {
 
     // The generator of `seed`.
     explicit SimpleRandomNumber(std::uint64_t seed = 0) noexcept { reseed(seed); }
-    // The state that `seed` expands to: the same sequence as a new generator made from it.
-    void reseed(std::uint64_t seed) noexcept;
+    // The state that `seed` expands to: the same sequence as a new generator made from it. Inline,
+    // so that a generator made in a function need not live in memory: its state can stay in
+    // registers.
+    void reseed(std::uint64_t seed) noexcept {
+        _s[0] = simple_random_details::splitmix64(seed);
+        _s[1] = simple_random_details::splitmix64(seed);
+        _s[2] = simple_random_details::splitmix64(seed);
+        _s[3] = simple_random_details::splitmix64(seed);
+    }
 
     // 64 random bits.
     std::uint64_t next() noexcept {
@@ -68,20 +108,14 @@ class SimpleRandomNumber {
     static constexpr std::uint64_t max() noexcept { return std::numeric_limits<std::uint64_t>::max(); }
 
     // Uniform in [0, n); n must not be 0 (an assertion). Up to 2^62, Lemire's multiply-and-reject
-    // (a draw is retried with probability below n / 2^64); above, the draw masked to n's bit width
-    // and retried while not below n (each draw is kept with probability above 1/2), which spares
-    // the division Lemire's method would make for most draws there.
+    // on one draw (retried with probability below n / 2^64); above, where that would retry up to
+    // half the time, the same on two draws (belowWide: retried with probability below 2^-64).
     std::uint64_t below(std::uint64_t n) noexcept {
         VESTRA_ASSERT(n != 0);
-        if (n > (std::uint64_t{1} << 62)) [[unlikely]] {
-            const std::uint64_t mask =
-                n > (std::uint64_t{1} << 63) ? ~std::uint64_t{0} : (std::uint64_t{1} << 63) - 1;
-            for (;;) {
-                const std::uint64_t x = next() & mask;
-                if (x < n) return x;
-            }
-        }
-        Uint128 product = static_cast<Uint128>(next()) * n;
+        const std::uint64_t first = next();
+        if (n > (std::uint64_t{1} << 62)) [[unlikely]]
+            return simple_random_details::belowWide(n, first, [this] { return next(); });
+        Uint128 product = static_cast<Uint128>(first) * n;
         if (static_cast<std::uint64_t>(product) < n) [[unlikely]] {
             // The product's low word fell among the first n values: retry while it is among the
             // 2^64 mod n that would favour some results. Inline, so that the state stays in
@@ -116,7 +150,7 @@ class SimpleRandomNumber {
     }
 
   private:
-    __extension__ typedef unsigned __int128 Uint128;
+    using Uint128 = simple_random_details::Uint128;
     static constexpr std::uint64_t rotl(std::uint64_t x, int k) noexcept {
         return (x << k) | (x >> (64 - k));
     }

@@ -14,7 +14,10 @@ Status StaticStrSet::build(const std::vector<std::string_view>& members, StaticS
     StaticStrSet set;
     set._mode = mode;
     std::size_t bytes = 0;
-    for (std::string_view m : members) bytes += m.size();
+    for (std::string_view m : members) {
+        if (m.size() >= kEmpty) return Status::failure(EFBIG, "a member longer than a static set holds");
+        bytes += m.size();
+    }
     set._text = std::make_unique<char[]>(bytes + 1);
     set._members.reserve(members.size());
     std::size_t at = 0;
@@ -27,8 +30,8 @@ Status StaticStrSet::build(const std::vector<std::string_view>& members, StaticS
     const std::size_t slotTotal = slotCount(n), bucketTotal = bucketCount(n);
     set._slots.resize(slotTotal);
     set._pilots.resize(bucketTotal + 1);
-    set._slotTotal = slotTotal;
-    set._bucketTotal = bucketTotal;
+    set._shift = slotShift(slotTotal);
+    set._bucketMask = bucketTotal - 1;
     std::vector<std::uint64_t> hashes(n);
     std::vector<std::uint32_t> order(n), starts(bucketTotal + 1);
     for (;; ++set._seed) {
@@ -49,6 +52,11 @@ Status StaticStrSet::build(const std::vector<std::string_view>& members, StaticS
     }
     out = std::move(set);
     return {};
+}
+
+std::size_t StaticStrSet::findOther(std::string_view key) const noexcept {
+    if (key.size() > kShortMember) return findLongKey(key, _seed, _mode, table());
+    return findShortKey(key, _seed, _mode, table());
 }
 
 }  // namespace basicutil

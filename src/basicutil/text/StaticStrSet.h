@@ -14,10 +14,12 @@
 // How: the members' hashes (StrHash.h, seed 0) go into buckets of about four; each bucket gets the
 // smallest "pilot" that sends all its members to free slots of a table a little larger than the
 // set, largest buckets first (hash and displace). A lookup hashes the key, reads its bucket's
-// pilot, goes to the one slot that pilot names, and compares the hash stored there, then the
-// bytes. Building is linear in the members (buckets sorted by counting; a pilot search takes a
-// few tries on average at this load). Members whose 64-bit hashes are equal (a collision of the
-// hash itself) cannot be told apart by any pilot: the build then hashes with the next seed, and
+// pilot, goes to the one slot that pilot names, and compares. A member of up to 16 bytes is kept
+// in the slot as the two words the hash reads (StrHash.h's shortWords), which hold all its bytes:
+// a key that short is compared as those two words and its length, in registers. A longer member is
+// compared by its hash, length, then bytes. Building is linear in the members (buckets sorted by counting; a
+// pilot search takes a few tries on average at this load). Members whose 64-bit hashes are equal (a collision
+// of the hash itself) cannot be told apart by any pilot: the build then hashes with the next seed, and
 // lookups with that seed too.
 //
 // The case-folding sets (STR_CASE_FOLD) compare ASCII letters without case: members and keys are
@@ -78,6 +80,19 @@ constexpr std::size_t bucketCount(std::size_t n) noexcept {
 constexpr char foldAscii(char c) noexcept {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
+// foldAscii on each byte of a word at once: a byte below 0x80 gets bit 5 where adding to its low
+// seven bits shows it at or above 'A' and not above 'Z'.
+constexpr std::uint64_t foldAsciiWord(std::uint64_t w) noexcept {
+    constexpr std::uint64_t kOnes = 0x0101010101010101ULL, kHigh = 0x8080808080808080ULL;
+    const std::uint64_t low7 = w & ~kHigh;
+    const std::uint64_t atLeastA = low7 + kOnes * (0x80 - 'A');   // high bit: byte >= 'A'
+    const std::uint64_t aboveZ = low7 + kOnes * (0x7F - 'Z');     // high bit: byte > 'Z'
+    const std::uint64_t upper = atLeastA & ~aboveZ & ~w & kHigh;  // and the byte is ASCII
+    return w | (upper >> 2);
+}
+constexpr str_hash_details::ShortWords foldWords(str_hash_details::ShortWords w) noexcept {
+    return {foldAsciiWord(w.a), foldAsciiWord(w.b)};
+}
 constexpr bool equalFolded(std::string_view a, std::string_view b) noexcept {
     if (a.size() != b.size()) return false;
     for (std::size_t i = 0; i < a.size(); ++i) {
@@ -85,13 +100,11 @@ constexpr bool equalFolded(std::string_view a, std::string_view b) noexcept {
     }
     return true;
 }
-// The hash of the folded text; a text longer than kMaxFoldedLength has none (false).
-constexpr bool foldedHash(std::string_view text, std::uint64_t seed, std::uint64_t& out) noexcept {
-    if (text.size() > kMaxFoldedLength) return false;
+// The hash of the folded text, at most kMaxFoldedLength bytes (the caller checks).
+constexpr std::uint64_t foldedHash(std::string_view text, std::uint64_t seed) noexcept {
     char folded[kMaxFoldedLength] = {};
     for (std::size_t i = 0; i < text.size(); ++i) folded[i] = foldAscii(text[i]);
-    out = strHashBytes(folded, text.size(), seed);
-    return true;
+    return strHashBytes(folded, text.size(), seed);
 }
 
 // Whether n bytes at a and b are equal: up to 32 bytes in overlapping word compares (most keys),
@@ -115,27 +128,34 @@ constexpr bool sameBytes(const char* a, const char* b, std::size_t n) noexcept {
     return true;
 }
 
-// The bucket of a hash: bits 40 and up, masked to the count (sets of up to 2^24 buckets).
-constexpr std::size_t bucketOf(std::uint64_t h, std::size_t buckets) noexcept {
-    return static_cast<std::size_t>((h >> 40) & (buckets - 1));
+// The bucket of a hash: bits 40 and up, masked to the count less one (up to 2^24 buckets).
+constexpr std::size_t bucketOf(std::uint64_t h, std::size_t bucketMask) noexcept {
+    return static_cast<std::size_t>((h >> 40) & bucketMask);
 }
 // The word a pilot stands for in the table (stored, so that a lookup does not compute it).
 constexpr std::uint64_t pilotWord(std::uint32_t pilot) noexcept {
     return str_hash_details::fold(pilot ^ 0x5851F42D4C957F2DULL, 0xC2B2AE3D27D4EB4FULL);
 }
 // The slot a bucket's pilot word sends a hash to: the top bits of (hash xor word) times an odd
-// constant, which every bit of both reaches.
-constexpr std::size_t slotOf(std::uint64_t h, std::uint64_t word, std::size_t slots) noexcept {
-    return static_cast<std::size_t>(((h ^ word) * 0x9E3779B97F4A7C15ULL) >> (64 - std::countr_zero(slots)));
+// constant, which every bit of both reaches. `shift` is 64 less log2 of the slots (at least 2,
+// so the shift is below 64).
+constexpr unsigned slotShift(std::size_t slots) noexcept {
+    return 64 - static_cast<unsigned>(std::countr_zero(slots));
+}
+constexpr std::size_t slotOf(std::uint64_t h, std::uint64_t word, unsigned shift) noexcept {
+    return static_cast<std::size_t>(((h ^ word) * 0x9E3779B97F4A7C15ULL) >> shift);
 }
 
-// What a slot holds: the member's hash and index (kEmpty when free).
-// What a slot holds: the member's hash, bytes and index (kEmpty when free), so that a lookup
-// reads one slot and the bytes it compares.
+// Members of up to this many bytes are compared as their words.
+inline constexpr std::size_t kShortMember = 16;
+
+// What a slot holds: for a member of up to 16 bytes its words (folded, folding case), for a
+// longer one its hash in `a`; its bytes, length and index. A free slot's length is kEmpty, which
+// no key's is (members are shorter: StaticStrSet::build refuses longer ones).
 struct Slot {
-    std::uint64_t hash = 0;
+    std::uint64_t a = 0, b = 0;
     const char* data = nullptr;
-    std::uint32_t length = 0;
+    std::uint32_t length = kEmpty;
     std::uint32_t member = kEmpty;
 };
 
@@ -155,10 +175,11 @@ constexpr int buildTable(const std::string_view* members, std::size_t n, StrCase
                          std::size_t& duplicate) {
     for (std::size_t i = 0; i < n; ++i) {
         if (mode == STR_CASE_FOLD) {
-            if (!foldedHash(members[i], seed, hashes[i])) {
+            if (members[i].size() > kMaxFoldedLength) {
                 duplicate = i;
                 return 3;  // too long to fold
             }
+            hashes[i] = foldedHash(members[i], seed);
         } else {
             hashes[i] = strHash(members[i], seed);
         }
@@ -173,15 +194,17 @@ constexpr int placeMembers(const std::string_view* members, const std::uint64_t*
                            StrCase mode, Slot* slots, std::size_t slotTotal, std::uint64_t* pilots,
                            std::size_t bucketTotal, std::uint32_t* order, std::uint32_t* starts,
                            std::size_t& duplicate) {
+    const std::size_t bucketMask = bucketTotal - 1;
+    const unsigned shift = slotShift(slotTotal);
     // Buckets by counting: starts[b] is where bucket b's members begin in `order`.
     for (std::size_t b = 0; b <= bucketTotal; ++b) starts[b] = 0;
-    for (std::size_t i = 0; i < n; ++i) ++starts[bucketOf(hashes[i], bucketTotal) + 1];
+    for (std::size_t i = 0; i < n; ++i) ++starts[bucketOf(hashes[i], bucketMask) + 1];
     for (std::size_t b = 0; b < bucketTotal; ++b) starts[b + 1] += starts[b];
     {
         // Filled from each bucket's start; `pilots` serves as the cursor until the pilots are set.
         for (std::size_t b = 0; b < bucketTotal; ++b) pilots[b] = starts[b];
         for (std::size_t i = 0; i < n; ++i)
-            order[pilots[bucketOf(hashes[i], bucketTotal)]++] = static_cast<std::uint32_t>(i);
+            order[pilots[bucketOf(hashes[i], bucketMask)]++] = static_cast<std::uint32_t>(i);
     }
     // Two members in one bucket with one hash: the same text, or a collision of the hash.
     for (std::size_t b = 0; b < bucketTotal; ++b) {
@@ -213,17 +236,24 @@ constexpr int placeMembers(const std::string_view* members, const std::uint64_t*
                 const std::uint64_t word = pilotWord(pilot);
                 bool fits = true;
                 for (std::uint32_t x = starts[b]; x < starts[b + 1] && fits; ++x) {
-                    const std::size_t s = slotOf(hashes[order[x]], word, slotTotal);
+                    const std::size_t s = slotOf(hashes[order[x]], word, shift);
                     if (slots[s].member != kEmpty) fits = false;
                     for (std::uint32_t y = starts[b]; y < x && fits; ++y) {
-                        if (slotOf(hashes[order[y]], word, slotTotal) == s) fits = false;
+                        if (slotOf(hashes[order[y]], word, shift) == s) fits = false;
                     }
                 }
                 if (!fits) continue;
                 for (std::uint32_t x = starts[b]; x < starts[b + 1]; ++x) {
                     const std::string_view m = members[order[x]];
-                    slots[slotOf(hashes[order[x]], word, slotTotal)] =
-                        Slot{hashes[order[x]], m.data(), static_cast<std::uint32_t>(m.size()), order[x]};
+                    Slot& slot = slots[slotOf(hashes[order[x]], word, shift)];
+                    slot =
+                        Slot{hashes[order[x]], 0, m.data(), static_cast<std::uint32_t>(m.size()), order[x]};
+                    if (m.size() <= kShortMember) {
+                        const str_hash_details::ShortWords w =
+                            str_hash_details::shortWords(m.data(), m.size());
+                        slot.a = mode == STR_CASE_FOLD ? foldAsciiWord(w.a) : w.a;
+                        slot.b = mode == STR_CASE_FOLD ? foldAsciiWord(w.b) : w.b;
+                    }
                 }
                 pilots[b] = word;
                 break;
@@ -233,15 +263,54 @@ constexpr int placeMembers(const std::string_view* members, const std::uint64_t*
     return 0;
 }
 
-// A lookup in a built table: the member's index or npos.
-constexpr std::size_t lookup(std::string_view key, std::uint64_t h, StrCase mode, const Slot* slots,
-                             std::size_t slotTotal, const std::uint64_t* pilots,
-                             std::size_t bucketTotal) noexcept {
-    const Slot& slot = slots[slotOf(h, pilots[bucketOf(h, bucketTotal)], slotTotal)];
-    if (slot.hash != h || slot.length != key.size() || slot.member == kEmpty) return npos;
+// A built table as a lookup reads it.
+struct Table {
+    const Slot* slots;
+    const std::uint64_t* pilots;
+    std::size_t bucketMask;
+    unsigned shift;
+};
+constexpr const Slot& probe(std::uint64_t h, const Table& t) noexcept {
+    return t.slots[slotOf(h, t.pilots[bucketOf(h, t.bucketMask)], t.shift)];
+}
+// A key of up to 16 bytes as its words (folded, folding case) and their hash: the member's index
+// or npos, without a branch.
+[[gnu::always_inline]] constexpr std::size_t findShort(const str_hash_details::ShortWords& w, std::size_t n,
+                                                       std::uint64_t h, const Table& t) noexcept {
+    const Slot& slot = probe(h, t);
+    return (slot.a == w.a) & (slot.b == w.b) & (slot.length == n) ? slot.member : npos;
+}
+// A longer key and its hash.
+[[gnu::always_inline]] constexpr std::size_t findLong(std::string_view key, std::uint64_t h, StrCase mode,
+                                                      const Table& t) noexcept {
+    const Slot& slot = probe(h, t);
+    if (slot.a != h || slot.length != key.size() || slot.member == kEmpty) return npos;
     const bool same = mode == STR_CASE_FOLD ? equalFolded(std::string_view(slot.data, slot.length), key)
                                             : sameBytes(slot.data, key.data(), key.size());
     return same ? slot.member : npos;
+}
+// A key longer than 16 bytes, hashed here under `seed`. The sets call it out of line, so that the
+// short keys' path saves no registers.
+[[gnu::always_inline]] constexpr std::size_t findLongKey(std::string_view key, std::uint64_t seed,
+                                                         StrCase mode, const Table& t) noexcept {
+    if (mode == STR_CASE_EXACT) return findLong(key, strHash(key, seed), mode, t);
+    if (key.size() > kMaxFoldedLength) return npos;
+    return findLong(key, foldedHash(key, seed), mode, t);
+}
+// A key of up to 16 bytes, hashed here under `seed`.
+[[gnu::always_inline]] constexpr std::size_t findShortKey(std::string_view key, std::uint64_t seed,
+                                                          StrCase mode, const Table& t) noexcept {
+    using namespace str_hash_details;
+    ShortWords w = shortWords(key.data(), key.size());
+    if (mode == STR_CASE_FOLD) w = foldWords(w);
+    return findShort(w, key.size(), hashShort(w, key.size(), keysOf(seed)), t);
+}
+// An exact key with its hash under the table's seed.
+[[gnu::always_inline]] constexpr std::size_t findHashed(std::string_view key, std::uint64_t h,
+                                                        const Table& t) noexcept {
+    if (key.size() <= kShortMember)
+        return findShort(str_hash_details::shortWords(key.data(), key.size()), key.size(), h, t);
+    return findLong(key, h, STR_CASE_EXACT, t);
 }
 
 // Called where a constant set has two equal members (or one too long to fold): not constexpr, so
@@ -258,6 +327,7 @@ class FixedStrSet {
     static constexpr std::size_t npos = static_str_set_details::npos;                // not found
     static constexpr std::size_t kSlots = static_str_set_details::slotCount(N);      // the table
     static constexpr std::size_t kBuckets = static_str_set_details::bucketCount(N);  // its pilots
+    static constexpr unsigned kShift = static_str_set_details::slotShift(kSlots);
 
     // Builds the set; two equal members do not compile (makeStaticStrSet is the short way).
     consteval explicit FixedStrSet(const std::array<std::string_view, N>& members) : _members(members) {
@@ -277,20 +347,14 @@ class FixedStrSet {
 
     // The member's index (in the order given), or npos.
     constexpr std::size_t find(std::string_view key) const noexcept {
-        using namespace static_str_set_details;
-        std::uint64_t h = 0;
-        if constexpr (kMode == STR_CASE_FOLD) {
-            if (!foldedHash(key, _seed, h)) return npos;
-        } else {
-            h = strHash(key, _seed);
-        }
-        return lookup(key, h, kMode, _slots.data(), kSlots, _pilots.data(), kBuckets);
+        if (key.size() > static_str_set_details::kShortMember) return findLongKey(key);
+        return static_str_set_details::findShortKey(key, _seed, kMode, table());
     }
     // The same with the key's stored hash (exact sets built with seed 0, which is nearly always).
     constexpr std::size_t find(const HashedStrSegment& key) const noexcept {
         using namespace static_str_set_details;
         if (kMode == STR_CASE_FOLD || _seed != 0) return find(key.view());
-        return lookup(key.view(), key.hash(), kMode, _slots.data(), kSlots, _pilots.data(), kBuckets);
+        return findHashed(key.view(), key.hash(), table());
     }
     constexpr std::size_t find(const char* key) const noexcept { return find(std::string_view(key)); }
     constexpr bool contains(std::string_view key) const noexcept { return find(key) != npos; }
@@ -298,6 +362,13 @@ class FixedStrSet {
     constexpr std::string_view member(std::size_t i) const noexcept { return _members[i]; }
 
   private:
+    constexpr static_str_set_details::Table table() const noexcept {
+        return {_slots.data(), _pilots.data(), kBuckets - 1, kShift};
+    }
+    [[gnu::noinline]] constexpr std::size_t findLongKey(std::string_view key) const noexcept {
+        return static_str_set_details::findLongKey(key, _seed, kMode, table());
+    }
+
     std::array<std::string_view, N> _members;
     std::array<static_str_set_details::Slot, kSlots> _slots{};
     std::array<std::uint64_t, kBuckets + 1> _pilots{};
@@ -368,20 +439,15 @@ class StaticStrSet {
 
     // The member's index (in the order given), or npos.
     std::size_t find(std::string_view key) const noexcept {
-        using namespace static_str_set_details;
-        std::uint64_t h = 0;
-        if (_mode == STR_CASE_FOLD) {
-            if (!foldedHash(key, _seed, h)) return npos;
-        } else {
-            h = strHash(key, _seed);
-        }
-        return lookup(key, h, _mode, _slots.data(), _slotTotal, _pilots.data(), _bucketTotal);
+        if (_mode != STR_CASE_EXACT || key.size() > static_str_set_details::kShortMember) [[unlikely]]
+            return findOther(key);
+        return static_str_set_details::findShortKey(key, _seed, STR_CASE_EXACT, table());
     }
     // The same with the key's stored hash, when the set hashes as it was hashed (exact, seed 0).
     std::size_t find(const HashedStrSegment& key) const noexcept {
         using namespace static_str_set_details;
         if (_mode == STR_CASE_FOLD || _seed != 0) return find(key.view());
-        return lookup(key.view(), key.hash(), _mode, _slots.data(), _slotTotal, _pilots.data(), _bucketTotal);
+        return findHashed(key.view(), key.hash(), table());
     }
     std::size_t find(const char* key) const noexcept { return find(std::string_view(key)); }
     bool contains(std::string_view key) const noexcept { return find(key) != npos; }
@@ -390,12 +456,19 @@ class StaticStrSet {
     StrCase mode() const noexcept { return _mode; }
 
   private:
+    std::size_t findOther(std::string_view key) const noexcept;  // folding case, or long keys
+    static_str_set_details::Table table() const noexcept {
+        return {_slots.data(), _pilots.data(), _bucketMask, _shift};
+    }
+
     std::unique_ptr<char[]> _text;           // the members' bytes, one after the other
     std::vector<std::string_view> _members;  // into _text, which moving keeps in place
-    // An empty set has one free slot and one bucket, so that lookups need no test for it.
-    std::vector<static_str_set_details::Slot> _slots = std::vector<static_str_set_details::Slot>(1);
+    // An empty set has two free slots and one bucket, as a built one of no members: lookups need
+    // no test for it.
+    std::vector<static_str_set_details::Slot> _slots = std::vector<static_str_set_details::Slot>(2);
     std::vector<std::uint64_t> _pilots = std::vector<std::uint64_t>(2);
-    std::size_t _slotTotal = 1, _bucketTotal = 1;  // their sizes (the pilots' has one more)
+    unsigned _shift = static_str_set_details::slotShift(2);  // of the slots' count
+    std::size_t _bucketMask = 0;                             // the buckets' count less one
     std::uint64_t _seed = 0;
     StrCase _mode = STR_CASE_EXACT;
 };

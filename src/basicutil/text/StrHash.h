@@ -101,22 +101,30 @@ constexpr std::uint64_t finish(std::uint64_t h, std::size_t length, const Keys& 
 constexpr std::uint64_t pairFold(const char* s, std::uint64_t key, std::uint64_t secret) noexcept {
     return fold(read64(s) ^ key, read64(s + 8) ^ secret);
 }
-constexpr std::uint64_t hashMedium(const char* p, std::size_t n, const Keys& k) noexcept {
-    const char* const end = p + n;
-    std::uint64_t front = pairFold(p, k.a ^ kSecret[2], kSecret[10]);
-    std::uint64_t back = pairFold(end - 16, k.b ^ kSecret[3], kSecret[11]);
-    if (n > 32) {
-        front += pairFold(p + 16, k.a ^ kSecret[3], kSecret[10]);
-        back += pairFold(end - 32, k.b ^ kSecret[4], kSecret[11]);
-        for (std::size_t i = 2; 32 * i < n; ++i) {
-            front += pairFold(p + 16 * i, k.a ^ kSecret[i + 2], kSecret[10]);
-            back += pairFold(end - 16 * (i + 1), k.b ^ kSecret[i + 3], kSecret[11]);
-        }
-    }
+constexpr std::uint64_t frontFold(const char* p, const Keys& k) noexcept {
+    return pairFold(p, k.a ^ kSecret[2], kSecret[10]);
+}
+constexpr std::uint64_t backFold(const char* end, const Keys& k) noexcept {
+    return pairFold(end - 16, k.b ^ kSecret[3], kSecret[11]);
+}
+constexpr std::uint64_t finishPairs(std::uint64_t front, std::uint64_t back, std::size_t n,
+                                    const Keys& k) noexcept {
 #if defined(__GNUC__)
     if (!std::is_constant_evaluated()) asm("" : "+r"(front), "+r"(back));  // as in strHashBytes
 #endif
     return finish(front ^ std::rotl(back, 32), n, k);
+}
+// 33 to 256 bytes, out of line: its loop's registers would otherwise make every short hash save
+// registers first. (17 to 32 bytes are the first and last pair alone, inline in strHashBytes.)
+[[gnu::noinline]] constexpr std::uint64_t hashMedium(const char* p, std::size_t n, Keys k) noexcept {
+    const char* const end = p + n;
+    std::uint64_t front = frontFold(p, k) + pairFold(p + 16, k.a ^ kSecret[3], kSecret[10]);
+    std::uint64_t back = backFold(end, k) + pairFold(end - 32, k.b ^ kSecret[4], kSecret[11]);
+    for (std::size_t i = 2; 32 * i < n; ++i) {
+        front += pairFold(p + 16 * i, k.a ^ kSecret[i + 2], kSecret[10]);
+        back += pairFold(end - 16 * (i + 1), k.b ^ kSecret[i + 3], kSecret[11]);
+    }
+    return finishPairs(front, back, n, k);
 }
 
 // One 16-byte step of a lane: the lane's state enters the fold, so stripes chain.
@@ -178,39 +186,54 @@ struct Lanes {
     return lanes.result(n, k);
 }
 
+// Up to 16 bytes as the two words the hash folds. They hold every byte of the text, so with the
+// length they tell texts apart (the static sets compare these instead of the bytes).
+struct ShortWords {
+    std::uint64_t a = 0, b = 0;
+};
+[[gnu::always_inline]] constexpr ShortWords shortWords(const char* p, std::size_t n) noexcept {
+    ShortWords w;
+    if (n > 8) {
+        w.a = read64(p);
+        w.b = read64(p + n - 8);
+    } else if (n >= 4) {
+        w.a = read32(p);
+        w.b = read32(p + n - 4);
+    } else if (n > 0) {
+        w.a = (std::uint64_t{static_cast<unsigned char>(p[0])} << 16) |
+              (std::uint64_t{static_cast<unsigned char>(p[n >> 1])} << 8) |
+              static_cast<unsigned char>(p[n - 1]);
+    }
+#if defined(__GNUC__)
+    // The words meet here in registers: without this GCC copies the multiply into each branch and
+    // joins the 128-bit products through the stack, a store and a load on the critical path.
+    if (!std::is_constant_evaluated()) asm("" : "+r"(w.a), "+r"(w.b));
+#endif
+    return w;
+}
+// The hash of a text of n <= 16 bytes from its words.
+constexpr std::uint64_t hashShort(const ShortWords& w, std::size_t n, const Keys& k) noexcept {
+    return finish(fold(w.a ^ k.a, w.b ^ k.b), n, k);
+}
+
 }  // namespace str_hash_details
 
 // The hash of n bytes at p under `seed` (0 unless the caller asks for its own). Named apart from
 // strHash so that strHash("key", seed) can never be taken for a pointer and a length.
-constexpr std::uint64_t strHashBytes(const char* p, std::size_t n, std::uint64_t seed = 0) noexcept {
+[[gnu::always_inline]] constexpr std::uint64_t strHashBytes(const char* p, std::size_t n,
+                                                            std::uint64_t seed = 0) noexcept {
     using namespace str_hash_details;
     const Keys k = keysOf(seed);
-    if (n <= 16) [[likely]] {
-        std::uint64_t a = 0, b = 0;
-        if (n > 8) {
-            a = read64(p);
-            b = read64(p + n - 8);
-        } else if (n >= 4) {
-            a = read32(p);
-            b = read32(p + n - 4);
-        } else if (n > 0) {
-            a = (std::uint64_t{static_cast<unsigned char>(p[0])} << 16) |
-                (std::uint64_t{static_cast<unsigned char>(p[n >> 1])} << 8) |
-                static_cast<unsigned char>(p[n - 1]);
-        }
-#if defined(__GNUC__)
-        // The words meet here in registers: without this GCC copies the multiply into each branch
-        // and joins the 128-bit products through the stack, a store and a load on the critical path.
-        if (!std::is_constant_evaluated()) asm("" : "+r"(a), "+r"(b));
-#endif
-        return finish(fold(a ^ k.a, b ^ k.b), n, k);
-    }
+    if (n <= 16) [[likely]]
+        return hashShort(shortWords(p, n), n, k);
+    if (n <= 32) return finishPairs(frontFold(p, k), backFold(p + n, k), n, k);
     if (n <= 256) return hashMedium(p, n, k);
     return hashLong(p, n, k);
 }
 
 // The same for a view.
-constexpr std::uint64_t strHash(std::string_view text, std::uint64_t seed = 0) noexcept {
+[[gnu::always_inline]] constexpr std::uint64_t strHash(std::string_view text,
+                                                       std::uint64_t seed = 0) noexcept {
     return strHashBytes(text.data(), text.size(), seed);
 }
 

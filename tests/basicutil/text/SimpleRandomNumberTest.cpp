@@ -56,6 +56,55 @@ TEST(SimpleRandomNumberTest, RangesAreUniform) {
     EXPECT_NEAR(low / static_cast<double>(draws), 1.0 / 3, 0.01);
 }
 
+// below(n) at both widths, from the same independent model: one draw up to 2^62, two above.
+TEST(SimpleRandomNumberTest, RangesGiveTheirSequences) {
+    const struct {
+        std::uint64_t seed, n;
+        std::array<std::uint64_t, 4> values;
+    } cases[] = {
+        {3, 1000, {0x2b2, 0x280, 0xda, 0x215}},
+        {3,
+         3ULL << 62,
+         {0x849a40e42c0ce990ULL, 0x29e8083c659f7dfdULL, 0x5185b96bc59b7207ULL, 0x285a28c8697bd5c1ULL}},
+        {11,
+         UINT64_MAX,
+         {0x39287fc26939a7deULL, 0x3ec96828463614adULL, 0x15d312ce905ffe56ULL, 0x832ed2c5e54dfabbULL}},
+        {11,
+         (1ULL << 62) + 1,
+         {0xe4a1ff09a4e69f7ULL, 0xfb25a0a118d852bULL, 0x574c4b3a417ff95ULL, 0x20cbb4b179537eafULL}},
+    };
+    for (const auto& c : cases) {
+        SimpleRandomNumber rng(c.seed);
+        for (std::uint64_t expected : c.values) EXPECT_EQ(rng.below(c.n), expected) << c.seed << " " << c.n;
+    }
+}
+
+// The two-draw form's rare steps, with draws chosen by hand for n = 3 * 2^62, where 2^128 mod n is
+// 2^62: a product of 0 is below that and retried; one of 2^63 (the draws 1 and 0x5555...56) has
+// its top 64 of 128 low bits zero and its last 64 below n, yet is above 2^62 and kept; the two
+// draws' products overlap, and a carry between them reaches the result.
+TEST(SimpleRandomNumberTest, WideRangesRejectOnlyTheBiasedProducts) {
+    const std::uint64_t n = 3ULL << 62;
+    const struct {
+        std::vector<std::uint64_t> draws;
+        std::uint64_t result;
+    } cases[] = {
+        {{0, 1}, 0},                                        // the product n: kept at once
+        {{0, 0, 1, 0x5555555555555556ULL}, 1},              // 0 retried, 2^63 kept after the check
+        {{UINT64_MAX, UINT64_MAX}, n - 1},                  // the largest draw gives the largest value
+        {{0xAAAAAAAAAAAAAAAAULL, UINT64_MAX}, 1ULL << 63},  // the low product carries into the result
+    };
+    for (const auto& c : cases) {
+        std::size_t used = 0;
+        const std::uint64_t result = simple_random_details::belowWide(n, c.draws[used++], [&] {
+            EXPECT_LT(used, c.draws.size());
+            return used < c.draws.size() ? c.draws[used++] : UINT64_MAX;  // past the end: kept at once
+        });
+        EXPECT_EQ(result, c.result);
+        EXPECT_EQ(used, c.draws.size());
+    }
+}
+
 TEST(SimpleRandomNumberTest, BoundsDoublesBytesShufflesAndChoices) {
     SimpleRandomNumber rng(1);
     EXPECT_EQ(rng.between(std::uint64_t{5}, std::uint64_t{5}), 5u);

@@ -76,6 +76,43 @@ TEST(StaticStrSetTest, EveryMemberFoundAndNothingElse) {
     }
 }
 
+// Short keys are folded eight bytes at a time: every byte value, at every position of the word and
+// beside every other kind of byte, folds as the byte-at-a-time rule says.
+TEST(StaticStrSetTest, WordFoldMatchesByteFold) {
+    using static_str_set_details::foldAscii;
+    using static_str_set_details::foldAsciiWord;
+    for (unsigned value = 0; value < 256; ++value) {
+        for (unsigned neighbour : {0x00u, 0x40u, 0x41u, 0x5Au, 0x5Bu, 0x60u, 0x7Fu, 0x80u, 0xC1u, 0xFFu}) {
+            for (int at = 0; at < 8; ++at) {
+                std::uint64_t word = 0, expected = 0;
+                for (int i = 0; i < 8; ++i) {
+                    const unsigned byte = i == at ? value : neighbour;
+                    word |= std::uint64_t{byte} << (8 * i);
+                    expected |= std::uint64_t{static_cast<unsigned char>(foldAscii(static_cast<char>(byte)))}
+                                << (8 * i);
+                }
+                ASSERT_EQ(foldAsciiWord(word), expected) << value << " at " << at << " among " << neighbour;
+            }
+        }
+    }
+}
+
+// A set made empty and one built from no members answer every key with npos, reading only their
+// own table (a shift of the whole word width once sent the empty set's probe far outside it).
+TEST(StaticStrSetTest, EmptySetsFindNothing) {
+    for (StrCase mode : {STR_CASE_EXACT, STR_CASE_FOLD}) {
+        StaticStrSet made, built;
+        ASSERT_TRUE(StaticStrSet::build(std::vector<std::string_view>{}, built, mode));
+        for (std::string_view key :
+             {"", "a", "INFO", "appender.A1.fileName", "a much longer key of 33 bytes.."}) {
+            EXPECT_EQ(made.find(key), made.npos) << key;
+            EXPECT_EQ(built.find(key), built.npos) << key;
+            EXPECT_EQ(made.find(HashedStrSegment(key)), made.npos) << key;
+        }
+        EXPECT_EQ(built.size(), 0u);
+    }
+}
+
 TEST(StaticStrSetTest, DuplicatesAndOverlongFoldedMembersAreRefused) {
     StaticStrSet set;
     ASSERT_TRUE(StaticStrSet::build({"kept"}, set));
