@@ -191,25 +191,37 @@ struct Lanes {
 struct ShortWords {
     std::uint64_t a = 0, b = 0;
 };
-[[gnu::always_inline]] constexpr ShortWords shortWords(const char* p, std::size_t n) noexcept {
+// The words of 4 to 16 bytes, and of 0 to 3.
+[[gnu::always_inline]] constexpr ShortWords wordsOf4To16(const char* p, std::size_t n) noexcept {
     ShortWords w;
     if (n > 8) {
         w.a = read64(p);
         w.b = read64(p + n - 8);
-    } else if (n >= 4) {
+    } else {
         w.a = read32(p);
         w.b = read32(p + n - 4);
-    } else if (n > 0) {
+    }
+    return w;
+}
+constexpr ShortWords wordsOf0To3(const char* p, std::size_t n) noexcept {
+    ShortWords w;
+    if (n > 0) {
         w.a = (std::uint64_t{static_cast<unsigned char>(p[0])} << 16) |
               (std::uint64_t{static_cast<unsigned char>(p[n >> 1])} << 8) |
               static_cast<unsigned char>(p[n - 1]);
     }
+    return w;
+}
+// The words meet here in registers: without this GCC copies the multiply into each branch and
+// joins the 128-bit products through the stack, a store and a load on the critical path.
+[[gnu::always_inline]] constexpr ShortWords inRegisters(ShortWords w) noexcept {
 #if defined(__GNUC__)
-    // The words meet here in registers: without this GCC copies the multiply into each branch and
-    // joins the 128-bit products through the stack, a store and a load on the critical path.
     if (!std::is_constant_evaluated()) asm("" : "+r"(w.a), "+r"(w.b));
 #endif
     return w;
+}
+[[gnu::always_inline]] constexpr ShortWords shortWords(const char* p, std::size_t n) noexcept {
+    return inRegisters(n >= 4 ? wordsOf4To16(p, n) : wordsOf0To3(p, n));
 }
 // The hash of a text of n <= 16 bytes from its words.
 constexpr std::uint64_t hashShort(const ShortWords& w, std::size_t n, const Keys& k) noexcept {
@@ -224,8 +236,10 @@ constexpr std::uint64_t hashShort(const ShortWords& w, std::size_t n, const Keys
                                                             std::uint64_t seed = 0) noexcept {
     using namespace str_hash_details;
     const Keys k = keysOf(seed);
-    if (n <= 16) [[likely]]
-        return hashShort(shortWords(p, n), n, k);
+    // 4 to 16 bytes first: one test, then one more for the word width.
+    if (n - 4 <= 12) [[likely]]
+        return hashShort(inRegisters(wordsOf4To16(p, n)), n, k);
+    if (n < 4) return hashShort(wordsOf0To3(p, n), n, k);
     if (n <= 32) return finishPairs(frontFold(p, k), backFold(p + n, k), n, k);
     if (n <= 256) return hashMedium(p, n, k);
     return hashLong(p, n, k);
