@@ -6,6 +6,7 @@
 
 #include "libzero/bounded-path.h"
 #include "libzero/codepoint-width.h"
+#include "libzero/create-crash-dump.h"
 #include "libzero/unicode-file.h"
 
 static int failures;
@@ -48,6 +49,12 @@ int main(void) {
         int error = 0;
         check(utrans_open_read("/nonexistent/file", UTRANS_DETECT, &error) == NULL && error == ENOENT,
               "utrans_open_read of a missing file");
+    }
+    {
+        char stamp[17], digits[21];
+        crash_dump_utc_compact(951782400, stamp); /* 2000-02-29 */
+        check(strcmp(stamp, "20000229T000000Z") == 0, "crash_dump_utc_compact");
+        check(crash_dump_format_udec(4096, digits) == 4 && strcmp(digits, "4096") == 0, "crash_dump_format_udec");
     }
     if (failures == 0) printf("libzero from C: all checks passed\n");
     return failures;
