@@ -32,6 +32,8 @@ CODE_RULES = [
     (r"\bkqueue\b|\bkevent\b|\bcap_enter\b|\bcpuset_\w+", "a FreeBSD-only call"),
     (r"\bgetauxval\b|\belf_aux_info\b|\bAT_MINSIGSTKSZ\b", "the auxiliary vector: getauxval on Linux, elf_aux_info on FreeBSD"),
     (r"\bprogram_invocation_(short_)?name\b|\bgetprogname\b", "the program's name: glibc's variables, FreeBSD's getprogname"),
+    (r"\buc_mcontext\b|\bgregs\b|\bREG_R[A-Z0-9]+\b|\bmc_r\w+\b", "a signal context's registers: named differently in each system's mcontext_t"),
+    (r"\bpthread_getattr_np\b|\bpthread_attr_get_np\b|\bKERN_PROC_\w+\b", "thread attributes and process facts: asked differently"),
     (r"\bsecure_getenv\b", "secure_getenv is glibc's (FreeBSD: issetugid)"),
     (r"\bst_birthtim\w*\b|\bst_flags\b|\bst_gen\b", "a FreeBSD-only struct stat field"),
     (r"\bstatfs\b|\bf_type\b|\bf_fstypename\b", "struct statfs differs; statvfs is the same on both"),
@@ -58,7 +60,9 @@ BUILD_RULES = [
     (r"\bsyncfs\b|-lrt\b|-ldl\b|-lbsd\b", "a Linux-only library or call in the build"),
 ]
 
-ALLOWED = ("src/basicutil/platform/Platform.h", "src/basicutil/platform/Platform.cpp", "tests/basicutil/platform/PlatformTest.cpp")
+ALLOWED = ("src/basicutil/platform/Platform.h", "src/basicutil/platform/Platform.cpp", "tests/basicutil/platform/PlatformTest.cpp",
+           "src/basicutil/platform/PlatformCrash.h", "src/basicutil/platform/PlatformCrash.cpp",
+           "tests/basicutil/platform/PlatformCrashTest.cpp")
 ALLOWED_DIRS = ("tests/support/",)
 SOURCE_DIRS = ("src/", "tests/", "bench/", "fuzz/")
 SOURCE_SUFFIXES = (".cpp", ".h", ".c", ".cc", ".hpp")

@@ -1,0 +1,72 @@
+// What crash reporting needs of the system and differs between FreeBSD and Linux: the alternate
+// signal stack's size, a signal context's registers, si_code in words, the process's memory map
+// and command line, a thread's stack bounds. Everything here is async-signal-safe unless it says
+// otherwise (the set-up calls), and none of it allocates.
+#pragma once
+
+#include <signal.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace basicutil::platform {
+
+// --- The alternate signal stack -----------------------------------------------------------------
+
+// Bytes of an alternate signal stack: at least 64 KiB, sysconf(_SC_SIGSTKSZ) and, where the
+// kernel tells it, four times its minimum signal frame (AT_MINSIGSTKSZ; AVX-512 frames are
+// large), rounded up to whole pages. Asked once; not for a signal handler's first call.
+std::size_t alternateStackBytes() noexcept;
+
+// A thread's alternate signal stack: a mapping of a guard page (no access, below) and the stack.
+struct AlternateStack {
+    void* mapping = nullptr;  // the whole mapping, guard included; null when none
+    std::size_t mappingBytes = 0;
+};
+// Maps a stack for the calling thread and makes it the thread's alternate stack. Returns 0 or an
+// errno value (nothing is then mapped). Not async-signal-safe in the C library's sense (mmap), but
+// a system call and no lock: a signal handler may call it.
+[[nodiscard]] int mapAlternateStack(AlternateStack& stack) noexcept;
+// Stops using the stack (only when it is the thread's current one) and unmaps it. Returns 0 or an
+// errno value.
+[[nodiscard]] int unmapAlternateStack(AlternateStack& stack) noexcept;
+
+// --- A signal's context ---------------------------------------------------------------------------
+
+// The x86-64 registers of a signal context, in a fixed order with their names.
+struct Registers {
+    static constexpr std::size_t kCount = 20;
+    static const char* const kNames[kCount];  // "rax", ..., "rip", "rflags", "trapno", "err"
+    std::uint64_t values[kCount] = {};
+    std::uint64_t pc = 0, sp = 0, fp = 0;  // rip, rsp, rbp again
+};
+// The registers of `context` (the handler's third argument). False where the platform's context
+// is not known here (not x86-64).
+bool registersOf(const void* context, Registers& out) noexcept;
+
+// The name of a signal ("SIGSEGV"), or null for one not known here.
+const char* signalName(int signo) noexcept;
+// si_code in words ("SEGV_MAPERR (address not mapped to object)"), or null when not known.
+const char* signalCodeText(int signo, int code) noexcept;
+// Whether the signal was sent (kill, raise, abort, a timer) rather than raised by the processor
+// for the instruction at the context's pc: a sent one does not come back on returning.
+bool signalWasSent(const siginfo_t& info) noexcept;
+
+// --- The process ----------------------------------------------------------------------------------
+
+// The process's memory map as lines "start-end perms path" (hexadecimal addresses; perms "rwxp"
+// with "-" for a missing right; path empty for anonymous memory), into out (NUL-terminated);
+// returns the length, or 0 when it cannot be read. Reads /proc/self/maps on Linux and
+// kern.proc.vmmap on FreeBSD, the latter through `scratch`, a buffer of `scratchBytes` given by the
+// caller (set aside at set-up) since a handler may not allocate.
+std::size_t readMemoryMap(char* out, std::size_t capacity, char* scratch, std::size_t scratchBytes) noexcept;
+
+// The command line, its arguments separated by single spaces, into out (NUL-terminated); the
+// length. Called at set-up (it may read a file).
+std::size_t readCommandLine(char* out, std::size_t capacity) noexcept;
+
+// The lowest and highest address of the calling thread's stack and its guard's size below it.
+// False when the thread library will not tell.
+bool currentStackBounds(std::uintptr_t& low, std::uintptr_t& high, std::size_t& guardBytes) noexcept;
+
+}  // namespace basicutil::platform
