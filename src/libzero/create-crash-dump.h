@@ -23,16 +23,18 @@
 
 LIBZERO_BEGIN_DECLARATIONS
 
+/* Bytes collected before they are written. */
 #define CRASH_DUMP_BUFFER 4096
 
+/* One log being written; change it only through the functions below. */
 struct crash_dump {
-    int fd;           /* where the text goes */
-    int owns_fd;      /* crash_dump_close closes it (crash_dump_create opened it) */
-    int error;        /* the first failed call's errno, 0 while none */
-    size_t used;      /* bytes waiting in buf */
-    uint64_t written; /* bytes the descriptor took */
-    uint64_t dropped; /* bytes given after a failure, not written */
-    char buf[CRASH_DUMP_BUFFER];
+    int fd;                      /* where the text goes */
+    int owns_fd;                 /* crash_dump_close closes it (crash_dump_create opened it) */
+    int error;                   /* the first failed call's errno, 0 while none */
+    size_t used;                 /* bytes waiting in buf */
+    uint64_t written;            /* bytes the descriptor took */
+    uint64_t dropped;            /* bytes given after a failure, not written */
+    char buf[CRASH_DUMP_BUFFER]; /* the text not yet written */
 };
 
 /* Writes to `fd`, which stays open at close (standard error, say). */

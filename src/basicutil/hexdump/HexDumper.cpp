@@ -74,6 +74,11 @@ void HexDumper::dumpLines(const void* data, std::size_t length, std::uint64_t st
     }
 }
 
+void HexDumper_to_CrashLog::line(const char* text, std::size_t length) {
+    crash_dump_bytes(_out, text, length);
+    crash_dump_char(_out, '\n');
+}
+
 void HexDumper_to_Str::line(const char* text, std::size_t length) {
     char* p = _out.appendUninitialized(length + 1);
     std::memcpy(p, text, length);

@@ -16,6 +16,7 @@
 #include "basicutil/log/Logger.h"
 #include "basicutil/text/Str.h"
 #include "basicutil/text/StrVector.h"
+#include "libzero/create-crash-dump.h"
 
 namespace basicutil {
 
@@ -70,6 +71,17 @@ class HexDumper_to_Logger : public HexDumper {
   private:
     Logger& _logger;
     LogLevel _level;
+};
+
+// The lines, each with "\n", into a crash log: nothing allocated, so a signal handler may dump.
+class HexDumper_to_CrashLog : public HexDumper {
+  public:
+    explicit HexDumper_to_CrashLog(crash_dump* out) : _out(out) {}  // `out` must outlive the dumper
+
+    void line(const char* text, std::size_t length) override;
+
+  private:
+    crash_dump* _out;
 };
 
 }  // namespace basicutil

@@ -40,6 +40,7 @@ inline constexpr std::string_view kAssertUnits[] = {
     "basicutil/BasicConversions",
     "basicutil/PrintHexBytes",
     "basicutil/HexDumper",
+    "basicutil/CrashHandler",
     "basicutil/Regex",
     "basicutil/DecimalText",
     "basicutil/StartupOrder",

@@ -11,6 +11,10 @@
 
 namespace basicutil::platform {
 
+// The signals a crash handler takes: the processor's faults, abort and the bad system call. Not
+// SIGTERM or SIGINT: a requested stop is no crash.
+inline constexpr int kCrashSignals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP, SIGSYS};
+
 // --- The alternate signal stack -----------------------------------------------------------------
 
 // Bytes of an alternate signal stack: at least 64 KiB, sysconf(_SC_SIGSTKSZ) and, where the
@@ -20,8 +24,8 @@ std::size_t alternateStackBytes() noexcept;
 
 // A thread's alternate signal stack: a mapping of a guard page (no access, below) and the stack.
 struct AlternateStack {
-    void* mapping = nullptr;  // the whole mapping, guard included; null when none
-    std::size_t mappingBytes = 0;
+    void* mapping = nullptr;       // the whole mapping, guard included; null when none
+    std::size_t mappingBytes = 0;  // its length, guard included
 };
 // Maps a stack for the calling thread and makes it the thread's alternate stack. Returns 0 or an
 // errno value (nothing is then mapped). Not async-signal-safe in the C library's sense (mmap), but
@@ -35,10 +39,12 @@ struct AlternateStack {
 
 // The x86-64 registers of a signal context, in a fixed order with their names.
 struct Registers {
-    static constexpr std::size_t kCount = 20;
-    static const char* const kNames[kCount];  // "rax", ..., "rip", "rflags", "trapno", "err"
-    std::uint64_t values[kCount] = {};
-    std::uint64_t pc = 0, sp = 0, fp = 0;  // rip, rsp, rbp again
+    static constexpr std::size_t kCount = 20;  // registers kept
+    static const char* const kNames[kCount];   // "rax", ..., "rip", "rflags", "trapno", "err"
+    std::uint64_t values[kCount] = {};         // in kNames' order
+    std::uint64_t pc = 0;                      // rip again
+    std::uint64_t sp = 0;                      // rsp again
+    std::uint64_t fp = 0;                      // rbp again
 };
 // The registers of `context` (the handler's third argument). False where the platform's context
 // is not known here (not x86-64).

@@ -327,7 +327,7 @@ class FixedStrSet {
     static constexpr std::size_t npos = static_str_set_details::npos;                // not found
     static constexpr std::size_t kSlots = static_str_set_details::slotCount(N);      // the table
     static constexpr std::size_t kBuckets = static_str_set_details::bucketCount(N);  // its pilots
-    static constexpr unsigned kShift = static_str_set_details::slotShift(kSlots);
+    static constexpr unsigned kShift = static_str_set_details::slotShift(kSlots);    // a slot from a product
 
     // Builds the set; two equal members do not compile (makeStaticStrSet is the short way).
     consteval explicit FixedStrSet(const std::array<std::string_view, N>& members) : _members(members) {

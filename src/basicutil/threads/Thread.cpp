@@ -16,6 +16,7 @@
 #include "basicutil/runtime/ThreadClockChoice.h"
 #include "basicutil/runtime/ThreadFatalError.h"
 #include "basicutil/threads/Thread_details.h"
+#include "libzero/create-crash-dump.h"
 
 namespace basicutil {
 
@@ -30,7 +31,8 @@ constinit Thread* GLOBAL_THREAD_LIST_ROOT = nullptr;
 constinit pthread_key_t activeThreads{};  // each thread's own Thread object
 constinit std::atomic<bool> active_threads_key_created{false};
 constinit std::atomic<bool> main_thread_created{false};
-constinit std::atomic<pthread_t> main_thread_handle{};  // stored before main_thread_created is set
+constinit std::atomic<bool> crash_alternate_stacks{false};  // Thread::setCrashAlternateStacks
+constinit std::atomic<pthread_t> main_thread_handle{};      // stored before main_thread_created is set
 constinit std::atomic<bool> have_already_started_threads{false};
 constinit std::atomic<unsigned> thread_count{0};
 constinit std::atomic<pid_t> main_thread_process_id{0};
@@ -274,6 +276,7 @@ void* Thread::threadFrame(void* arg) {
     Thread* const instance = static_cast<Thread*>(arg);
     ThreadScratch scratch;
     instance->_scratchp.store(perThreadScratch(&scratch));
+    if (crash_alternate_stacks.load()) instance->enterCrashReporting();
 
     // A name the platform refuses is worth a warning, never the process.
     if (int rc = platform::setThreadName(pthread_self(), instance->_name.c_str())) {
@@ -307,7 +310,33 @@ void* Thread::threadFrame(void* arg) {
         instance->_scratchp.store(nullptr);
     }
     checkThreadCall(pthread_setspecific(activeThreads, nullptr), "pthread_setspecific");
+    instance->leaveCrashReporting();
     return nullptr;
+}
+
+// The crash signals reach this thread, on a stack of their own. A stack that cannot be mapped
+// leaves the thread without one (a stack overflow then ends it without a log), said once.
+void Thread::enterCrashReporting() noexcept {
+    sigset_t faults;
+    sigemptyset(&faults);
+    for (int signo : platform::kCrashSignals) sigaddset(&faults, signo);
+    checkThreadCall(pthread_sigmask(SIG_UNBLOCK, &faults, nullptr), "pthread_sigmask");
+    if (const int rc = platform::mapAlternateStack(_alternate_stack)) {
+        std::string text;
+        errno = rc;
+        appendPrintf(PrintfOutput(text), "thread %s has no alternate signal stack: %m",
+                     PrintfFormat::argumentList(_name), PrintfFormatAtom::OPTION_ERRNO);
+        threadChannel().log(LOG_WARN, text);
+    }
+}
+
+void Thread::leaveCrashReporting() noexcept {
+    if (_alternate_stack.mapping == nullptr) return;
+    if (const int rc = platform::unmapAlternateStack(_alternate_stack)) fatalThreadError("munmap", rc);
+}
+
+void Thread::setCrashAlternateStacks(bool on) noexcept {
+    crash_alternate_stacks.store(on);
 }
 
 // Parks until go(); false when the object is being torn down instead.
@@ -380,6 +409,51 @@ void Thread::excludeFromGlobalThreadList() {
     ProcessLock lock;
     VESTRA_ASSERT(!_ready_to_run.load());
     _listed = false;
+}
+
+void Thread::writeCrashState(::crash_dump* out) const noexcept {
+    crash_dump_text(out, "Thread: \"");
+    crash_dump_bytes(out, _name.data(), _name.size());
+    crash_dump_text(out, "\", did_join=");
+    crash_dump_dec(out, _did_join.load());
+    if (_ready_to_run.load()) crash_dump_text(out, ", ready_to_run");
+    if (main_thread_created.load() && pthread_equal(_handle, main_thread_handle.load()) != 0)
+        crash_dump_text(out, ", main_thread");
+    crash_dump_text(out, ", token=");
+    crash_dump_udec(out, _thread_id.load(), 0);
+    const FatalThreadErrorRecord fatal = fatalThreadErrorRecord();
+    if (std::string_view(fatal.call) != "none") {
+        crash_dump_text(out, "; Dying on fatal thread error: ");
+        crash_dump_text(out, fatal.call);
+        crash_dump_text(out, ", error ");
+        crash_dump_dec(out, fatal.error);
+        crash_dump_text(out, ", in ");
+        crash_dump_text(out, fatal.threadName);
+    }
+}
+
+unsigned Thread::writeCrashStates(::crash_dump* out, unsigned waitMilliseconds) noexcept {
+    // Tried, never waited for: the thread holding it may be the one that crashed, or be stopped.
+    bool locked = false;
+    for (unsigned waited = 0;; ++waited) {
+        if (pthread_mutex_trylock(&globals.mutex) == 0) {
+            locked = true;
+            break;
+        }
+        if (waited >= waitMilliseconds) break;
+        struct timespec millisecond = {0, 1000000};
+        nanosleep(&millisecond, nullptr);  // an early wake only shortens the wait
+    }
+    if (!locked) crash_dump_text(out, "(the thread list's lock is held: the list is read as it is)\n");
+    unsigned count = 0;
+    for (const Thread* t = GLOBAL_THREAD_LIST_ROOT; t != nullptr && count < 100000;
+         t = t->_global_thread_list_next) {
+        t->writeCrashState(out);
+        crash_dump_char(out, '\n');
+        ++count;
+    }
+    if (locked) static_cast<void>(pthread_mutex_unlock(&globals.mutex));  // ours: it cannot fail
+    return count;
 }
 
 void Thread::iterateEachRunning(iterate_running_threads_callback& callback) {

@@ -23,8 +23,11 @@
 #include <vector>
 
 #include "basicutil/platform/Platform.h"
+#include "basicutil/platform/PlatformCrash.h"
 #include "basicutil/text/BaseException.h"
 #include "basicutil/text/PrintfFormat.h"
+
+struct crash_dump;  // libzero/create-crash-dump.h
 
 namespace basicutil {
 
@@ -124,6 +127,18 @@ class Thread {
 
     // Calls `callback` for every listed thread, under the process-wide mutex.
     static void iterateEachRunning(iterate_running_threads_callback& callback);
+
+    // For crash reporting. From the call with true on, each thread that enters its frame maps an
+    // alternate signal stack (with a guard page) and unmaps it when it leaves, and unblocks the
+    // crash signals; false stops that for threads that enter later.
+    static void setCrashAlternateStacks(bool on) noexcept;
+    // Writes every listed thread's state, as dumpState words it, into `out`, one line each,
+    // without allocating: for a signal handler. The process-wide mutex is tried for about
+    // `waitMilliseconds`; a thread that holds it (the crash may have come in the middle) does not
+    // stop the walk, which then reads the list as it is and says so. Returns the threads written.
+    static unsigned writeCrashStates(::crash_dump* out, unsigned waitMilliseconds) noexcept;
+    // This thread's state as dumpState words it, into `out`, without allocating.
+    void writeCrashState(::crash_dump* out) const noexcept;
     // Asserts that no Thread has been released yet (for set-up that must happen before).
     static void assertNotMultithreadedYet();
     // Whether the caller is the thread whose MainThread object exists.
@@ -176,6 +191,8 @@ class Thread {
     void addToGlobalThreadList();
     void removeFromGlobalThreadList();
     void runCleanups() noexcept;
+    void enterCrashReporting() noexcept;
+    void leaveCrashReporting() noexcept;
     static ThreadScratch* perThreadScratch(ThreadScratch* scratch) noexcept { return scratch; }
 
     std::atomic<std::int32_t> _did_join{DID_NOT_JOIN};
@@ -195,6 +212,8 @@ class Thread {
     // From creation (or, for the main thread, construction) until the frame ends; changed and
     // read by requests under the process-wide mutex.
     std::atomic<bool> _in_frame{false};
+    // Mapped while in the frame when crash reporting asked for it.
+    platform::AlternateStack _alternate_stack;
 };
 
 // The thread that runs the program's main. Construct it first, in main, before any other Thread.

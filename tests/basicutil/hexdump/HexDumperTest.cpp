@@ -100,6 +100,20 @@ TEST(HexDumperTest, SinksTakeOneLineEach) {
     }
     ASSERT_EQ(messages.size(), 3u);
     EXPECT_EQ(messages[0], std::string(lines[0].view()));
+
+    // A crash log takes the same lines, each ended.
+    FILE* file = std::tmpfile();
+    ASSERT_NE(file, nullptr);
+    crash_dump d;
+    crash_dump_init(&d, fileno(file));
+    HexDumper_to_CrashLog(&d).do_dump(bytes.data(), bytes.size());
+    ASSERT_EQ(crash_dump_flush(&d), 0);
+    std::rewind(file);
+    char text[512] = {};
+    const std::size_t n = std::fread(text, 1, sizeof text - 1, file);
+    EXPECT_EQ(std::fclose(file), 0);
+    EXPECT_EQ(std::string(text, n), std::string(lines[0].view()) + "\n" + std::string(lines[1].view()) +
+                                        "\n" + std::string(lines[2].view()) + "\n");
 }
 
 }  // namespace

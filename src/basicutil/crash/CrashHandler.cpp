@@ -1,0 +1,536 @@
+#include "basicutil/crash/CrashHandler.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <link.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+#include <unwind.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "basicutil/hexdump/HexDumper.h"
+#include "basicutil/platform/Platform.h"
+#include "basicutil/platform/PlatformCrash.h"
+#include "basicutil/platform/Version.h"
+#include "basicutil/text/PrintfFormat.h"
+#include "basicutil/threads/Thread.h"
+#include "libzero/bounded-path.h"
+#include "libzero/create-crash-dump.h"
+
+namespace basicutil {
+
+namespace {
+
+constexpr std::size_t kSignals = std::size(platform::kCrashSignals);
+constexpr std::size_t kMaxFrames = 64;
+constexpr std::size_t kPathBytes = 4096;
+constexpr std::uintptr_t kNearStack = 64 * 1024;  // a fault this near the stack pointer may be an overflow
+
+// Everything the handler uses, set aside at set-up: it may not allocate.
+struct CrashState {
+    std::atomic<bool> installed{false};
+    struct sigaction previous[kSignals] = {};
+    char directory[kPathBytes] = {};  // "" for standard error
+    char program[256] = {};
+    char commandLine[8192] = {};
+    platform::AlternateStack callerStack;
+    std::uint64_t installingThread = 0;
+    // The memory map, read raw into `scratch` and rendered into `map`.
+    char scratch[1 << 20] = {};
+    char map[1 << 18] = {};
+    // Which thread is writing a log (0: none), and whether it has finished.
+    std::atomic<std::uint64_t> crashingThread{0};
+    std::atomic<bool> logWritten{false};
+};
+CrashState g_state;
+
+// --- Where addresses lie ------------------------------------------------------------------------
+
+// One line of the rendered map: "start-end perms path".
+struct Mapping {
+    std::uintptr_t low = 0, high = 0;
+    char perms[5] = {};
+    const char* path = nullptr;
+    std::size_t pathLength = 0;
+};
+
+std::uintptr_t parseHex(const char*& p, const char* end) noexcept {
+    std::uintptr_t value = 0;
+    for (; p < end; ++p) {
+        const char c = *p;
+        const int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+        if (digit < 0) break;
+        value = value * 16 + static_cast<std::uintptr_t>(digit);
+    }
+    return value;
+}
+
+// The mapping of the rendered map that holds `address`; false when none does.
+bool findMapping(const char* map, std::size_t length, std::uintptr_t address, Mapping& out) noexcept {
+    const char* const end = map + length;
+    for (const char* line = map; line < end;) {
+        const char* lineEnd = line;
+        while (lineEnd < end && *lineEnd != '\n') ++lineEnd;
+        Mapping m;
+        const char* p = line;
+        m.low = parseHex(p, lineEnd);
+        if (p < lineEnd && *p == '-') ++p;
+        m.high = parseHex(p, lineEnd);
+        if (p < lineEnd && *p == ' ') ++p;
+        for (int i = 0; i < 4 && p < lineEnd; ++i) m.perms[i] = *p++;
+        if (p < lineEnd && *p == ' ') ++p;
+        m.path = p;
+        m.pathLength = static_cast<std::size_t>(lineEnd - p);
+        if (address >= m.low && address < m.high) {
+            out = m;
+            return true;
+        }
+        line = lineEnd + 1;
+    }
+    return false;
+}
+
+// Whether [address, address + n) lies in readable mappings.
+bool readable(const char* map, std::size_t length, std::uintptr_t address, std::size_t n) noexcept {
+    while (n > 0) {
+        Mapping m;
+        if (!findMapping(map, length, address, m) || m.perms[0] != 'r') return false;
+        const std::uintptr_t take = m.high - address < n ? m.high - address : n;
+        address += take;
+        n -= take;
+    }
+    return true;
+}
+
+// --- The backtrace ---------------------------------------------------------------------------------
+
+struct Frames {
+    std::uintptr_t pc[kMaxFrames];
+    std::size_t count = 0;
+};
+
+_Unwind_Reason_Code collectFrame(struct _Unwind_Context* context, void* arg) {
+    auto* frames = static_cast<Frames*>(arg);
+    if (frames->count == kMaxFrames) return _URC_END_OF_STACK;
+    frames->pc[frames->count++] = static_cast<std::uintptr_t>(_Unwind_GetIP(context));
+    return _URC_NO_REASON;
+}
+
+// A module's build id (the GNU build-id note of its loaded image), found for one address.
+struct BuildIdSearch {
+    std::uintptr_t address;
+    const unsigned char* id = nullptr;
+    std::size_t idLength = 0;
+};
+
+int findBuildId(struct dl_phdr_info* info, std::size_t, void* arg) {
+    auto* search = static_cast<BuildIdSearch*>(arg);
+    bool holds = false;
+    for (int i = 0; i < info->dlpi_phnum; ++i) {
+        const auto& ph = info->dlpi_phdr[i];
+        const std::uintptr_t start = info->dlpi_addr + ph.p_vaddr;
+        if (ph.p_type == PT_LOAD && search->address >= start && search->address < start + ph.p_memsz)
+            holds = true;
+    }
+    if (!holds) return 0;
+    for (int i = 0; i < info->dlpi_phnum; ++i) {
+        const auto& ph = info->dlpi_phdr[i];
+        if (ph.p_type != PT_NOTE) continue;
+        const auto* p = reinterpret_cast<const unsigned char*>(info->dlpi_addr + ph.p_vaddr);
+        const unsigned char* const end = p + ph.p_memsz;
+        while (p + 12 <= end) {
+            std::uint32_t nameSize, descSize, type;
+            std::memcpy(&nameSize, p, 4);
+            std::memcpy(&descSize, p + 4, 4);
+            std::memcpy(&type, p + 8, 4);
+            const unsigned char* name = p + 12;
+            const unsigned char* desc = name + ((nameSize + 3) & ~3u);
+            if (desc + descSize > end) break;
+            if (type == 3 && nameSize == 4 && std::memcmp(name, "GNU", 4) == 0) {  // NT_GNU_BUILD_ID
+                search->id = desc;
+                search->idLength = descSize;
+                return 1;
+            }
+            p = desc + ((descSize + 3) & ~3u);
+        }
+    }
+    return 1;  // the module, without a build id
+}
+
+void writeFrame(crash_dump* d, std::size_t index, std::uintptr_t pc, bool first) {
+    crash_dump_text(d, "  #");
+    crash_dump_udec(d, index, 2);
+    crash_dump_text(d, " 0x");
+    crash_dump_hex(d, pc, 16);
+    // A return address points after its call: the call itself is one byte back.
+    const std::uintptr_t lookup = first ? pc : pc - 1;
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(lookup), &info) != 0 && info.dli_fname != nullptr) {
+        crash_dump_text(d, " in ");
+        crash_dump_text(d, info.dli_fname);
+        crash_dump_text(d, " +0x");
+        crash_dump_hex(d, pc - reinterpret_cast<std::uintptr_t>(info.dli_fbase), 0);
+        BuildIdSearch search{lookup};
+        dl_iterate_phdr(findBuildId, &search);
+        if (search.id != nullptr) {
+            crash_dump_text(d, " (build id ");
+            for (std::size_t i = 0; i < search.idLength; ++i) crash_dump_hex(d, search.id[i], 2);
+            crash_dump_char(d, ')');
+        }
+        if (info.dli_sname != nullptr) {
+            crash_dump_char(d, ' ');
+            crash_dump_text(d, info.dli_sname);
+            crash_dump_text(d, "+0x");
+            crash_dump_hex(d, pc - reinterpret_cast<std::uintptr_t>(info.dli_saddr), 0);
+        }
+    }
+    crash_dump_char(d, '\n');
+}
+
+// The frames from the signal's context on: the unwinder walks from here through the handler and
+// the kernel's signal frame; what comes before the context's pc is the handler's own.
+void writeBacktrace(crash_dump* d, const platform::Registers& registers, bool haveRegisters) {
+    Frames frames;
+    _Unwind_Backtrace(collectFrame, &frames);
+    std::size_t start = 0;
+    if (haveRegisters) {
+        while (start < frames.count && frames.pc[start] != registers.pc) ++start;
+    }
+    crash_dump_text(d, "Backtrace:\n");
+    if (start == frames.count) {
+        // The unwinder did not pass the signal frame: the faulting pc, then the handler's frames.
+        crash_dump_text(
+            d,
+            "  (the unwinder did not reach the signal's context; its pc first, then the handler's frames)\n");
+        if (haveRegisters) writeFrame(d, 0, registers.pc, true);
+        start = 0;
+    }
+    for (std::size_t i = start; i < frames.count; ++i) writeFrame(d, i - start, frames.pc[i], i == start);
+}
+
+// --- The log -----------------------------------------------------------------------------------------
+
+void writeHexLine(crash_dump* d, const char* label, std::uintptr_t value) {
+    crash_dump_text(d, label);
+    crash_dump_text(d, "0x");
+    crash_dump_hex(d, value, 16);
+}
+
+void writeSignal(crash_dump* d, int signo, const siginfo_t& info, const platform::Registers& registers,
+                 bool haveRegisters, std::size_t mapLength) {
+    crash_dump_text(d, "Signal: ");
+    const char* name = platform::signalName(signo);
+    crash_dump_text(d, name != nullptr ? name : "signal");
+    crash_dump_text(d, " (");
+    crash_dump_dec(d, signo);
+    crash_dump_text(d, "), code ");
+    const char* code = platform::signalCodeText(signo, info.si_code);
+    if (code != nullptr) {
+        crash_dump_text(d, code);
+    } else {
+        crash_dump_dec(d, info.si_code);
+    }
+    crash_dump_char(d, '\n');
+    if (platform::signalWasSent(info)) {
+        crash_dump_text(d, "Sent by process ");
+        crash_dump_dec(d, info.si_pid);
+        crash_dump_char(d, '\n');
+        return;
+    }
+    const auto address = reinterpret_cast<std::uintptr_t>(info.si_addr);
+    writeHexLine(d, "Address: ", address);
+    if (signo == SIGSEGV || signo == SIGBUS) {
+        Mapping m;
+        const bool mapped = mapLength > 0 && findMapping(g_state.map, mapLength, address, m);
+        const bool guard = mapped && m.perms[0] == '-' && m.perms[1] == '-' && m.perms[2] == '-';
+        if (!mapped) {
+            crash_dump_text(d, mapLength > 0 ? ", in no mapping" : ", (the memory map could not be read)");
+        } else if (guard) {
+            crash_dump_text(d, ", in a guard page (no access)");
+        } else {
+            crash_dump_text(d, ", in a mapping ");
+            crash_dump_bytes(d, m.perms, 4);
+            if (m.pathLength > 0) {
+                crash_dump_char(d, ' ');
+                crash_dump_bytes(d, m.path, m.pathLength);
+            }
+        }
+        const std::uintptr_t sp = registers.sp;
+        const bool nearStack = haveRegisters && (address > sp ? address - sp : sp - address) <= kNearStack;
+        if (signo == SIGSEGV && nearStack && (guard || (!mapped && mapLength > 0)))
+            crash_dump_text(d, "\nstack overflow: the fault is at the stack pointer's guard");
+    }
+    crash_dump_char(d, '\n');
+}
+
+void writeProcess(crash_dump* d) {
+    struct timeval now {};
+    const bool haveTime = gettimeofday(&now, nullptr) == 0;
+    crash_dump_text(d, "Program: ");
+    crash_dump_text(d, g_state.program);
+    crash_dump_text(d, "\nProcess: ");
+    crash_dump_dec(d, getpid());
+    crash_dump_text(d, "\nThread: \"");
+    crash_dump_text(d, Thread::currentThreadName());
+    crash_dump_text(d, "\" (id ");
+    crash_dump_udec(d, platform::currentThreadId(), 0);
+    crash_dump_text(d, ")\nTime: ");
+    if (haveTime) {
+        crash_dump_utc(d, now.tv_sec, static_cast<long>(now.tv_usec));
+    } else {
+        crash_dump_text(d, "(the clock could not be read)");
+    }
+    crash_dump_text(d, "\nVersion: ");
+    crash_dump_text(d, libraryVersion());
+    crash_dump_text(d, "\nCommand line: ");
+    crash_dump_text(d, g_state.commandLine);
+    crash_dump_char(d, '\n');
+}
+
+void writeRegisters(crash_dump* d, const platform::Registers& registers) {
+    crash_dump_text(d, "Registers:\n");
+    for (std::size_t i = 0; i < platform::Registers::kCount; ++i) {
+        crash_dump_text(d, "  ");
+        const char* name = platform::Registers::kNames[i];
+        crash_dump_text(d, name);
+        for (std::size_t pad = std::strlen(name); pad < 7; ++pad) crash_dump_char(d, ' ');
+        crash_dump_text(d, "0x");
+        crash_dump_hex(d, registers.values[i], 16);
+        if (i % 4 == 3 || i + 1 == platform::Registers::kCount) crash_dump_char(d, '\n');
+    }
+}
+
+void writeMemory(crash_dump* d, const char* title, std::uintptr_t start, std::size_t n,
+                 std::size_t mapLength) {
+    crash_dump_text(d, title);
+    if (mapLength == 0 || !readable(g_state.map, mapLength, start, n)) {
+        crash_dump_text(d, " not readable\n");
+        return;
+    }
+    crash_dump_text(d, ":\n");
+    HexDumper_to_CrashLog dumper(d);
+    dumper.dumpLines(reinterpret_cast<const void*>(start), n, start);
+}
+
+void writeLog(crash_dump* d, int signo, const siginfo_t& info, const void* context) {
+    platform::Registers registers;
+    const bool haveRegisters = platform::registersOf(context, registers);
+    const std::size_t mapLength =
+        platform::readMemoryMap(g_state.map, sizeof g_state.map, g_state.scratch, sizeof g_state.scratch);
+
+    crash_dump_text(d, "==== crash log ====\n");
+    writeSignal(d, signo, info, registers, haveRegisters, mapLength);
+    writeProcess(d);
+    if (haveRegisters) writeRegisters(d, registers);
+    writeBacktrace(d, registers, haveRegisters);
+    crash_dump_text(d, "Threads:\n");
+    Thread::writeCrashStates(d, 100);
+    crash_dump_text(d, "Memory map:\n");
+    crash_dump_bytes(d, g_state.map, mapLength);
+    if (!platform::signalWasSent(info)) {
+        const auto address = reinterpret_cast<std::uintptr_t>(info.si_addr) & ~std::uintptr_t{15};
+        writeMemory(d, "Memory around the address", address >= 128 ? address - 128 : 0, 256, mapLength);
+    }
+    if (haveRegisters) writeMemory(d, "Top of the stack", registers.sp & ~std::uintptr_t{15}, 512, mapLength);
+    crash_dump_text(d, "==== end of crash log ====\n");
+}
+
+// Opens the log's file under the crash directory; false when there is none or it cannot be made.
+bool openLogFile(crash_dump* d, char (&path)[kPathBytes]) {
+    if (g_state.directory[0] == '\0') return false;
+    struct timeval now {};
+    if (gettimeofday(&now, nullptr) != 0) now.tv_sec = 0;
+    char stamp[17], pid[21];
+    crash_dump_utc_compact(now.tv_sec, stamp);
+    crash_dump_format_udec(static_cast<unsigned long long>(getpid()), pid);
+    bounded_path p;
+    bounded_path_init(&p, path, sizeof path);
+    if (bounded_path_set(&p, g_state.directory, std::strlen(g_state.directory)) != 0 ||
+        bounded_path_push(&p, g_state.program, std::strlen(g_state.program)) != 0 ||
+        bounded_path_append(&p, "-", 1) != 0 || bounded_path_append(&p, pid, std::strlen(pid)) != 0 ||
+        bounded_path_append(&p, "-", 1) != 0 || bounded_path_append(&p, stamp, 16) != 0 ||
+        bounded_path_append(&p, ".log", 4) != 0)
+        return false;
+    return crash_dump_create(d, path) == 0;
+}
+
+void resetToDefault(int signo) noexcept {
+    struct sigaction action {};
+    action.sa_handler = SIG_DFL;
+    // Failing, it leaves this handler in place: the next fault finds the log written and comes here.
+    if (sigaction(signo, &action, nullptr) != 0) return;
+}
+
+void restorePrevious(int signo) noexcept {
+    for (std::size_t i = 0; i < kSignals; ++i) {
+        if (platform::kCrashSignals[i] == signo && sigaction(signo, &g_state.previous[i], nullptr) != 0)
+            resetToDefault(signo);
+    }
+}
+
+// Ends like the signal would have: a sent one is sent again (it waits, blocked, until the handler
+// returns); a fault comes back when its instruction runs again.
+void sendAgainIfSent(int signo, const siginfo_t& info) noexcept {
+    // pthread_kill of the calling thread with a valid signal cannot fail; were it to, the process
+    // would go on, which the default action below the handler's return then ends.
+    if (platform::signalWasSent(info) && pthread_kill(pthread_self(), signo) != 0) resetToDefault(signo);
+}
+
+void crashHandler(int signo, siginfo_t* info, void* context) {
+    const int savedErrno = errno;
+    const std::uint64_t me = platform::currentThreadId();
+    std::uint64_t writer = 0;
+    if (!g_state.crashingThread.compare_exchange_strong(writer, me)) {
+        if (writer != me) {
+            // Another thread is writing the log: its end ends this thread too.
+            for (int waited = 0; waited < 60000 && !g_state.logWritten.load(); ++waited) {
+                struct timespec millisecond = {0, 1000000};
+                nanosleep(&millisecond, nullptr);
+            }
+        }
+        // A fault inside this handler, or a log that never ended: the default action, now.
+        resetToDefault(signo);
+        sendAgainIfSent(signo, *info);
+        errno = savedErrno;
+        return;
+    }
+
+    crash_dump d;
+    char path[kPathBytes];
+    const bool toFile = openLogFile(&d, path);
+    if (!toFile) crash_dump_init(&d, STDERR_FILENO);
+    writeLog(&d, signo, *info, context);
+    const int error = crash_dump_close(&d);
+    crash_dump say;
+    crash_dump_init(&say, STDERR_FILENO);
+    if (toFile) {
+        crash_dump_text(&say,
+                        error == 0 ? "Crash log written to " : "Crash log cut short (a write failed) in ");
+        crash_dump_text(&say, path);
+        crash_dump_char(&say, '\n');
+    }
+    if (crash_dump_close(&say) != 0) {
+        // Standard error is gone: the log's file, when there is one, is all there is.
+    }
+    g_state.logWritten.store(true);
+
+    restorePrevious(signo);
+    sendAgainIfSent(signo, *info);
+    errno = savedErrno;
+}
+
+// The program's name: the command line's first word after its last slash.
+void rememberProgram() {
+    const char* first = g_state.commandLine;
+    const char* end = std::strchr(first, ' ');
+    if (end == nullptr) end = first + std::strlen(first);
+    const char* base = first;
+    for (const char* p = first; p < end; ++p) {
+        if (*p == '/') base = p + 1;
+    }
+    std::size_t n = static_cast<std::size_t>(end - base);
+    if (n == 0) {
+        base = "unknown";
+        n = 7;
+    }
+    if (n >= sizeof g_state.program) n = sizeof g_state.program - 1;
+    std::memcpy(g_state.program, base, n);
+    g_state.program[n] = '\0';
+}
+
+// "$VESTRA_HOME/crash", made if missing; "" when there is no such place.
+void rememberDirectory() {
+    g_state.directory[0] = '\0';
+    const char* home = std::getenv("VESTRA_HOME");
+    if (home == nullptr || home[0] == '\0') return;
+    bounded_path p;
+    bounded_path_init(&p, g_state.directory, sizeof g_state.directory);
+    if (bounded_path_set(&p, home, std::strlen(home)) != 0 || bounded_path_push(&p, "crash", 5) != 0) {
+        g_state.directory[0] = '\0';
+        return;
+    }
+    if (mkdir(g_state.directory, 0700) != 0 && errno != EEXIST) g_state.directory[0] = '\0';
+}
+
+// What loads lazily on first use is loaded now: the unwinder, the dynamic linker's lookups.
+void warmUp() {
+    Frames frames;
+    _Unwind_Backtrace(collectFrame, &frames);
+    Dl_info info{};
+    static_cast<void>(dladdr(reinterpret_cast<void*>(&warmUp), &info));
+    BuildIdSearch search{reinterpret_cast<std::uintptr_t>(&warmUp)};
+    dl_iterate_phdr(findBuildId, &search);
+}
+
+}  // namespace
+
+Status installCrashHandler() {
+    if (g_state.installed.load()) return {};
+    platform::AlternateStack stack;
+    if (const int rc = platform::mapAlternateStack(stack))
+        return Status::failure(rc, "cannot map an alternate signal stack");
+    platform::readCommandLine(g_state.commandLine, sizeof g_state.commandLine);
+    rememberProgram();
+    rememberDirectory();
+    warmUp();
+    g_state.crashingThread.store(0);
+    g_state.logWritten.store(false);
+
+    struct sigaction action {};
+    action.sa_sigaction = crashHandler;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    sigemptyset(&action.sa_mask);
+    for (int signo : platform::kCrashSignals) sigaddset(&action.sa_mask, signo);  // one fault at a time
+    for (std::size_t i = 0; i < kSignals; ++i) {
+        if (sigaction(platform::kCrashSignals[i], &action, &g_state.previous[i]) != 0) {
+            const int error = errno;
+            for (std::size_t j = 0; j < i; ++j)
+                static_cast<void>(sigaction(platform::kCrashSignals[j], &g_state.previous[j], nullptr));
+            static_cast<void>(platform::unmapAlternateStack(stack));
+            return Status::failure(
+                error, strprintf("cannot set the handler of signal %d", platform::kCrashSignals[i]));
+        }
+    }
+    sigset_t faults;
+    sigemptyset(&faults);
+    for (int signo : platform::kCrashSignals) sigaddset(&faults, signo);
+    if (const int rc = pthread_sigmask(SIG_UNBLOCK, &faults, nullptr); rc != 0)
+        return Status::failure(rc, "cannot unblock the crash signals");
+    g_state.callerStack = stack;
+    g_state.installingThread = platform::currentThreadId();
+    Thread::setCrashAlternateStacks(true);
+    g_state.installed.store(true);
+    return {};
+}
+
+Status removeCrashHandler() {
+    if (!g_state.installed.load()) return {};
+    Thread::setCrashAlternateStacks(false);
+    Status result;
+    for (std::size_t i = 0; i < kSignals; ++i) {
+        if (sigaction(platform::kCrashSignals[i], &g_state.previous[i], nullptr) != 0 && result)
+            result = Status::failure(errno, "cannot put back a signal's handler");
+    }
+    if (g_state.installingThread == platform::currentThreadId()) {
+        if (const int rc = platform::unmapAlternateStack(g_state.callerStack); rc != 0 && result)
+            result = Status::failure(rc, "cannot unmap the alternate signal stack");
+    }
+    g_state.installed.store(false);
+    return result;
+}
+
+bool crashHandlerInstalled() noexcept {
+    return g_state.installed.load();
+}
+
+const char* crashLogDirectory() noexcept {
+    return g_state.directory;
+}
+
+}  // namespace basicutil

@@ -1,0 +1,58 @@
+// Crash reporting: when the process dies of a fault, an abort or a failed assertion, a crash log
+// says where and why before it ends. Nothing installs it but this call:
+//
+//   int main() {
+//       MainThread mainThread;
+//       if (Status st = installCrashHandler(); !st) ...   // say st.text() and go on without
+//       ...
+//   }
+//
+// The handler takes SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP and SIGSYS (a requested stop,
+// SIGTERM or SIGINT, is no crash) on an alternate signal stack with a guard page, which the
+// calling thread gets at set-up and every Thread that starts afterwards gets in its frame, so that
+// a stack overflow still writes its log. The set-up unblocks those signals in the calling thread
+// and Thread keeps them unblocked in the threads it starts.
+//
+// Where the log goes: with "VESTRA_HOME" set, a new file
+//   $VESTRA_HOME/crash/<program>-<pid>-<YYYYMMDDTHHMMSSZ>.log
+// (the directory made at set-up, mode 0700; the file created exclusively, mode 0600) and one line
+// on standard error, "Crash log written to <path>". Without "VESTRA_HOME", or when the file cannot
+// be made (a full disk, a directory that is not writable), the whole log goes to standard error.
+//
+// What it holds, in this order: the signal by name and number with si_code in words and the
+// faulting address (for SIGSEGV and SIGBUS also what lies there: a mapping, a guard page or
+// nothing, and "stack overflow" when the address is a guard or a gap within 64 KiB of the stack
+// pointer); the program, process id, thread name and id, the UTC time, the library's version and
+// the command line; the registers; the backtrace from the signal's context (address, module,
+// offset in the module, and the symbol where the dynamic linker knows one); every listed thread's
+// state as its dumpState words it; the memory map; and hex dumps of the 256 bytes around the
+// faulting address and the 512 at the top of the stack, where readable.
+//
+// The handler allocates nothing and takes no lock that another thread may hold (the thread list's
+// lock is tried, not waited for). Only one thread writes a log: a second thread that faults at the
+// same moment waits until the log is written and the process ends (at most a minute, then it ends
+// the process itself by its own signal); a fault inside the handler itself gets the signal's
+// default action at once. After the log the handler puts back the disposition there was before the
+// set-up and sends the signal again (or, for a fault, returns to the faulting instruction), so a
+// host program's or a sanitizer's handler still runs and the process still ends by the same signal,
+// with a core dump where the system makes one. errno is kept across the handler.
+#pragma once
+
+#include "basicutil/text/Status.h"
+
+namespace basicutil {
+
+// Installs the handlers (the set-up above). A second call while installed does nothing. Fails,
+// installing nothing, when a signal's handler cannot be set or the calling thread's alternate
+// stack cannot be mapped. A "VESTRA_HOME" whose crash directory cannot be made is no failure: the
+// logs then go to standard error, and crashLogDirectory() is empty.
+[[nodiscard]] Status installCrashHandler();
+// Puts back every disposition the set-up replaced and unmaps the calling thread's stack (when the
+// calling thread is the one that installed). Threads that start later get no alternate stack.
+[[nodiscard]] Status removeCrashHandler();
+// Whether the handlers are installed.
+bool crashHandlerInstalled() noexcept;
+// The directory crash logs are written to, or "" for standard error.
+const char* crashLogDirectory() noexcept;
+
+}  // namespace basicutil

@@ -1,0 +1,243 @@
+#include "basicutil/crash/CrashHandler.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "basicutil/threads/Thread.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VESTRA_TEST_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VESTRA_TEST_SANITIZED 1
+#endif
+#endif
+
+namespace basicutil {
+namespace {
+
+// The sanitizers' own fatal-signal handlers end a process their way (a report and exit code 1),
+// so a child cannot end by its signal under them.
+#define SKIP_UNDER_SANITIZERS()                                                                             \
+    do {                                                                                                    \
+        if (kSanitized) GTEST_SKIP() << "a sanitizer's handler ends the process itself, not by the signal"; \
+    } while (0)
+#if defined(VESTRA_TEST_SANITIZED)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+// How a child that installed the handler and then ran `crash` ended, and what it logged.
+struct Ending {
+    int status = 0;
+    std::string log;  // the crash log's text (from its file, or standard error without one)
+    std::string stderrText;
+    std::vector<std::string> files;  // in $VESTRA_HOME/crash
+};
+
+std::string readAll(int fd) {
+    std::string out;
+    char buf[4096];
+    for (ssize_t n; (n = read(fd, buf, sizeof buf)) > 0;) out.append(buf, static_cast<std::size_t>(n));
+    return out;
+}
+
+// Runs `crash` in a forked child with the handler installed. `home` "": no VESTRA_HOME.
+Ending crashInChild(const std::function<void()>& crash, bool withHome = true) {
+    char dir[] = "/tmp/crash-handler-test.XXXXXX";
+    EXPECT_NE(mkdtemp(dir), nullptr);
+    int errPipe[2];
+    EXPECT_EQ(pipe(errPipe), 0);
+    const pid_t child = fork();
+    EXPECT_GE(child, 0);
+    if (child == 0) {
+        dup2(errPipe[1], STDERR_FILENO);
+        close(errPipe[0]);
+        if (withHome) {
+            setenv("VESTRA_HOME", dir, 1);
+        } else {
+            unsetenv("VESTRA_HOME");
+        }
+        EmptyMainThread mainThread;
+        if (!installCrashHandler()) _exit(100);
+        crash();
+        _exit(101);  // no crash
+    }
+    close(errPipe[1]);
+    Ending e;
+    e.stderrText = readAll(errPipe[0]);
+    close(errPipe[0]);
+    EXPECT_EQ(waitpid(child, &e.status, 0), child);
+    const std::string crashDir = std::string(dir) + "/crash";
+    if (DIR* d = opendir(crashDir.c_str())) {
+        while (const dirent* entry = readdir(d)) {
+            const std::string name = entry->d_name;
+            if (name == "." || name == "..") continue;
+            e.files.push_back(name);
+            std::ifstream in(crashDir + "/" + name);
+            std::stringstream text;
+            text << in.rdbuf();
+            e.log = text.str();
+            unlink((crashDir + "/" + name).c_str());
+        }
+        closedir(d);
+        rmdir(crashDir.c_str());
+    }
+    rmdir(dir);
+    if (!withHome) e.log = e.stderrText;
+    return e;
+}
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+bool endedBy(int status, int signo) {
+    return WIFSIGNALED(status) && WTERMSIG(status) == signo;
+}
+
+// Deeper than any stack: the bound only keeps the compiler from calling it endless.
+volatile int g_depthLimit = 1 << 30;
+[[gnu::noinline]] int recurse(int depth) {
+    volatile char pad[512];
+    pad[0] = static_cast<char>(depth);
+    if (depth >= g_depthLimit) return 0;
+    return recurse(depth + 1) + pad[0];
+}
+
+// Each fatal kind: the child ends by the same signal, one log is written under VESTRA_HOME, one
+// line on standard error names it, and the log says what happened.
+TEST(CrashHandlerTest, EachFatalKindWritesItsLog) {
+    SKIP_UNDER_SANITIZERS();
+    struct Kind {
+        const char* name;
+        int signo;
+        std::function<void()> crash;
+        std::vector<std::string> says;
+    };
+    const std::vector<Kind> kinds = {
+        {"null write",
+         SIGSEGV,
+         [] { *static_cast<volatile int*>(nullptr) = 1; },
+         {"Signal: SIGSEGV (11), code SEGV_MAPERR (address not mapped to object)",
+          "Address: 0x0000000000000000, in no mapping"}},
+        {"abort", SIGABRT, [] { std::abort(); }, {"Signal: SIGABRT (6), code SI_TKILL", "Sent by process"}},
+        {"division by zero",
+         SIGFPE,
+         [] {
+             volatile int zero = 0, some = 12345;  // 1 / x would be turned into a comparison
+             volatile int result = some / zero;
+             static_cast<void>(result);
+         },
+         {"Signal: SIGFPE (8), code FPE_INTDIV (integer divide by zero)"}},
+        {"illegal instruction", SIGILL, [] { __builtin_trap(); }, {"Signal: SIGILL (4), code ILL_ILLOPN"}},
+        {"stack overflow in main", SIGSEGV, [] { recurse(0); }, {"stack overflow"}},
+        {"stack overflow in a Thread",
+         SIGSEGV,
+         [] {
+             ThreadFunction t([] { recurse(0); }, "deep");
+             t.go();
+             t.join();
+         },
+         {"stack overflow", "Thread: \"deep\""}},
+    };
+    for (const Kind& kind : kinds) {
+        const Ending e = crashInChild(kind.crash);
+        EXPECT_TRUE(endedBy(e.status, kind.signo)) << kind.name << ": status " << e.status << "\n"
+                                                   << e.stderrText;
+        ASSERT_EQ(e.files.size(), 1u) << kind.name << "\n" << e.stderrText;
+        EXPECT_TRUE(contains(e.stderrText, "Crash log written to ")) << e.stderrText;
+        EXPECT_TRUE(contains(e.stderrText, e.files[0])) << e.stderrText;
+        for (const std::string& part : kind.says)
+            EXPECT_TRUE(contains(e.log, part)) << kind.name << ": " << part << "\n" << e.log;
+        for (const char* section :
+             {"==== crash log ====\n", "\nProgram: CrashHandlerTest\n", "\nThread: \"",
+              "\nRegisters:\n  rax    0x", "\nBacktrace:\n  #00 0x", "CrashHandlerTest +0x",
+              "\nMemory map:\n", "\nTop of the stack", "==== end of crash log ====\n"})
+            EXPECT_TRUE(contains(e.log, section)) << kind.name << ": " << section << "\n" << e.log;
+        // The backtrace starts at the faulting instruction, not in the handler.
+        const std::size_t rip = e.log.find("rip    0x");
+        ASSERT_NE(rip, std::string::npos) << e.log;
+        EXPECT_TRUE(contains(e.log, "#00 " + e.log.substr(rip + 7, 18))) << kind.name << "\n" << e.log;
+        EXPECT_TRUE(e.files[0].rfind("CrashHandlerTest-", 0) == 0 && e.files[0].size() > 22 &&
+                    e.files[0].substr(e.files[0].size() - 4) == ".log")
+            << e.files[0];
+    }
+}
+
+// A bus error: a mapped file truncated under its mapping.
+TEST(CrashHandlerTest, BusErrorOnATruncatedMapping) {
+    SKIP_UNDER_SANITIZERS();
+    const Ending e = crashInChild([] {
+        FILE* file = std::tmpfile();
+        if (file == nullptr || ftruncate(fileno(file), 8192) != 0) _exit(102);
+        auto* p = static_cast<volatile char*>(mmap(nullptr, 8192, PROT_READ, MAP_SHARED, fileno(file), 0));
+        if (p == MAP_FAILED || ftruncate(fileno(file), 0) != 0) _exit(103);
+        static_cast<void>(p[4096]);
+    });
+    EXPECT_TRUE(endedBy(e.status, SIGBUS)) << e.status;
+    EXPECT_TRUE(contains(e.log, "Signal: SIGBUS (7), code BUS_ADRERR")) << e.log;
+}
+
+// Without VESTRA_HOME the whole log goes to standard error; the thread list shows every listed
+// thread as dumpState words it.
+TEST(CrashHandlerTest, WithoutAHomeTheLogGoesToStandardError) {
+    SKIP_UNDER_SANITIZERS();
+    const Ending e = crashInChild(
+        [] {
+            ThreadFunction idle([] { pause(); }, "idler");
+            idle.go();
+            sleep(1);  // it is on the list once it runs its body
+            *static_cast<volatile int*>(nullptr) = 1;
+        },
+        false);
+    EXPECT_TRUE(endedBy(e.status, SIGSEGV));
+    EXPECT_TRUE(e.files.empty());
+    EXPECT_FALSE(contains(e.stderrText, "Crash log written to"));
+    EXPECT_TRUE(contains(e.log, "==== crash log ====\nSignal: SIGSEGV")) << e.log;
+    EXPECT_TRUE(contains(e.log, "Threads:\nThread: \"idler\", did_join=0, ready_to_run, token=")) << e.log;
+    EXPECT_TRUE(contains(e.log, "==== end of crash log ====\n"));
+}
+
+// Installing twice is one installation; removing puts the previous handler back.
+TEST(CrashHandlerTest, RemovePutsBackThePreviousHandler) {
+    struct sigaction mine {
+    }, seen{};
+    mine.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGSEGV, &mine, nullptr), 0);
+    EmptyMainThread mainThread;
+    ASSERT_TRUE(installCrashHandler());
+    ASSERT_TRUE(installCrashHandler());
+    EXPECT_TRUE(crashHandlerInstalled());
+    ASSERT_EQ(sigaction(SIGSEGV, nullptr, &seen), 0);
+    EXPECT_NE(seen.sa_handler, mine.sa_handler);
+    EXPECT_NE(seen.sa_flags & SA_ONSTACK, 0);
+    stack_t altstack{};
+    ASSERT_EQ(sigaltstack(nullptr, &altstack), 0);
+    EXPECT_EQ(altstack.ss_flags & SS_DISABLE, 0);
+    ASSERT_TRUE(removeCrashHandler());
+    EXPECT_FALSE(crashHandlerInstalled());
+    ASSERT_EQ(sigaction(SIGSEGV, nullptr, &seen), 0);
+    EXPECT_EQ(seen.sa_handler, mine.sa_handler);
+    ASSERT_EQ(sigaltstack(nullptr, &altstack), 0);
+    EXPECT_NE(altstack.ss_flags & SS_DISABLE, 0);
+    mine.sa_handler = SIG_DFL;
+    ASSERT_EQ(sigaction(SIGSEGV, &mine, nullptr), 0);
+}
+
+}  // namespace
+}  // namespace basicutil
