@@ -15,9 +15,11 @@
 #include <cstring>
 
 #include "basicutil/hexdump/HexDumper.h"
+#include "basicutil/platform/Assert.h"
 #include "basicutil/platform/Platform.h"
 #include "basicutil/platform/PlatformCrash.h"
 #include "basicutil/platform/Version.h"
+#include "basicutil/runtime/ThreadFatalError.h"
 #include "basicutil/text/PrintfFormat.h"
 #include "basicutil/threads/Thread.h"
 #include "libzero/bounded-path.h"
@@ -269,6 +271,34 @@ void writeSignal(crash_dump* d, int signo, const siginfo_t& info, const platform
     crash_dump_char(d, '\n');
 }
 
+// What the library knew was going wrong: a failed assertion, a fatal thread error.
+void writeCause(crash_dump* d) {
+    const FailedAssertion assertion = failedAssertion();
+    if (assertion.expression != nullptr) {
+        crash_dump_text(d, "Assertion failed: ");
+        crash_dump_text(d, assertion.expression);
+        crash_dump_text(d, ", function ");
+        crash_dump_text(d, assertion.function);
+        crash_dump_text(d, ", unit ");
+        crash_dump_text(d, assertion.unit);
+        crash_dump_text(d, ", line ");
+        crash_dump_udec(d, assertion.line, 0);
+        crash_dump_char(d, '\n');
+    }
+    const FatalThreadErrorRecord fatal = fatalThreadErrorRecord();
+    if (std::strcmp(fatal.call, "none") != 0) {
+        crash_dump_text(d, "Fatal thread error: ");
+        crash_dump_text(d, fatal.call);
+        crash_dump_text(d, ", error ");
+        crash_dump_dec(d, fatal.error);
+        crash_dump_text(d, ", ");
+        crash_dump_udec(d, fatal.threadsActive, 0);
+        crash_dump_text(d, " threads active, in ");
+        crash_dump_text(d, fatal.threadName);
+        crash_dump_char(d, '\n');
+    }
+}
+
 void writeProcess(crash_dump* d) {
     struct timeval now {};
     const bool haveTime = gettimeofday(&now, nullptr) == 0;
@@ -326,6 +356,7 @@ void writeLog(crash_dump* d, int signo, const siginfo_t& info, const void* conte
 
     crash_dump_text(d, "==== crash log ====\n");
     writeSignal(d, signo, info, registers, haveRegisters, mapLength);
+    writeCause(d);
     writeProcess(d);
     if (haveRegisters) writeRegisters(d, registers);
     writeBacktrace(d, registers, haveRegisters);

@@ -90,6 +90,21 @@ consteval const char* assertUnitOf(std::string_view path) {
 
 }  // namespace vestra::detail
 
+namespace basicutil {
+
+// What the first failed assertion of the process reported, recorded before the platform's
+// routine runs (it aborts), so that a crash log can say it. Null texts until one fails.
+struct FailedAssertion {
+    const char* expression = nullptr;  // or the text given to VESTRA_ASSERT_TEXT
+    const char* function = nullptr;    // __func__
+    const char* unit = nullptr;        // "basicutil/Thread"
+    unsigned line = 0;                 // in the source file
+};
+// The record; safe in a signal handler.
+FailedAssertion failedAssertion() noexcept;
+
+}  // namespace basicutil
+
 // Checks `expr` in every build; when it is false, reports the expression, the function, the
 // topic and the line, and aborts.
 #define VESTRA_ASSERT(expr) VESTRA_ASSERT_TEXT(expr, #expr)

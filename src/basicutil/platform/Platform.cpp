@@ -1,5 +1,8 @@
 #include "basicutil/platform/Platform.h"
 
+#include "basicutil/platform/Assert.h"
+
+#include <atomic>
 #include <cassert>
 #include <cerrno>
 #include <cstdlib>
@@ -190,10 +193,30 @@ int secureRandomBytes(void* out, std::size_t length) noexcept {
 
 }  // namespace basicutil::platform
 
+namespace {
+
+// The first failure's texts (string literals, so the pointers stay good); `published` last.
+std::atomic<bool> assertion_claimed{false}, assertion_published{false};
+basicutil::FailedAssertion assertion_record;
+
+}  // namespace
+
 namespace vestra::detail {
 
 void assertionFailed(const char* expression, const char* function, const char* unit, unsigned line) noexcept {
+    if (!assertion_claimed.exchange(true)) {
+        assertion_record = {expression, function, unit, line};
+        assertion_published.store(true, std::memory_order_release);
+    }
     basicutil::platform::assertFailed(expression, function, unit, line);
 }
 
 }  // namespace vestra::detail
+
+namespace basicutil {
+
+FailedAssertion failedAssertion() noexcept {
+    return assertion_published.load(std::memory_order_acquire) ? assertion_record : FailedAssertion{};
+}
+
+}  // namespace basicutil

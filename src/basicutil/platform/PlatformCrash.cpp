@@ -49,7 +49,8 @@ std::size_t put(char* out, std::size_t capacity, std::size_t at, const char* tex
     std::memcpy(out + at, text, n);
     return at + n;
 }
-[[maybe_unused]] std::size_t putHex(char* out, std::size_t capacity, std::size_t at, std::uint64_t value) noexcept {
+[[maybe_unused]] std::size_t putHex(char* out, std::size_t capacity, std::size_t at,
+                                    std::uint64_t value) noexcept {
     char digits[16];
     int n = 0;
     do {

@@ -3,12 +3,14 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -16,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "basicutil/platform/Assert.h"
+#include "basicutil/runtime/ThreadFatalError.h"
 #include "basicutil/threads/Thread.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -145,6 +149,14 @@ TEST(CrashHandlerTest, EachFatalKindWritesItsLog) {
          },
          {"Signal: SIGFPE (8), code FPE_INTDIV (integer divide by zero)"}},
         {"illegal instruction", SIGILL, [] { __builtin_trap(); }, {"Signal: SIGILL (4), code ILL_ILLOPN"}},
+        {"failed assertion",
+         SIGABRT,
+         [] { VESTRA_ASSERT(g_depthLimit == 3); },
+         {"Assertion failed: g_depthLimit == 3, function operator(), unit basicutil/CrashHandler, line "}},
+        {"fatal thread error",
+         SIGABRT,
+         [] { fatalThreadError("pthread_mutex_lock", EINVAL); },
+         {"Fatal thread error: pthread_mutex_lock, error 22, 1 threads active, in MainThread\n"}},
         {"stack overflow in main", SIGSEGV, [] { recurse(0); }, {"stack overflow"}},
         {"stack overflow in a Thread",
          SIGSEGV,
@@ -199,9 +211,15 @@ TEST(CrashHandlerTest, WithoutAHomeTheLogGoesToStandardError) {
     SKIP_UNDER_SANITIZERS();
     const Ending e = crashInChild(
         [] {
-            ThreadFunction idle([] { pause(); }, "idler");
+            static std::atomic<bool> running{false};
+            ThreadFunction idle(
+                [] {
+                    running.store(true);
+                    pause();
+                },
+                "idler");
             idle.go();
-            sleep(1);  // it is on the list once it runs its body
+            while (!running.load()) sched_yield();  // listed before its body runs
             *static_cast<volatile int*>(nullptr) = 1;
         },
         false);
