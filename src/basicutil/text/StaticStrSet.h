@@ -278,7 +278,7 @@ constexpr const Slot& probe(std::uint64_t h, const Table& t) noexcept {
 [[gnu::always_inline]] constexpr std::size_t findShort(const str_hash_details::ShortWords& w, std::size_t n,
                                                        std::uint64_t h, const Table& t) noexcept {
     const Slot& slot = probe(h, t);
-    return (slot.a == w.a) & (slot.b == w.b) & (slot.length == n) ? slot.member : npos;
+    return ((slot.a == w.a) & (slot.b == w.b) & (slot.length == n)) ? slot.member : npos;
 }
 // A longer key and its hash.
 [[gnu::always_inline]] constexpr std::size_t findLong(std::string_view key, std::uint64_t h, StrCase mode,
