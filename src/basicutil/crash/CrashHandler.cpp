@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "basicutil/crash/CrashNotation.h"
 #include "basicutil/hexdump/HexDumper.h"
 #include "basicutil/platform/Assert.h"
 #include "basicutil/platform/Platform.h"
@@ -49,6 +50,9 @@ struct CrashState {
     // Which thread is writing a log (0: none), and whether it has finished.
     std::atomic<std::uint64_t> crashingThread{0};
     std::atomic<bool> logWritten{false};
+    // The ids of the threads the log's thread list showed, so that others' notations follow.
+    std::uint64_t shown[crash_notation_details::kMaxThreads] = {};
+    std::size_t shownCount = 0;
 };
 CrashState g_state;
 
@@ -310,7 +314,9 @@ void writeProcess(crash_dump* d) {
     crash_dump_text(d, Thread::currentThreadName());
     crash_dump_text(d, "\" (id ");
     crash_dump_udec(d, platform::currentThreadId(), 0);
-    crash_dump_text(d, ")\nTime: ");
+    crash_dump_text(d, ")\n");
+    writeCrashNotations(d, platform::currentThreadId(), "  noting: ");
+    crash_dump_text(d, "Time: ");
     if (haveTime) {
         crash_dump_utc(d, now.tv_sec, static_cast<long>(now.tv_usec));
     } else {
@@ -348,6 +354,26 @@ void writeMemory(crash_dump* d, const char* title, std::uintptr_t start, std::si
     dumper.dumpLines(reinterpret_cast<const void*>(start), n, start);
 }
 
+// A listed thread's notations under its state line.
+void notationsOfListedThread(crash_dump* d, const Thread& thread, void*) {
+    writeCrashNotations(d, thread.threadId(), "    noting: ");
+    if (g_state.shownCount < std::size(g_state.shown))
+        g_state.shown[g_state.shownCount++] = thread.threadId();
+}
+
+// A thread with notations that the list did not show (the main thread, a thread of its own).
+void notationsOfOtherThread(std::uint64_t threadId, void* arg) {
+    auto* d = static_cast<crash_dump*>(arg);
+    if (threadId == platform::currentThreadId()) return;  // shown with the crashing thread
+    for (std::size_t i = 0; i < g_state.shownCount; ++i) {
+        if (g_state.shown[i] == threadId) return;
+    }
+    crash_dump_text(d, "Thread id ");
+    crash_dump_udec(d, threadId, 0);
+    crash_dump_text(d, " (not on the thread list):\n");
+    writeCrashNotations(d, threadId, "    noting: ");
+}
+
 void writeLog(crash_dump* d, int signo, const siginfo_t& info, const void* context) {
     platform::Registers registers;
     const bool haveRegisters = platform::registersOf(context, registers);
@@ -361,7 +387,9 @@ void writeLog(crash_dump* d, int signo, const siginfo_t& info, const void* conte
     if (haveRegisters) writeRegisters(d, registers);
     writeBacktrace(d, registers, haveRegisters);
     crash_dump_text(d, "Threads:\n");
-    Thread::writeCrashStates(d, 100);
+    g_state.shownCount = 0;
+    Thread::writeCrashStates(d, 100, notationsOfListedThread, nullptr);
+    forEachNotedThread(notationsOfOtherThread, d);
     crash_dump_text(d, "Memory map:\n");
     crash_dump_bytes(d, g_state.map, mapLength);
     if (!platform::signalWasSent(info)) {

@@ -41,6 +41,7 @@ inline constexpr std::string_view kAssertUnits[] = {
     "basicutil/PrintHexBytes",
     "basicutil/HexDumper",
     "basicutil/CrashHandler",
+    "basicutil/CrashNotation",
     "basicutil/Regex",
     "basicutil/DecimalText",
     "basicutil/StartupOrder",

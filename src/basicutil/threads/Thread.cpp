@@ -432,7 +432,9 @@ void Thread::writeCrashState(::crash_dump* out) const noexcept {
     }
 }
 
-unsigned Thread::writeCrashStates(::crash_dump* out, unsigned waitMilliseconds) noexcept {
+unsigned Thread::writeCrashStates(::crash_dump* out, unsigned waitMilliseconds,
+                                  void (*afterEach)(::crash_dump*, const Thread&, void*),
+                                  void* arg) noexcept {
     // Tried, never waited for: the thread holding it may be the one that crashed, or be stopped.
     bool locked = false;
     for (unsigned waited = 0;; ++waited) {
@@ -450,6 +452,7 @@ unsigned Thread::writeCrashStates(::crash_dump* out, unsigned waitMilliseconds) 
          t = t->_global_thread_list_next) {
         t->writeCrashState(out);
         crash_dump_char(out, '\n');
+        if (afterEach != nullptr) afterEach(out, *t, arg);
         ++count;
     }
     if (locked) static_cast<void>(pthread_mutex_unlock(&globals.mutex));  // ours: it cannot fail

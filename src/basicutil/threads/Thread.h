@@ -135,8 +135,11 @@ class Thread {
     // Writes every listed thread's state, as dumpState words it, into `out`, one line each,
     // without allocating: for a signal handler. The process-wide mutex is tried for about
     // `waitMilliseconds`; a thread that holds it (the crash may have come in the middle) does not
-    // stop the walk, which then reads the list as it is and says so. Returns the threads written.
-    static unsigned writeCrashStates(::crash_dump* out, unsigned waitMilliseconds) noexcept;
+    // stop the walk, which then reads the list as it is and says so. `afterEach`, when given, is
+    // called after each thread's line (with `arg`). Returns the threads written.
+    static unsigned writeCrashStates(::crash_dump* out, unsigned waitMilliseconds,
+                                     void (*afterEach)(::crash_dump*, const Thread&, void*) = nullptr,
+                                     void* arg = nullptr) noexcept;
     // This thread's state as dumpState words it, into `out`, without allocating.
     void writeCrashState(::crash_dump* out) const noexcept;
     // Asserts that no Thread has been released yet (for set-up that must happen before).

@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "basicutil/crash/CrashNotation.h"
 #include "basicutil/platform/Assert.h"
 #include "basicutil/runtime/ThreadFatalError.h"
 #include "basicutil/threads/Thread.h"
@@ -229,6 +230,40 @@ TEST(CrashHandlerTest, WithoutAHomeTheLogGoesToStandardError) {
     EXPECT_TRUE(contains(e.log, "==== crash log ====\nSignal: SIGSEGV")) << e.log;
     EXPECT_TRUE(contains(e.log, "Threads:\nThread: \"idler\", did_join=0, ready_to_run, token=")) << e.log;
     EXPECT_TRUE(contains(e.log, "==== end of crash log ====\n"));
+}
+
+// Notations three deep on two threads: the crashing thread's under its own line, the other's under
+// its state in the thread list, each innermost first.
+TEST(CrashHandlerTest, NotationsOfTwoThreadsInnermostFirst) {
+    SKIP_UNDER_SANITIZERS();
+    const Ending e = crashInChild([] {
+        static std::atomic<bool> noted{false};
+        ThreadFunction worker(
+            [] {
+                CrashNotation outer("worker outer");
+                CrashNotation middle("worker middle %d", 2);
+                CrashNotation inner("worker inner");
+                noted.store(true);
+                pause();
+            },
+            "worker");
+        worker.go();
+        while (!noted.load()) sched_yield();
+        CrashNotation outer("main outer");
+        CrashNotation middle("main middle");
+        CrashNotation inner("main inner");
+        *static_cast<volatile int*>(nullptr) = 1;
+    });
+    EXPECT_TRUE(endedBy(e.status, SIGSEGV));
+    EXPECT_TRUE(
+        contains(e.log, ")\n  noting: main inner\n  noting: main middle\n  noting: main outer\nTime: "))
+        << e.log;
+    const std::size_t worker = e.log.find("Thread: \"worker\", did_join=0, ready_to_run, token=");
+    ASSERT_NE(worker, std::string::npos) << e.log;
+    const std::size_t lineEnd = e.log.find('\n', worker);
+    const std::string expected =
+        "\n    noting: worker inner\n    noting: worker middle 2\n    noting: worker outer\n";
+    EXPECT_EQ(e.log.substr(lineEnd, expected.size()), expected) << e.log;
 }
 
 // Installing twice is one installation; removing puts the previous handler back.
