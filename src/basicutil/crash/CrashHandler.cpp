@@ -9,10 +9,14 @@
 #include <unistd.h>
 #include <unwind.h>
 
+#include <cxxabi.h>
+
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <typeinfo>
 
 #include "basicutil/crash/CrashNotation.h"
 #include "basicutil/hexdump/HexDumper.h"
@@ -21,6 +25,7 @@
 #include "basicutil/platform/PlatformCrash.h"
 #include "basicutil/platform/Version.h"
 #include "basicutil/runtime/ThreadFatalError.h"
+#include "basicutil/text/BaseException.h"
 #include "basicutil/text/PrintfFormat.h"
 #include "basicutil/threads/Thread.h"
 #include "libzero/bounded-path.h"
@@ -53,6 +58,10 @@ struct CrashState {
     // The ids of the threads the log's thread list showed, so that others' notations follow.
     std::uint64_t shown[crash_notation_details::kMaxThreads] = {};
     std::size_t shownCount = 0;
+    // The terminate handler's words for an uncaught exception, written before it aborts.
+    std::terminate_handler previousTerminate = nullptr;
+    std::atomic<bool> haveUncaught{false};
+    char uncaught[1024] = {};
 };
 CrashState g_state;
 
@@ -275,8 +284,14 @@ void writeSignal(crash_dump* d, int signo, const siginfo_t& info, const platform
     crash_dump_char(d, '\n');
 }
 
-// What the library knew was going wrong: a failed assertion, a fatal thread error.
+// What the library knew was going wrong: an uncaught exception, a failed assertion, a fatal
+// thread error.
 void writeCause(crash_dump* d) {
+    if (g_state.haveUncaught.load()) {
+        crash_dump_text(d, "Uncaught exception: ");
+        crash_dump_text(d, g_state.uncaught);
+        crash_dump_char(d, '\n');
+    }
     const FailedAssertion assertion = failedAssertion();
     if (assertion.expression != nullptr) {
         crash_dump_text(d, "Assertion failed: ");
@@ -484,6 +499,51 @@ void crashHandler(int signo, siginfo_t* info, void* context) {
     errno = savedErrno;
 }
 
+// Appends text to the uncaught-exception buffer, cut at its end.
+void noteUncaught(std::size_t& at, const char* text) noexcept {
+    const std::size_t room = sizeof g_state.uncaught - 1 - at;
+    std::size_t n = std::strlen(text);
+    if (n > room) n = room;
+    std::memcpy(g_state.uncaught + at, text, n);
+    at += n;
+    g_state.uncaught[at] = '\0';
+}
+
+// std::terminate: the exception's type and message go where the crash log will find them (the
+// log itself is written by the SIGABRT handler, which allocates nothing: the demangling is done
+// here, before), then the previous terminate handler runs, which aborts.
+[[noreturn]] void onTerminate() {
+    std::size_t at = 0;
+    if (std::exception_ptr current = std::current_exception()) {
+        const std::type_info* type = abi::__cxa_current_exception_type();
+        int status = -1;
+        char* readable =
+            type != nullptr ? abi::__cxa_demangle(type->name(), nullptr, nullptr, &status) : nullptr;
+        noteUncaught(at, status == 0 && readable != nullptr ? readable
+                         : type != nullptr                  ? type->name()
+                                                            : "unknown type");
+        std::free(readable);
+        try {
+            std::rethrow_exception(current);
+        } catch (const BaseException& e) {
+            noteUncaught(at, " (");
+            noteUncaught(at, e.typeName());
+            noteUncaught(at, "): ");
+            noteUncaught(at, e.what());
+        } catch (const std::exception& e) {
+            noteUncaught(at, ": ");
+            noteUncaught(at, e.what());
+        } catch (...) {
+            noteUncaught(at, " (not a std::exception)");
+        }
+    } else {
+        noteUncaught(at, "std::terminate called without an exception");
+    }
+    g_state.haveUncaught.store(true);
+    if (g_state.previousTerminate != nullptr) g_state.previousTerminate();
+    std::abort();
+}
+
 // The program's name: the command line's first word after its last slash.
 void rememberProgram() {
     const char* first = g_state.commandLine;
@@ -563,6 +623,7 @@ Status installCrashHandler() {
         return Status::failure(rc, "cannot unblock the crash signals");
     g_state.callerStack = stack;
     g_state.installingThread = platform::currentThreadId();
+    g_state.previousTerminate = std::set_terminate(onTerminate);
     Thread::setCrashAlternateStacks(true);
     g_state.installed.store(true);
     return {};
@@ -571,6 +632,7 @@ Status installCrashHandler() {
 Status removeCrashHandler() {
     if (!g_state.installed.load()) return {};
     Thread::setCrashAlternateStacks(false);
+    std::set_terminate(g_state.previousTerminate);
     Status result;
     for (std::size_t i = 0; i < kSignals; ++i) {
         if (sigaction(platform::kCrashSignals[i], &g_state.previous[i], nullptr) != 0 && result)

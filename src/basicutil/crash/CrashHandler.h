@@ -19,6 +19,10 @@
 // on standard error, "Crash log written to <path>". Without "VESTRA_HOME", or when the file cannot
 // be made (a full disk, a directory that is not writable), the whole log goes to standard error.
 //
+// An uncaught exception: installCrashHandler also sets a terminate handler, which notes the
+// exception's type (demangled) and message (what(); for a BaseException also its typeName()) for
+// the log and lets the previous handler abort; the SIGABRT log then says "Uncaught exception: ".
+//
 // What it holds, in this order: the signal by name and number with si_code in words and the
 // faulting address (for SIGSEGV and SIGBUS also what lies there: a mapping, a guard page or
 // nothing, and "stack overflow" when the address is a guard or a gap within 64 KiB of the stack

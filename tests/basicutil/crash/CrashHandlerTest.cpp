@@ -15,6 +15,7 @@
 #include <fstream>
 #include <functional>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -115,6 +116,12 @@ bool endedBy(int status, int signo) {
     return WIFSIGNALED(status) && WTERMSIG(status) == signo;
 }
 
+// An exception that leaves a function that may not throw: std::terminate (the test framework would
+// catch one that reached it).
+void escapes(const std::function<void()>& body) noexcept {
+    body();
+}
+
 // Deeper than any stack: the bound only keeps the compiler from calling it endless.
 volatile int g_depthLimit = 1 << 30;
 [[gnu::noinline]] int recurse(int depth) {
@@ -158,6 +165,15 @@ TEST(CrashHandlerTest, EachFatalKindWritesItsLog) {
          SIGABRT,
          [] { fatalThreadError("pthread_mutex_lock", EINVAL); },
          {"Fatal thread error: pthread_mutex_lock, error 22, 1 threads active, in MainThread\n"}},
+        {"uncaught std::exception",
+         SIGABRT,
+         [] { escapes([] { throw std::runtime_error("disk on fire"); }); },
+         {"Uncaught exception: std::runtime_error: disk on fire\n"}},
+        {"uncaught BaseException",
+         SIGABRT,
+         [] { escapes([] { throw Thread::TerminateException("stop now"); }); },
+         {"Uncaught exception: basicutil::Thread::TerminateException (Thread::TerminateException): stop "
+          "now\n"}},
         {"stack overflow in main", SIGSEGV, [] { recurse(0); }, {"stack overflow"}},
         {"stack overflow in a Thread",
          SIGSEGV,
