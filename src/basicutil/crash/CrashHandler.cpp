@@ -33,6 +33,10 @@
 
 namespace basicutil {
 
+namespace crash_handler_details {
+void (*g_whileWriting)() = nullptr;
+}  // namespace crash_handler_details
+
 namespace {
 
 constexpr std::size_t kSignals = std::size(platform::kCrashSignals);
@@ -62,6 +66,8 @@ struct CrashState {
     std::terminate_handler previousTerminate = nullptr;
     std::atomic<bool> haveUncaught{false};
     char uncaught[1024] = {};
+    // VESTRA_WAIT_ON_CRASH, read at set-up: seconds to wait for a debugger (-1: until one comes).
+    long waitSeconds = 0;
 };
 CrashState g_state;
 
@@ -399,6 +405,11 @@ void writeLog(crash_dump* d, int signo, const siginfo_t& info, const void* conte
     writeSignal(d, signo, info, registers, haveRegisters, mapLength);
     writeCause(d);
     writeProcess(d);
+    // Out before the parts that read other threads and memory: a fault there loses only them.
+    if (crash_dump_flush(d) != 0) {
+        // The rest is counted as dropped; the handler goes on to end the process all the same.
+    }
+    if (crash_handler_details::g_whileWriting != nullptr) crash_handler_details::g_whileWriting();
     if (haveRegisters) writeRegisters(d, registers);
     writeBacktrace(d, registers, haveRegisters);
     crash_dump_text(d, "Threads:\n");
@@ -456,6 +467,32 @@ void sendAgainIfSent(int signo, const siginfo_t& info) noexcept {
     if (platform::signalWasSent(info) && pthread_kill(pthread_self(), signo) != 0) resetToDefault(signo);
 }
 
+// VESTRA_WAIT_ON_CRASH: says how to attach and waits, until a debugger is there or the time is up.
+void waitForDebugger() noexcept {
+    if (g_state.waitSeconds == 0) return;
+    crash_dump say;
+    crash_dump_init(&say, STDERR_FILENO);
+    crash_dump_text(&say, "Waiting for a debugger");
+    if (g_state.waitSeconds > 0) {
+        crash_dump_text(&say, " for ");
+        crash_dump_dec(&say, g_state.waitSeconds);
+        crash_dump_text(&say, " s");
+    }
+    crash_dump_text(&say, ": ");
+    crash_dump_text(&say, platform::debuggerCommand());
+    crash_dump_char(&say, ' ');
+    crash_dump_dec(&say, getpid());
+    crash_dump_char(&say, '\n');
+    if (crash_dump_close(&say) != 0) {
+        // Standard error is gone: the wait still gives a debugger its chance.
+    }
+    for (long tenths = 0; g_state.waitSeconds < 0 || tenths < g_state.waitSeconds * 10; ++tenths) {
+        if (platform::debuggerAttached()) return;
+        struct timespec tenth = {0, 100000000};
+        nanosleep(&tenth, nullptr);  // an early wake only shortens one step
+    }
+}
+
 void crashHandler(int signo, siginfo_t* info, void* context) {
     const int savedErrno = errno;
     const std::uint64_t me = platform::currentThreadId();
@@ -493,6 +530,7 @@ void crashHandler(int signo, siginfo_t* info, void* context) {
         // Standard error is gone: the log's file, when there is one, is all there is.
     }
     g_state.logWritten.store(true);
+    waitForDebugger();
 
     restorePrevious(signo);
     sendAgainIfSent(signo, *info);
@@ -563,6 +601,19 @@ void rememberProgram() {
     g_state.program[n] = '\0';
 }
 
+// VESTRA_WAIT_ON_CRASH: unset, empty or 0 for no wait; "forever"; or whole seconds (up to a day).
+// Anything else is no wait: a crash must never hang on a typo.
+long waitSecondsFrom(const char* value) noexcept {
+    if (value == nullptr) return 0;
+    if (std::strcmp(value, "forever") == 0) return -1;
+    long seconds = 0;
+    for (const char* p = value; *p != '\0'; ++p) {
+        if (*p < '0' || *p > '9' || seconds > 86400) return 0;
+        seconds = seconds * 10 + (*p - '0');
+    }
+    return seconds <= 86400 ? seconds : 0;
+}
+
 // "$VESTRA_HOME/crash", made if missing; "" when there is no such place.
 void rememberDirectory() {
     g_state.directory[0] = '\0';
@@ -597,6 +648,7 @@ Status installCrashHandler() {
     platform::readCommandLine(g_state.commandLine, sizeof g_state.commandLine);
     rememberProgram();
     rememberDirectory();
+    g_state.waitSeconds = waitSecondsFrom(std::getenv("VESTRA_WAIT_ON_CRASH"));
     warmUp();
     g_state.crashingThread.store(0);
     g_state.logWritten.store(false);

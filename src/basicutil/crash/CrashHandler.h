@@ -19,6 +19,11 @@
 // on standard error, "Crash log written to <path>". Without "VESTRA_HOME", or when the file cannot
 // be made (a full disk, a directory that is not writable), the whole log goes to standard error.
 //
+// "VESTRA_WAIT_ON_CRASH" (read at set-up): a number of seconds, up to 86400, or "forever". After
+// the log the handler then prints "Waiting for a debugger[ for N s]: gdb -p <pid>" (lldb on
+// FreeBSD) on standard error and waits until a debugger attaches or the time is up, then goes on
+// to end the process. Unset, empty, 0 or anything else: no wait.
+//
 // An uncaught exception: installCrashHandler also sets a terminate handler, which notes the
 // exception's type (demangled) and message (what(); for a BaseException also its typeName()) for
 // the log and lets the previous handler abort; the SIGABRT log then says "Uncaught exception: ".
@@ -58,5 +63,11 @@ namespace basicutil {
 bool crashHandlerInstalled() noexcept;
 // The directory crash logs are written to, or "" for standard error.
 const char* crashLogDirectory() noexcept;
+
+namespace crash_handler_details {
+// A test's way into the handler: called, when set, once the log's first part is out (a fault
+// there is a fault inside the handler).
+extern void (*g_whileWriting)();
+}  // namespace crash_handler_details
 
 }  // namespace basicutil

@@ -12,6 +12,7 @@
 #if defined(__FreeBSD__)
 #include <pthread_np.h>
 #include <sys/auxv.h>
+#include <sys/proc.h>
 #include <sys/sysctl.h>
 #include <sys/user.h>
 #else
@@ -349,6 +350,33 @@ std::size_t readCommandLine(char* out, std::size_t capacity) noexcept {
     }
     out[length] = '\0';
     return length;
+}
+
+bool debuggerAttached() noexcept {
+#if defined(__FreeBSD__)
+    int mib[4] = {CTL_KERN, KERN_PROC, KERN_PROC_PID, static_cast<int>(::getpid())};
+    kinfo_proc info{};
+    std::size_t length = sizeof info;
+    if (::sysctl(mib, 4, &info, &length, nullptr, 0) != 0) return false;
+    return (info.ki_flag & P_TRACED) != 0;
+#else
+    char status[4096];
+    const std::size_t length = readSmallFile("/proc/self/status", status, sizeof status - 1);
+    status[length] = '\0';
+    const char* tracer = std::strstr(status, "TracerPid:");
+    if (tracer == nullptr) return false;
+    tracer += 10;
+    while (*tracer == ' ' || *tracer == '\t') ++tracer;
+    return *tracer != '0' && *tracer >= '1' && *tracer <= '9';
+#endif
+}
+
+const char* debuggerCommand() noexcept {
+#if defined(__FreeBSD__)
+    return "lldb -p";
+#else
+    return "gdb -p";
+#endif
 }
 
 bool currentStackBounds(std::uintptr_t& low, std::uintptr_t& high, std::size_t& guardBytes) noexcept {

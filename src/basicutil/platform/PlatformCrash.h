@@ -71,6 +71,13 @@ std::size_t readMemoryMap(char* out, std::size_t capacity, char* scratch, std::s
 // length. Called at set-up (it may read a file).
 std::size_t readCommandLine(char* out, std::size_t capacity) noexcept;
 
+// Whether a debugger (any tracer) is attached to the process: TracerPid in /proc/self/status on
+// Linux, P_TRACED of kern.proc.pid on FreeBSD.
+bool debuggerAttached() noexcept;
+// The command that attaches the system's debugger to a process, the id to follow: "gdb -p" on
+// Linux, "lldb -p" on FreeBSD.
+const char* debuggerCommand() noexcept;
+
 // The lowest and highest address of the calling thread's stack and its guard's size below it.
 // False when the thread library will not tell.
 bool currentStackBounds(std::uintptr_t& low, std::uintptr_t& high, std::size_t& guardBytes) noexcept;

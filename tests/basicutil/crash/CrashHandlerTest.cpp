@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -62,8 +63,10 @@ std::string readAll(int fd) {
     return out;
 }
 
-// Runs `crash` in a forked child with the handler installed. `home` "": no VESTRA_HOME.
-Ending crashInChild(const std::function<void()>& crash, bool withHome = true) {
+// Runs `crash` in a forked child with the handler installed, under VESTRA_HOME (or none) and the
+// other variables given as "NAME=value".
+Ending crashInChild(const std::function<void()>& crash, bool withHome = true,
+                    const std::vector<std::string>& environment = {}) {
     char dir[] = "/tmp/crash-handler-test.XXXXXX";
     EXPECT_NE(mkdtemp(dir), nullptr);
     int errPipe[2];
@@ -77,6 +80,10 @@ Ending crashInChild(const std::function<void()>& crash, bool withHome = true) {
             setenv("VESTRA_HOME", dir, 1);
         } else {
             unsetenv("VESTRA_HOME");
+        }
+        for (const std::string& setting : environment) {
+            const std::size_t equals = setting.find('=');
+            setenv(setting.substr(0, equals).c_str(), setting.substr(equals + 1).c_str(), 1);
         }
         EmptyMainThread mainThread;
         if (!installCrashHandler()) _exit(100);
@@ -280,6 +287,89 @@ TEST(CrashHandlerTest, NotationsOfTwoThreadsInnermostFirst) {
     const std::string expected =
         "\n    noting: worker inner\n    noting: worker middle 2\n    noting: worker outer\n";
     EXPECT_EQ(e.log.substr(lineEnd, expected.size()), expected) << e.log;
+}
+
+// The hard cases: a fault inside the handler, two threads at once, the thread list's lock held by
+// a stopped thread, a crash directory that cannot take the file, VESTRA_WAIT_ON_CRASH.
+TEST(CrashHandlerTest, HardCases) {
+    SKIP_UNDER_SANITIZERS();
+    // A fault while the log is written: the default action at once, the first part of the log kept.
+    Ending e = crashInChild([] {
+        crash_handler_details::g_whileWriting = [] { *static_cast<volatile int*>(nullptr) = 2; };
+        *static_cast<volatile int*>(nullptr) = 1;
+    });
+    EXPECT_TRUE(endedBy(e.status, SIGSEGV)) << e.status;
+    EXPECT_TRUE(contains(e.log, "Signal: SIGSEGV") && contains(e.log, "\nCommand line: ")) << e.log;
+    EXPECT_FALSE(contains(e.log, "==== end of crash log ====")) << e.log;
+
+    // Two threads fault together: one log, by one of them.
+    e = crashInChild([] {
+        static std::atomic<int> ready{0};
+        auto crash = [] {
+            ++ready;
+            while (ready.load() < 2) {
+            }
+            *static_cast<volatile int*>(nullptr) = 3;
+        };
+        ThreadFunction a(crash, "crasher-a"), b(crash, "crasher-b");
+        a.go();
+        b.go();
+        a.join();
+        b.join();
+    });
+    EXPECT_TRUE(endedBy(e.status, SIGSEGV)) << e.status;
+    ASSERT_EQ(e.files.size(), 1u);
+    EXPECT_EQ(e.log.find("==== crash log ===="), e.log.rfind("==== crash log ===="));
+    EXPECT_TRUE(contains(e.log, "Thread: \"crasher-")) << e.log;
+    EXPECT_TRUE(contains(e.log, "==== end of crash log ====\n"));
+
+    // A thread stopped while it holds the thread list's lock: the log still comes, and says so.
+    e = crashInChild([] {
+        static std::atomic<bool> holding{false};
+        ThreadFunction holder(
+            [] {
+                struct Stop : Thread::iterate_running_threads_callback {
+                    void visit(Thread&) override {
+                        holding.store(true);
+                        pause();
+                    }
+                } stop;
+                Thread::iterateEachRunning(stop);
+            },
+            "holder");
+        holder.go();
+        while (!holding.load()) sched_yield();
+        *static_cast<volatile int*>(nullptr) = 4;
+    });
+    EXPECT_TRUE(endedBy(e.status, SIGSEGV)) << e.status;
+    EXPECT_TRUE(contains(e.log,
+                         "Threads:\n(the thread list's lock is held: the list is read as it is)\n"
+                         "Thread: \"holder\""))
+        << e.log;
+    EXPECT_TRUE(contains(e.log, "==== end of crash log ====\n"));
+
+    // $VESTRA_HOME/crash is a file: no log file can be made there, so all of it goes to standard error.
+    char home[] = "/tmp/crash-home.XXXXXX";
+    ASSERT_NE(mkdtemp(home), nullptr);
+    const std::string blocker = std::string(home) + "/crash";
+    ASSERT_EQ(close(open(blocker.c_str(), O_CREAT | O_WRONLY, 0600)), 0);
+    e = crashInChild([] { *static_cast<volatile int*>(nullptr) = 5; }, false,
+                     {"VESTRA_HOME=" + std::string(home)});
+    EXPECT_TRUE(endedBy(e.status, SIGSEGV));
+    EXPECT_TRUE(contains(e.stderrText, "==== crash log ====\nSignal: SIGSEGV")) << e.stderrText;
+    EXPECT_TRUE(contains(e.stderrText, "==== end of crash log ====\n"));
+    ASSERT_EQ(unlink(blocker.c_str()), 0);
+    ASSERT_EQ(rmdir(home), 0);
+
+    // VESTRA_WAIT_ON_CRASH=1: a second's wait, and how to attach.
+    const auto start = std::chrono::steady_clock::now();
+    e = crashInChild([] { *static_cast<volatile int*>(nullptr) = 6; }, true, {"VESTRA_WAIT_ON_CRASH=1"});
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_TRUE(endedBy(e.status, SIGSEGV));
+    EXPECT_GE(waited, std::chrono::milliseconds(900));
+    EXPECT_TRUE(contains(e.stderrText, "Waiting for a debugger for 1 s: gdb -p ") ||
+                contains(e.stderrText, "Waiting for a debugger for 1 s: lldb -p "))
+        << e.stderrText;
 }
 
 // Installing twice is one installation; removing puts the previous handler back.

@@ -148,6 +148,9 @@ TEST(PlatformCrashTest, MapAndCommandLine) {
     EXPECT_EQ(readMemoryMap(small, sizeof small, scratch, sizeof scratch), 7u);
     EXPECT_EQ(small[7], '\0');
 
+    EXPECT_FALSE(debuggerAttached());  // the tests are not run under one
+    EXPECT_TRUE(std::string(debuggerCommand()) == "gdb -p" || std::string(debuggerCommand()) == "lldb -p");
+
     char line[4096];
     const std::size_t n = readCommandLine(line, sizeof line);
     EXPECT_NE(std::string(line, n).find("PlatformCrashTest"), std::string::npos) << line;
