@@ -14,7 +14,6 @@ namespace crash_notation_details {
 namespace {
 
 Stack g_stacks[kMaxThreads];
-thread_local Stack* t_stack = nullptr;
 thread_local bool t_noRoom = false;  // every slot was taken at this thread's first notation
 
 // Gives a thread's slot back when it ends (a thread-specific value's destructor: no allocation).
@@ -35,8 +34,8 @@ pthread_key_t stackKey() noexcept {
 
 }  // namespace
 
-Stack* currentStack() noexcept {
-    if (t_stack != nullptr || t_noRoom) return t_stack;
+Stack* claimStack() noexcept {
+    if (t_noRoom) return nullptr;
     const std::uint64_t me = platform::currentThreadId();
     for (Stack& stack : g_stacks) {
         std::uint64_t free = 0;
@@ -46,8 +45,8 @@ Stack* currentStack() noexcept {
             // Failing, the slot is not given back at the thread's end; the notations still work.
             if (pthread_setspecific(stackKey(), &stack) != 0) {
             }
-            t_stack = &stack;
-            return t_stack;
+            t_current = &stack;
+            return t_current;
         }
     }
     t_noRoom = true;

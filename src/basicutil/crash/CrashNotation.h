@@ -43,8 +43,15 @@ struct Stack {
     char texts[kMaxDepth][kMaxBytes] = {};
 };
 
+// The calling thread's stack once claimed (a thread-local pointer read inline: the push's fast path).
+inline thread_local Stack* t_current = nullptr;
+// Claims one for the calling thread; null when every slot is taken.
+Stack* claimStack() noexcept;
 // The calling thread's stack, claimed on first use; null when every slot is taken.
-Stack* currentStack() noexcept;
+inline Stack* currentStack() noexcept {
+    Stack* const stack = t_current;
+    return stack != nullptr ? stack : claimStack();
+}
 
 // A text cut to fit a slot, in the slot; returns its length.
 std::size_t storeText(char (&slot)[kMaxBytes], const char* text, std::size_t length) noexcept;
