@@ -110,6 +110,7 @@ void addTextCommands(CLI::App& app, Context& context);
 void addTimeCommands(CLI::App& app, Context& context);
 void addLogCommands(CLI::App& app, Context& context);
 void addRandomCommands(CLI::App& app, Context& context);
+void addCrashCommands(CLI::App& app, Context& context);
 
 // A count or seed as the commands take one: decimal digits only (no sign, no blanks), within 64
 // bits, through the library's field parser.

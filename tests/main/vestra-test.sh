@@ -264,12 +264,23 @@ status "random: LOW above HIGH" 2 "^vestra: LOW is above HIGH" -- random 5 1
 status "random: not an integer" 2 "^vestra: '1.5': not an integer" -- random 1.5 2
 status "random bytes: no count" 2 "^vestra: usage: vestra random bytes N" -- random bytes
 
+# vestra crash test: a real crash, its log under $VESTRA_HOME/crash (a sanitizer's own handler may
+# end the process after ours, so the end is checked as not a success, not as the signal).
+mkdir "$out/home"
+VESTRA_HOME=$out/home "$vestra" crash test segv >/dev/null 2>"$out/err" && fail "crash test segv: no crash"
+grep -q "^Crash log written to $out/home/crash/vestra-" "$out/err" || fail "crash test segv: $(head -3 "$out/err")"
+grep -q "^Signal: SIGSEGV (11), code SEGV_MAPERR" "$out"/home/crash/vestra-*.log || fail "crash test segv: the log"
+grep -q "^  noting: vestra crash test segv$" "$out"/home/crash/vestra-*.log || fail "crash test segv: the notation"
+status "crash test: an unknown kind" 2 "KIND: nope not in" -- crash test nope
+
 # The bash completion offers the subcommands and their actions.
 if command -v bash >/dev/null 2>&1; then
     words=$(bash -c ". '$completion'; COMP_WORDS=(vestra u); COMP_CWORD=1; _vestra; echo \${COMPREPLY[*]}")
     [ "$words" = "utf8 url" ] || fail "completion of 'vestra u': $words"
     words=$(bash -c ". '$completion'; COMP_WORDS=(vestra tz s); COMP_CWORD=2; _vestra; echo \${COMPREPLY[*]}")
     [ "$words" = "serialize" ] || fail "completion of 'vestra tz s': $words"
+    words=$(bash -c ". '$completion'; COMP_WORDS=(vestra crash test o); COMP_CWORD=3; _vestra; echo \${COMPREPLY[*]}")
+    [ "$words" = "overflow" ] || fail "completion of 'vestra crash test o': $words"
 fi
 
 [ "$failures" -eq 0 ] || { echo "$failures failures"; exit 1; }
