@@ -137,9 +137,10 @@ struct Frames {
 };
 
 _Unwind_Reason_Code collectFrame(struct _Unwind_Context* context, void* arg) {
-    auto* frames = static_cast<Frames*>(arg);
-    if (frames->count == kMaxFrames) return _URC_END_OF_STACK;
-    frames->pc[frames->count++] = static_cast<std::uintptr_t>(_Unwind_GetIP(context));
+        auto* frames = static_cast<Frames*>(arg);
+    const auto pc = static_cast<std::uintptr_t>(_Unwind_GetIP(context));
+    if (frames->count == kMaxFrames || pc == 0) return _URC_END_OF_STACK;  // 0: past the outermost frame
+    frames->pc[frames->count++] = pc;
     return _URC_NO_REASON;
 }
 
