@@ -137,7 +137,7 @@ struct Frames {
 };
 
 _Unwind_Reason_Code collectFrame(struct _Unwind_Context* context, void* arg) {
-        auto* frames = static_cast<Frames*>(arg);
+    auto* frames = static_cast<Frames*>(arg);
     const auto pc = static_cast<std::uintptr_t>(_Unwind_GetIP(context));
     if (frames->count == kMaxFrames || pc == 0) return _URC_END_OF_STACK;  // 0: past the outermost frame
     frames->pc[frames->count++] = pc;
@@ -215,11 +215,14 @@ void writeFrame(crash_dump* d, std::size_t index, std::uintptr_t pc, bool first)
     crash_dump_char(d, '\n');
 }
 
-// The frames from the signal's context on: the unwinder walks from here through the handler and
-// the kernel's signal frame; what comes before the context's pc is the handler's own.
-void writeBacktrace(crash_dump* d, const platform::Registers& registers, bool haveRegisters) {
+// The frames from the signal's context on: from the context itself where the unwinder can start
+// there; otherwise it walks from here through the handler and the kernel's signal frame, and what
+// comes before the context's pc is the handler's own.
+void writeBacktrace(crash_dump* d, const void* context, const platform::Registers& registers,
+                    bool haveRegisters) {
     Frames frames;
-    _Unwind_Backtrace(collectFrame, &frames);
+    frames.count = platform::unwindFromContext(context, frames.pc, kMaxFrames);
+    if (frames.count == 0) _Unwind_Backtrace(collectFrame, &frames);
     std::size_t start = 0;
     if (haveRegisters) {
         while (start < frames.count && frames.pc[start] != registers.pc) ++start;
@@ -412,7 +415,7 @@ void writeLog(crash_dump* d, int signo, const siginfo_t& info, const void* conte
     }
     if (crash_handler_details::g_whileWriting != nullptr) crash_handler_details::g_whileWriting();
     if (haveRegisters) writeRegisters(d, registers);
-    writeBacktrace(d, registers, haveRegisters);
+    writeBacktrace(d, context, registers, haveRegisters);
     crash_dump_text(d, "Threads:\n");
     g_state.shownCount = 0;
     Thread::writeCrashStates(d, 100, notationsOfListedThread, nullptr);

@@ -19,6 +19,10 @@
 #include <sys/auxv.h>
 #endif
 
+#if defined(VESTRA_HAVE_UNW_CONTEXT)
+#include <libunwind.h>
+#endif
+
 namespace basicutil::platform {
 
 namespace {
@@ -164,6 +168,41 @@ bool registersOf(const void* context, Registers& out) noexcept {
     static_cast<void>(context);
     static_cast<void>(out);
     return false;
+#endif
+}
+
+std::size_t unwindFromContext(const void* context, std::uintptr_t* pcs, std::size_t max) noexcept {
+#if defined(VESTRA_HAVE_UNW_CONTEXT) && defined(__x86_64__)
+    Registers registers;
+    if (max == 0 || !registersOf(context, registers)) return 0;
+    unw_context_t here;
+    unw_cursor_t cursor;
+    if (unw_getcontext(&here) != 0 || unw_init_local(&cursor, &here) != 0) return 0;
+    // The context's registers in libunwind's numbering, the pc last: setting it finds the frame's
+    // unwind information anew.
+    const struct {
+        int number;
+        std::size_t ours;
+    } map[] = {{UNW_X86_64_RAX, 0},  {UNW_X86_64_RBX, 1},  {UNW_X86_64_RCX, 2},  {UNW_X86_64_RDX, 3},
+               {UNW_X86_64_RSI, 4},  {UNW_X86_64_RDI, 5},  {UNW_X86_64_RBP, 6},  {UNW_X86_64_RSP, 7},
+               {UNW_X86_64_R8, 8},   {UNW_X86_64_R9, 9},   {UNW_X86_64_R10, 10}, {UNW_X86_64_R11, 11},
+               {UNW_X86_64_R12, 12}, {UNW_X86_64_R13, 13}, {UNW_X86_64_R14, 14}, {UNW_X86_64_R15, 15},
+               {UNW_REG_IP, 16}};
+    for (const auto& m : map) {
+        if (unw_set_reg(&cursor, m.number, static_cast<unw_word_t>(registers.values[m.ours])) != 0) return 0;
+    }
+    std::size_t count = 0;
+    do {
+        unw_word_t pc = 0;
+        if (unw_get_reg(&cursor, UNW_REG_IP, &pc) != 0 || pc == 0) break;
+        pcs[count++] = static_cast<std::uintptr_t>(pc);
+    } while (count < max && unw_step(&cursor) > 0);
+    return count;
+#else
+    static_cast<void>(context);
+    static_cast<void>(pcs);
+    static_cast<void>(max);
+    return 0;
 #endif
 }
 

@@ -50,6 +50,13 @@ struct Registers {
 // is not known here (not x86-64).
 bool registersOf(const void* context, Registers& out) noexcept;
 
+// The code addresses of the frames from a signal's context outward (the faulting pc first, then
+// return addresses) into `pcs`; the count. 0 when the C++ runtime's unwinder cannot start from a
+// context (libgcc's): the caller then walks from its own frame with _Unwind_Backtrace, which on
+// glibc passes the kernel's signal frame. Through LLVM's libunwind (FreeBSD's, libc++'s), whose
+// unw_* calls take the context's registers.
+std::size_t unwindFromContext(const void* context, std::uintptr_t* pcs, std::size_t max) noexcept;
+
 // The name of a signal ("SIGSEGV"), or null for one not known here.
 const char* signalName(int signo) noexcept;
 // si_code in words ("SEGV_MAPERR (address not mapped to object)"), or null when not known.

@@ -202,10 +202,11 @@ TEST(CrashHandlerTest, EachFatalKindWritesItsLog) {
             EXPECT_TRUE(contains(e.log, part)) << kind.name << ": " << part << "\n" << e.log;
         for (const char* section :
              {"==== crash log ====\n", "\nProgram: CrashHandlerTest\n", "\nThread: \"",
-              "\nRegisters:\n  rax    0x", "\nBacktrace:\n  #00 0x", "CrashHandlerTest +0x",
+              "\nRegisters:\n  rax    0x", "\nBacktrace:\n  #00 0x", "\n  #02 0x", "CrashHandlerTest +0x",
               "\nMemory map:\n", "\nTop of the stack", "==== end of crash log ====\n"})
             EXPECT_TRUE(contains(e.log, section)) << kind.name << ": " << section << "\n" << e.log;
-        // The backtrace starts at the faulting instruction, not in the handler.
+        // The backtrace starts at the faulting instruction, not in the handler, and goes on to its
+        // callers (#02 above).
         const std::size_t rip = e.log.find("rip    0x");
         ASSERT_NE(rip, std::string::npos) << e.log;
         EXPECT_TRUE(contains(e.log, "#00 " + e.log.substr(rip + 7, 18))) << kind.name << "\n" << e.log;
