@@ -68,6 +68,10 @@ struct CrashState {
     char uncaught[1024] = {};
     // VESTRA_WAIT_ON_CRASH, read at set-up: seconds to wait for a debugger (-1: until one comes).
     long waitSeconds = 0;
+    // SIGQUIT's report, when the set-up asked for it: its previous disposition, and a report under way.
+    bool reportOnSigquit = false;
+    struct sigaction previousQuit = {};
+    std::atomic<bool> reporting{false};
 };
 CrashState g_state;
 
@@ -399,6 +403,14 @@ void notationsOfOtherThread(std::uint64_t threadId, void* arg) {
     writeCrashNotations(d, threadId, "    noting: ");
 }
 
+// The threads: the listed ones with their notations, then others that have notations.
+void writeThreads(crash_dump* d) {
+    crash_dump_text(d, "Threads:\n");
+    g_state.shownCount = 0;
+    Thread::writeCrashStates(d, 100, notationsOfListedThread, nullptr);
+    forEachNotedThread(notationsOfOtherThread, d);
+}
+
 void writeLog(crash_dump* d, int signo, const siginfo_t& info, const void* context) {
     platform::Registers registers;
     const bool haveRegisters = platform::registersOf(context, registers);
@@ -416,10 +428,7 @@ void writeLog(crash_dump* d, int signo, const siginfo_t& info, const void* conte
     if (crash_handler_details::g_whileWriting != nullptr) crash_handler_details::g_whileWriting();
     if (haveRegisters) writeRegisters(d, registers);
     writeBacktrace(d, context, registers, haveRegisters);
-    crash_dump_text(d, "Threads:\n");
-    g_state.shownCount = 0;
-    Thread::writeCrashStates(d, 100, notationsOfListedThread, nullptr);
-    forEachNotedThread(notationsOfOtherThread, d);
+    writeThreads(d);
     crash_dump_text(d, "Memory map:\n");
     crash_dump_bytes(d, g_state.map, mapLength);
     if (!platform::signalWasSent(info)) {
@@ -430,8 +439,9 @@ void writeLog(crash_dump* d, int signo, const siginfo_t& info, const void* conte
     crash_dump_text(d, "==== end of crash log ====\n");
 }
 
-// Opens the log's file under the crash directory; false when there is none or it cannot be made.
-bool openLogFile(crash_dump* d, char (&path)[kPathBytes]) {
+// Opens the log's file (".log", or ".report") under the crash directory; false when there is none
+// or it cannot be made.
+bool openLogFile(crash_dump* d, char (&path)[kPathBytes], const char* suffix = ".log") {
     if (g_state.directory[0] == '\0') return false;
     struct timeval now {};
     if (gettimeofday(&now, nullptr) != 0) now.tv_sec = 0;
@@ -444,7 +454,7 @@ bool openLogFile(crash_dump* d, char (&path)[kPathBytes]) {
         bounded_path_push(&p, g_state.program, std::strlen(g_state.program)) != 0 ||
         bounded_path_append(&p, "-", 1) != 0 || bounded_path_append(&p, pid, std::strlen(pid)) != 0 ||
         bounded_path_append(&p, "-", 1) != 0 || bounded_path_append(&p, stamp, 16) != 0 ||
-        bounded_path_append(&p, ".log", 4) != 0)
+        bounded_path_append(&p, suffix, std::strlen(suffix)) != 0)
         return false;
     return crash_dump_create(d, path) == 0;
 }
@@ -495,6 +505,36 @@ void waitForDebugger() noexcept {
         struct timespec tenth = {0, 100000000};
         nanosleep(&tenth, nullptr);  // an early wake only shortens one step
     }
+}
+
+// SIGQUIT, when asked for: a state report, and the process goes on.
+void reportHandler(int) {
+    const int savedErrno = errno;
+    if (g_state.reporting.exchange(true)) {  // one report at a time
+        errno = savedErrno;
+        return;
+    }
+    crash_dump d;
+    char path[kPathBytes];
+    const bool toFile = openLogFile(&d, path, ".report");
+    int error = 0;
+    if (toFile) {
+        error = writeStateReport(d.fd);
+        if (crash_dump_close(&d) != 0 && error == 0) error = d.error;
+        crash_dump say;
+        crash_dump_init(&say, STDERR_FILENO);
+        crash_dump_text(
+            &say, error == 0 ? "State report written to " : "State report cut short (a write failed) in ");
+        crash_dump_text(&say, path);
+        crash_dump_char(&say, '\n');
+        if (crash_dump_close(&say) != 0) {
+            // Standard error is gone: the report's file is all there is.
+        }
+    } else if (writeStateReport(STDERR_FILENO) != 0) {
+        // Standard error is gone: nowhere to say so.
+    }
+    g_state.reporting.store(false);
+    errno = savedErrno;
 }
 
 void crashHandler(int signo, siginfo_t* info, void* context) {
@@ -644,7 +684,7 @@ void warmUp() {
 
 }  // namespace
 
-Status installCrashHandler() {
+Status installCrashHandler(const CrashHandlerOptions& options) {
     if (g_state.installed.load()) return {};
     platform::AlternateStack stack;
     if (const int rc = platform::mapAlternateStack(stack))
@@ -677,6 +717,20 @@ Status installCrashHandler() {
     for (int signo : platform::kCrashSignals) sigaddset(&faults, signo);
     if (const int rc = pthread_sigmask(SIG_UNBLOCK, &faults, nullptr); rc != 0)
         return Status::failure(rc, "cannot unblock the crash signals");
+    g_state.reportOnSigquit = options.reportOnSigquit;
+    if (options.reportOnSigquit) {
+        struct sigaction quit {};
+        quit.sa_handler = reportHandler;
+        quit.sa_flags = SA_ONSTACK | SA_RESTART;  // a report interrupts nothing
+        sigemptyset(&quit.sa_mask);
+        if (sigaction(SIGQUIT, &quit, &g_state.previousQuit) != 0) {
+            const int error = errno;
+            for (std::size_t i = 0; i < kSignals; ++i)
+                static_cast<void>(sigaction(platform::kCrashSignals[i], &g_state.previous[i], nullptr));
+            static_cast<void>(platform::unmapAlternateStack(stack));
+            return Status::failure(error, "cannot set the handler of SIGQUIT");
+        }
+    }
     g_state.callerStack = stack;
     g_state.installingThread = platform::currentThreadId();
     g_state.previousTerminate = std::set_terminate(onTerminate);
@@ -690,6 +744,9 @@ Status removeCrashHandler() {
     Thread::setCrashAlternateStacks(false);
     std::set_terminate(g_state.previousTerminate);
     Status result;
+    if (g_state.reportOnSigquit && sigaction(SIGQUIT, &g_state.previousQuit, nullptr) != 0)
+        result = Status::failure(errno, "cannot put back SIGQUIT's handler");
+    g_state.reportOnSigquit = false;
     for (std::size_t i = 0; i < kSignals; ++i) {
         if (sigaction(platform::kCrashSignals[i], &g_state.previous[i], nullptr) != 0 && result)
             result = Status::failure(errno, "cannot put back a signal's handler");
@@ -708,6 +765,20 @@ bool crashHandlerInstalled() noexcept {
 
 const char* crashLogDirectory() noexcept {
     return g_state.directory;
+}
+
+int writeStateReport(int fd) noexcept {
+    if (g_state.commandLine[0] == '\0') {  // not installed: the names are read now
+        platform::readCommandLine(g_state.commandLine, sizeof g_state.commandLine);
+        rememberProgram();
+    }
+    crash_dump d;
+    crash_dump_init(&d, fd);
+    crash_dump_text(&d, "==== state report ====\n");
+    writeProcess(&d);
+    writeThreads(&d);
+    crash_dump_text(&d, "==== end of state report ====\n");
+    return crash_dump_close(&d);
 }
 
 }  // namespace basicutil

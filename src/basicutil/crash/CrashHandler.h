@@ -55,7 +55,12 @@ namespace basicutil {
 // installing nothing, when a signal's handler cannot be set or the calling thread's alternate
 // stack cannot be mapped. A "VESTRA_HOME" whose crash directory cannot be made is no failure: the
 // logs then go to standard error, and crashLogDirectory() is empty.
-[[nodiscard]] Status installCrashHandler();
+struct CrashHandlerOptions {
+    // SIGQUIT writes a state report (below) beside the crash logs (a ".report" file of the same
+    // name's shape, or standard error) and the process goes on: for looking into a stuck process.
+    bool reportOnSigquit = false;
+};
+[[nodiscard]] Status installCrashHandler(const CrashHandlerOptions& options = {});
 // Puts back every disposition the set-up replaced and unmaps the calling thread's stack (when the
 // calling thread is the one that installed). Threads that start later get no alternate stack.
 [[nodiscard]] Status removeCrashHandler();
@@ -63,6 +68,13 @@ namespace basicutil {
 bool crashHandlerInstalled() noexcept;
 // The directory crash logs are written to, or "" for standard error.
 const char* crashLogDirectory() noexcept;
+
+// A state report, without dying: "==== state report ====", then the program, process, calling
+// thread (with its notations), time, version and command line, every listed thread's state and
+// notations and other threads' notations, as the crash log words them; "==== end of state report
+// ====". Written to `fd`; async-signal-safe, so a handler may call it. Returns 0 or the first
+// write's errno.
+int writeStateReport(int fd) noexcept;
 
 namespace crash_handler_details {
 // A test's way into the handler: called, when set, once the log's first part is out (a fault

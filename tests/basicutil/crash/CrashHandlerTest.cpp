@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -371,6 +372,74 @@ TEST(CrashHandlerTest, HardCases) {
     EXPECT_TRUE(contains(e.stderrText, "Waiting for a debugger for 1 s: gdb -p ") ||
                 contains(e.stderrText, "Waiting for a debugger for 1 s: lldb -p "))
         << e.stderrText;
+}
+
+// A state report without dying: the call, and SIGQUIT when the set-up asks for it.
+TEST(CrashHandlerTest, StateReportsWithoutDying) {
+    EmptyMainThread mainThread;
+    std::atomic<bool> noted{false}, stop{false};
+    ThreadFunction worker(
+        [&] {
+            CrashNotation note("waiting for work");
+            noted.store(true);
+            while (!stop.load()) sched_yield();
+        },
+        "worker");
+    worker.go();
+    while (!noted.load()) sched_yield();
+    CrashNotation mine("reporting");
+    FILE* file = std::tmpfile();
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(writeStateReport(fileno(file)), 0);
+    std::rewind(file);
+    std::string report;
+    char buf[4096];
+    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, file)) > 0;) report.append(buf, n);
+    EXPECT_EQ(std::fclose(file), 0);
+    stop.store(true);
+    worker.join();
+    EXPECT_EQ(report.rfind("==== state report ====\nProgram: CrashHandlerTest\n", 0), 0u) << report;
+    EXPECT_TRUE(contains(report, "\n  noting: reporting\n")) << report;
+    EXPECT_TRUE(contains(report, "Thread: \"worker\", did_join=0, ready_to_run, token=")) << report;
+    EXPECT_TRUE(contains(report, "\n    noting: waiting for work\n")) << report;
+    EXPECT_TRUE(contains(report, "==== end of state report ====\n")) << report;
+    EXPECT_FALSE(contains(report, "Signal:"));
+
+    // SIGQUIT, asked for: a report file beside the crash logs, and the process goes on.
+    char home[] = "/tmp/crash-report.XXXXXX";
+    ASSERT_NE(mkdtemp(home), nullptr);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        setenv("VESTRA_HOME", home, 1);
+        CrashHandlerOptions options;
+        options.reportOnSigquit = true;
+        if (!installCrashHandler(options)) _exit(100);
+        if (raise(SIGQUIT) != 0) _exit(101);
+        _exit(removeCrashHandler() ? 0 : 102);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    const std::string dir = std::string(home) + "/crash";
+    std::vector<std::string> names;
+    if (DIR* d = opendir(dir.c_str())) {
+        while (const dirent* entry = readdir(d)) {
+            const std::string name = entry->d_name;
+            if (name == "." || name == "..") continue;
+            names.push_back(name);
+            std::ifstream in(dir + "/" + name);
+            std::stringstream text;
+            text << in.rdbuf();
+            EXPECT_TRUE(contains(text.str(), "==== end of state report ====\n")) << text.str();
+            unlink((dir + "/" + name).c_str());
+        }
+        closedir(d);
+    }
+    ASSERT_EQ(names.size(), 1u);
+    EXPECT_EQ(names[0].substr(names[0].size() - 7), ".report");
+    rmdir(dir.c_str());
+    rmdir(home);
 }
 
 // Installing twice is one installation; removing puts the previous handler back.
