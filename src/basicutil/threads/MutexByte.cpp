@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cerrno>
+#include <cstring>
 #include <mutex>
 
 #include "basicutil/platform/Assert.h"
@@ -44,20 +45,33 @@ unsigned long long address(const void* p) {
 
 // --- States and dumps -----------------------------------------------------------------------
 
-void MutexByte::appendStateText(std::string& out, std::uint8_t state) {
+void MutexByte::stateText(std::uint8_t state, char (&out)[kStateTextBytes]) noexcept {
+    const char* text = nullptr;
     switch (state) {
         case STATE_UNLOCKED:
-            out += "unlocked";
-            return;
+            text = "unlocked";
+            break;
         case STATE_LOCKED:
-            out += "LOCKED";
-            return;
+            text = "LOCKED";
+            break;
         case STATE_LOCKED | STATE_HAS_SLEEPERS:
-            out += "LOCKED+CONTENDED";
+            text = "LOCKED+CONTENDED";
+            break;
+        default: {
+            static const char kHex[] = "0123456789ABCDEF";
+            const char bad[] = {'B', 'A', 'D', '(', '0', 'x', kHex[state >> 4], kHex[state & 15],
+                                ')', '!', '\0'};
+            std::memcpy(out, bad, sizeof bad);
             return;
-        default:
-            appendf(out, "BAD(0x%02X)!", unsigned{state});
+        }
     }
+    std::memcpy(out, text, std::strlen(text) + 1);
+}
+
+void MutexByte::appendStateText(std::string& out, std::uint8_t state) {
+    char text[kStateTextBytes];
+    stateText(state, text);
+    out += text;
 }
 
 void MutexByte::dumpState(std::string& out) const {

@@ -66,7 +66,10 @@ class MutexByte {
     }
 
     // "unlocked", "LOCKED", "LOCKED+CONTENDED", or "BAD(0x%02X)!".
+    static constexpr std::size_t kStateTextBytes = 17;  // "LOCKED+CONTENDED" and its NUL
     static void appendStateText(std::string& out, std::uint8_t state);
+    // The same into `out` (NUL-terminated), allocating nothing: for a crash log.
+    static void stateText(std::uint8_t state, char (&out)[kStateTextBytes]) noexcept;
     // "MutexByte:" and the state.
     void dumpState(std::string& out) const;
 

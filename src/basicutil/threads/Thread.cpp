@@ -15,6 +15,7 @@
 #include "basicutil/platform/StartupOrder.h"
 #include "basicutil/runtime/ThreadClockChoice.h"
 #include "basicutil/runtime/ThreadFatalError.h"
+#include "basicutil/threads/MutexByte.h"
 #include "basicutil/threads/Thread_details.h"
 #include "libzero/create-crash-dump.h"
 
@@ -432,6 +433,22 @@ void Thread::writeCrashState(::crash_dump* out) const noexcept {
     }
 }
 
+// A thread asleep in a byte lock: the lock and its state. Read while the thread may wake: the
+// pointer is read once, and the byte it names outlives any sleeper on it.
+void Thread::writeCrashLockState(::crash_dump* out) const noexcept {
+    const ThreadScratch* scratch = _scratchp.load();
+    if (scratch == nullptr) return;
+    const MutexByte* byte = scratch->wait.waitingOn;
+    if (byte == nullptr) return;
+    char state[MutexByte::kStateTextBytes];
+    MutexByte::stateText(byte->get(std::memory_order_relaxed), state);
+    crash_dump_text(out, "    asleep in byte lock 0x");
+    crash_dump_hex(out, reinterpret_cast<std::uintptr_t>(byte), 0);
+    crash_dump_text(out, ": ");
+    crash_dump_text(out, state);
+    crash_dump_char(out, '\n');
+}
+
 unsigned Thread::writeCrashStates(::crash_dump* out, unsigned waitMilliseconds,
                                   void (*afterEach)(::crash_dump*, const Thread&, void*),
                                   void* arg) noexcept {
@@ -452,6 +469,7 @@ unsigned Thread::writeCrashStates(::crash_dump* out, unsigned waitMilliseconds,
          t = t->_global_thread_list_next) {
         t->writeCrashState(out);
         crash_dump_char(out, '\n');
+        t->writeCrashLockState(out);
         if (afterEach != nullptr) afterEach(out, *t, arg);
         ++count;
     }

@@ -142,6 +142,8 @@ class Thread {
                                      void* arg = nullptr) noexcept;
     // This thread's state as dumpState words it, into `out`, without allocating.
     void writeCrashState(::crash_dump* out) const noexcept;
+    // "    asleep in byte lock 0x<address>: <state>" and a line end, when this thread sleeps in one.
+    void writeCrashLockState(::crash_dump* out) const noexcept;
     // Asserts that no Thread has been released yet (for set-up that must happen before).
     static void assertNotMultithreadedYet();
     // Whether the caller is the thread whose MainThread object exists.

@@ -24,6 +24,7 @@
 #include "basicutil/crash/CrashNotation.h"
 #include "basicutil/platform/Assert.h"
 #include "basicutil/runtime/ThreadFatalError.h"
+#include "basicutil/threads/MutexByte.h"
 #include "basicutil/threads/Thread.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -372,6 +373,25 @@ TEST(CrashHandlerTest, HardCases) {
     EXPECT_TRUE(contains(e.stderrText, "Waiting for a debugger for 1 s: gdb -p ") ||
                 contains(e.stderrText, "Waiting for a debugger for 1 s: lldb -p "))
         << e.stderrText;
+}
+
+// A thread asleep in a byte lock: the lock's state under its line, in the lock's own words.
+TEST(CrashHandlerTest, SleepersShowTheirLock) {
+    SKIP_UNDER_SANITIZERS();
+    const Ending e = crashInChild([] {
+        static MutexByte byte;
+        byte.lock();
+        ThreadFunction sleeper([] { byte.lock(); }, "sleeper");
+        sleeper.go();
+        while (byte.get() != (MutexByte::STATE_LOCKED | MutexByte::STATE_HAS_SLEEPERS)) sched_yield();
+        *static_cast<volatile int*>(nullptr) = 7;
+    });
+    EXPECT_TRUE(endedBy(e.status, SIGSEGV));
+    const std::size_t line = e.log.find("Thread: \"sleeper\"");
+    ASSERT_NE(line, std::string::npos) << e.log;
+    const std::size_t next = e.log.find('\n', line) + 1;
+    EXPECT_EQ(e.log.substr(next, 26), "    asleep in byte lock 0x") << e.log;
+    EXPECT_TRUE(contains(e.log.substr(next, e.log.find('\n', next) - next), ": LOCKED+CONTENDED")) << e.log;
 }
 
 // A state report without dying: the call, and SIGQUIT when the set-up asks for it.
