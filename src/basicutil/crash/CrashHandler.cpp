@@ -18,6 +18,7 @@
 #include <exception>
 #include <typeinfo>
 
+#include "basicutil/crash/CrashHandler_details.h"
 #include "basicutil/crash/CrashNotation.h"
 #include "basicutil/hexdump/HexDumper.h"
 #include "basicutil/platform/Assert.h"
@@ -74,6 +75,14 @@ struct CrashState {
     std::atomic<bool> reporting{false};
 };
 CrashState g_state;
+
+// The executable's function symbols, read at set-up: where it is loaded (the base dladdr reports,
+// and what to take off an address to number it as the file does).
+struct Executable {
+    std::uintptr_t base = 0, offset = 0;
+    crash_handler_details::SymbolTable symbols;
+};
+Executable g_executable;
 
 // --- Where addresses lie ------------------------------------------------------------------------
 
@@ -209,11 +218,22 @@ void writeFrame(crash_dump* d, std::size_t index, std::uintptr_t pc, bool first)
             for (std::size_t i = 0; i < search.idLength; ++i) crash_dump_hex(d, search.id[i], 2);
             crash_dump_char(d, ')');
         }
+        std::uint64_t offset = 0;
+        const char* name = nullptr;
         if (info.dli_sname != nullptr) {
+            name = info.dli_sname;
+            offset = pc - reinterpret_cast<std::uintptr_t>(info.dli_saddr);
+        } else if (g_executable.base != 0 &&
+                   reinterpret_cast<std::uintptr_t>(info.dli_fbase) == g_executable.base) {
+            // The executable's own functions, which the dynamic linker does not know by name.
+            name = g_executable.symbols.find(lookup - g_executable.offset, offset);
+            offset += pc - lookup;
+        }
+        if (name != nullptr) {
             crash_dump_char(d, ' ');
-            crash_dump_text(d, info.dli_sname);
+            crash_dump_text(d, name);
             crash_dump_text(d, "+0x");
-            crash_dump_hex(d, pc - reinterpret_cast<std::uintptr_t>(info.dli_saddr), 0);
+            crash_dump_hex(d, offset, 0);
         }
     }
     crash_dump_char(d, '\n');
@@ -672,6 +692,21 @@ void rememberDirectory() {
     if (mkdir(g_state.directory, 0700) != 0 && errno != EEXIST) g_state.directory[0] = '\0';
 }
 
+// The executable's symbols and where it lies; a file that cannot be read leaves frames unnamed.
+int findExecutable(struct dl_phdr_info* info, std::size_t, void* arg) {
+    auto* executable = static_cast<Executable*>(arg);
+    executable->offset = info->dlpi_addr;  // the first module is the executable
+    return 1;
+}
+void readExecutableSymbols() {
+    char path[kPathBytes];
+    if (platform::readExecutablePath(path, sizeof path) == 0 || !g_executable.symbols.read(path)) return;
+    dl_iterate_phdr(findExecutable, &g_executable);
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(&readExecutableSymbols), &info) != 0)
+        g_executable.base = reinterpret_cast<std::uintptr_t>(info.dli_fbase);
+}
+
 // What loads lazily on first use is loaded now: the unwinder, the dynamic linker's lookups.
 void warmUp() {
     Frames frames;
@@ -693,6 +728,7 @@ Status installCrashHandler(const CrashHandlerOptions& options) {
     rememberProgram();
     rememberDirectory();
     g_state.waitSeconds = waitSecondsFrom(std::getenv("VESTRA_WAIT_ON_CRASH"));
+    if (g_executable.base == 0) readExecutableSymbols();
     warmUp();
     g_state.crashingThread.store(0);
     g_state.logWritten.store(false);

@@ -51,15 +51,17 @@
 
 namespace basicutil {
 
-// Installs the handlers (the set-up above). A second call while installed does nothing. Fails,
-// installing nothing, when a signal's handler cannot be set or the calling thread's alternate
-// stack cannot be mapped. A "VESTRA_HOME" whose crash directory cannot be made is no failure: the
-// logs then go to standard error, and crashLogDirectory() is empty.
+// What the set-up may add to the crash handling.
 struct CrashHandlerOptions {
     // SIGQUIT writes a state report (below) beside the crash logs (a ".report" file of the same
     // name's shape, or standard error) and the process goes on: for looking into a stuck process.
     bool reportOnSigquit = false;
 };
+// Installs the handlers (the set-up above). A second call while installed does nothing. Fails,
+// installing nothing, when a signal's handler cannot be set or the calling thread's alternate
+// stack cannot be mapped. A "VESTRA_HOME" whose crash directory cannot be made is no failure: the
+// logs then go to standard error, and crashLogDirectory() is empty. The executable's function
+// symbols are read now, so that the log can name the frames in it.
 [[nodiscard]] Status installCrashHandler(const CrashHandlerOptions& options = {});
 // Puts back every disposition the set-up replaced and unmaps the calling thread's stack (when the
 // calling thread is the one that installed). Threads that start later get no alternate stack.

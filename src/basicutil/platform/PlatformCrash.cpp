@@ -391,6 +391,25 @@ std::size_t readCommandLine(char* out, std::size_t capacity) noexcept {
     return length;
 }
 
+std::size_t readExecutablePath(char* out, std::size_t capacity) noexcept {
+    if (capacity == 0) return 0;
+#if defined(__FreeBSD__)
+    int mib[4] = {CTL_KERN, KERN_PROC, KERN_PROC_PATHNAME, -1};
+    std::size_t length = capacity;
+    if (::sysctl(mib, 4, out, &length, nullptr, 0) != 0 || length == 0) {
+        out[0] = '\0';
+        return 0;
+    }
+    out[capacity - 1] = '\0';
+    return std::strlen(out);
+#else
+    const ssize_t n = ::readlink("/proc/self/exe", out, capacity - 1);
+    const std::size_t length = n > 0 ? static_cast<std::size_t>(n) : 0;
+    out[length] = '\0';
+    return length;
+#endif
+}
+
 bool debuggerAttached() noexcept {
 #if defined(__FreeBSD__)
     int mib[4] = {CTL_KERN, KERN_PROC, KERN_PROC_PID, static_cast<int>(::getpid())};

@@ -85,6 +85,10 @@ bool debuggerAttached() noexcept;
 // Linux, "lldb -p" on FreeBSD.
 const char* debuggerCommand() noexcept;
 
+// The running executable's path into out (NUL-terminated); its length, 0 when it cannot be told:
+// /proc/self/exe on Linux, kern.proc.pathname on FreeBSD. For the set-up.
+std::size_t readExecutablePath(char* out, std::size_t capacity) noexcept;
+
 // The lowest and highest address of the calling thread's stack and its guard's size below it.
 // False when the thread library will not tell.
 bool currentStackBounds(std::uintptr_t& low, std::uintptr_t& high, std::size_t& guardBytes) noexcept;

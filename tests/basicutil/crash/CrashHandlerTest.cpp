@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <link.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -21,8 +22,10 @@
 #include <string>
 #include <vector>
 
+#include "basicutil/crash/CrashHandler_details.h"
 #include "basicutil/crash/CrashNotation.h"
 #include "basicutil/platform/Assert.h"
+#include "basicutil/platform/PlatformCrash.h"
 #include "basicutil/runtime/ThreadFatalError.h"
 #include "basicutil/threads/MutexByte.h"
 #include "basicutil/threads/Thread.h"
@@ -183,7 +186,7 @@ TEST(CrashHandlerTest, EachFatalKindWritesItsLog) {
          [] { escapes([] { throw Thread::TerminateException("stop now"); }); },
          {"Uncaught exception: basicutil::Thread::TerminateException (Thread::TerminateException): stop "
           "now\n"}},
-        {"stack overflow in main", SIGSEGV, [] { recurse(0); }, {"stack overflow"}},
+        {"stack overflow in main", SIGSEGV, [] { recurse(0); }, {"stack overflow", "recurse"}},
         {"stack overflow in a Thread",
          SIGSEGV,
          [] {
@@ -460,6 +463,50 @@ TEST(CrashHandlerTest, StateReportsWithoutDying) {
     EXPECT_EQ(names[0].substr(names[0].size() - 7), ".report");
     rmdir(dir.c_str());
     rmdir(home);
+}
+
+}  // namespace
+}  // namespace basicutil
+
+// A function of this program whose address the symbol table must name.
+extern "C" [[gnu::noinline]] int crashSymbolProbe(int x) {
+    return x * 3 + 1;
+}
+
+namespace basicutil {
+namespace {
+
+int firstModule(struct dl_phdr_info* info, std::size_t, void* arg) {
+    *static_cast<std::uintptr_t*>(arg) = info->dlpi_addr;
+    return 1;
+}
+
+// The executable's function symbols, as read at set-up: a function found by any address inside it,
+// nothing outside functions, nothing from a file that is no ELF file.
+TEST(CrashHandlerTest, ExecutableSymbolsNameFunctions) {
+    char path[4096];
+    ASSERT_GT(platform::readExecutablePath(path, sizeof path), 0u);
+    crash_handler_details::SymbolTable table;
+    ASSERT_TRUE(table.read(path));
+    EXPECT_GT(table.size(), 100u);
+    std::uintptr_t base = 0;
+    dl_iterate_phdr(firstModule, &base);
+    const auto probe = reinterpret_cast<std::uintptr_t>(&crashSymbolProbe) - base;
+    std::uint64_t offset = 99;
+    const char* name = table.find(probe, offset);
+    ASSERT_NE(name, nullptr);
+    EXPECT_STREQ(name, "crashSymbolProbe");
+    EXPECT_EQ(offset, 0u);
+    name = table.find(probe + 1, offset);
+    ASSERT_NE(name, nullptr);
+    EXPECT_STREQ(name, "crashSymbolProbe");
+    EXPECT_EQ(offset, 1u);
+    EXPECT_EQ(table.find(0, offset), nullptr);
+    EXPECT_EQ(table.find(~std::uint64_t{0}, offset), nullptr);
+    EXPECT_FALSE(table.read("/etc/hostname"));
+    EXPECT_EQ(table.size(), 0u);
+    EXPECT_FALSE(table.read("/nonexistent/file"));
+    EXPECT_EQ(crashSymbolProbe(1), 4);
 }
 
 // Installing twice is one installation; removing puts the previous handler back.

@@ -1,0 +1,32 @@
+// The crash handler's machinery that has a unit test of its own: the executable's function
+// symbols, read at set-up so that the handler can name frames without allocating.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace basicutil::crash_handler_details {
+
+// The function symbols of one ELF file (its .symtab, or .dynsym where it was stripped), sorted
+// by address, with their names.
+class SymbolTable {
+  public:
+    // Reads `path`. False (and an empty table) when it is no 64-bit ELF file or has no symbols.
+    bool read(const std::string& path);
+    // The function holding `address` (as the file numbers addresses: the load base taken off)
+    // and the offset into it; null when none does. Allocates nothing.
+    const char* find(std::uint64_t address, std::uint64_t& offset) const noexcept;
+    std::size_t size() const noexcept { return _symbols.size(); }  // functions known
+
+  private:
+    struct Symbol {
+        std::uint64_t address, size;
+        std::uint32_t name;  // offset into _names
+    };
+    std::vector<Symbol> _symbols;
+    std::vector<char> _names;
+};
+
+}  // namespace basicutil::crash_handler_details
