@@ -35,7 +35,15 @@
 namespace basicutil {
 
 namespace crash_handler_details {
+
 void (*g_whileWriting)() = nullptr;
+
+__attribute__((no_sanitize("address", "thread"))) void copyRawMemory(unsigned char* out, std::uintptr_t from,
+                                                                     std::size_t n) noexcept {
+    const volatile unsigned char* p = reinterpret_cast<const volatile unsigned char*>(from);
+    for (std::size_t i = 0; i < n; ++i) out[i] = p[i];  // volatile: no memcpy, which a sanitizer watches
+}
+
 }  // namespace crash_handler_details
 
 namespace {
@@ -391,6 +399,8 @@ void writeRegisters(crash_dump* d, const platform::Registers& registers) {
     }
 }
 
+constexpr std::size_t kDumpChunk = 256;  // a multiple of the dump's 16 bytes a line
+
 void writeMemory(crash_dump* d, const char* title, std::uintptr_t start, std::size_t n,
                  std::size_t mapLength) {
     crash_dump_text(d, title);
@@ -400,7 +410,12 @@ void writeMemory(crash_dump* d, const char* title, std::uintptr_t start, std::si
     }
     crash_dump_text(d, ":\n");
     HexDumper_to_CrashLog dumper(d);
-    dumper.dumpLines(reinterpret_cast<const void*>(start), n, start);
+    for (std::size_t done = 0; done < n; done += kDumpChunk) {
+        unsigned char bytes[kDumpChunk];
+        const std::size_t take = n - done < kDumpChunk ? n - done : kDumpChunk;
+        crash_handler_details::copyRawMemory(bytes, start + done, take);
+        dumper.dumpLines(bytes, take, start + done);
+    }
 }
 
 // A listed thread's notations under its state line.

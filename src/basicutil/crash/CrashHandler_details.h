@@ -29,4 +29,9 @@ class SymbolTable {
     std::vector<char> _names;
 };
 
+// Copies n bytes at `from` to `out` byte by byte, unseen by the sanitizers: the memory a crash log
+// dumps may be an address sanitizer's poisoned zones (a stack's redzones), which it shows as they
+// are instead of stopping the handler. The caller has checked that the bytes are mapped.
+void copyRawMemory(unsigned char* out, std::uintptr_t from, std::size_t n) noexcept;
+
 }  // namespace basicutil::crash_handler_details

@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <sstream>
@@ -507,6 +508,16 @@ TEST(CrashHandlerTest, ExecutableSymbolsNameFunctions) {
     EXPECT_EQ(table.size(), 0u);
     EXPECT_FALSE(table.read("/nonexistent/file"));
     EXPECT_EQ(crashSymbolProbe(1), 4);
+}
+
+// The dumps read memory as it is: around a stack array, which an address sanitizer surrounds with
+// poisoned zones, without the sanitizer stopping the read (the test matters in the asan build).
+TEST(CrashHandlerTest, DumpsReadMemoryAsItIs) {
+    volatile char array[8] = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'};
+    unsigned char copy[64];
+    const auto at = reinterpret_cast<std::uintptr_t>(&array[0]);
+    crash_handler_details::copyRawMemory(copy, at - 16, sizeof copy);
+    EXPECT_EQ(std::memcmp(copy + 16, "abcdefgh", 8), 0);
 }
 
 // Installing twice is one installation; removing puts the previous handler back.
