@@ -11,11 +11,13 @@ set -eu
 # itself, called directly, is the regular expressions' oracle; CLI11 reads the vestra tool's
 # arguments; Doxygen makes the API reference (make docs, and its test).
 # FreeBSD's toolchain checked on Linux (make libcxx, make platform-check, bmake in CI): clang 16
-# with libc++ 16, GoogleTest's sources (googletest) to build with them, and BSD make.
+# with libc++ 16 and LLVM's libunwind 16 (its header: the crash handler unwinds from a signal's
+# context through it, as on FreeBSD), GoogleTest's sources (googletest) to build with them, and
+# BSD make.
 DEBIAN_PACKAGES="cmake ninja-build g++ clang clang-format libclang-rt-dev pkg-config python3 git
 libgtest-dev libgmock-dev googletest libdouble-conversion-dev libpcre2-dev libicu-dev
 tzdata libcctz-dev nlohmann-json3-dev bsdextrautils xxd libcli11-dev doxygen
-clang-16 libc++-16-dev libc++abi-16-dev bmake"
+clang-16 libc++-16-dev libc++abi-16-dev libunwind-16-dev bmake"
 # FreeBSD has clang, libc++, make (BSD make), hexdump and the zone directory in its base system.
 # coreutils brings GNU date and printf (gdate, gprintf), the oracles of the tool's end-to-end test;
 # llvm brings clang-format; bash runs CI's script and the completion test.
