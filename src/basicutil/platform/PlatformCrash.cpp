@@ -102,38 +102,41 @@ std::size_t alternateStackBytes() noexcept {
     return bytes;
 }
 
+int useAlternateStack(const AlternateStack& stack) noexcept {
+    stack_t altstack{};
+    altstack.ss_sp = static_cast<char*>(stack.mapping) + pageBytes();
+    altstack.ss_size = stack.mappingBytes - pageBytes();
+    return ::sigaltstack(&altstack, nullptr) == 0 ? 0 : errno;
+}
+
+int stopUsingAlternateStack(const AlternateStack& stack) noexcept {
+    stack_t current{};
+    if (::sigaltstack(nullptr, &current) != 0) return errno;
+    if (current.ss_sp != static_cast<char*>(stack.mapping) + pageBytes()) return 0;  // not the thread's now
+    if ((current.ss_flags & SS_ONSTACK) != 0) return EBUSY;                          // running on it
+    stack_t off{};
+    off.ss_flags = SS_DISABLE;
+    return ::sigaltstack(&off, nullptr) == 0 ? 0 : errno;
+}
+
 int mapAlternateStack(AlternateStack& stack) noexcept {
     const std::size_t page = pageBytes(), bytes = alternateStackBytes();
     void* mapping = ::mmap(nullptr, page + bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON, -1, 0);
     if (mapping == MAP_FAILED) return errno;
-    int error = 0;
-    if (::mprotect(mapping, page, PROT_NONE) != 0) {
-        error = errno;
-    } else {
-        stack_t altstack{};
-        altstack.ss_sp = static_cast<char*>(mapping) + page;
-        altstack.ss_size = bytes;
-        if (::sigaltstack(&altstack, nullptr) != 0) error = errno;
-    }
+    const AlternateStack mapped{mapping, page + bytes};
+    int error = ::mprotect(mapping, page, PROT_NONE) == 0 ? 0 : errno;
+    if (error == 0) error = useAlternateStack(mapped);
     if (error != 0) {
         static_cast<void>(::munmap(mapping, page + bytes));  // the error reported is the first one
         return error;
     }
-    stack.mapping = mapping;
-    stack.mappingBytes = page + bytes;
+    stack = mapped;
     return 0;
 }
 
 int unmapAlternateStack(AlternateStack& stack) noexcept {
     if (stack.mapping == nullptr) return 0;
-    stack_t current{};
-    if (::sigaltstack(nullptr, &current) != 0) return errno;
-    if (current.ss_sp == static_cast<char*>(stack.mapping) + pageBytes()) {
-        if ((current.ss_flags & SS_ONSTACK) != 0) return EBUSY;  // running on it
-        stack_t off{};
-        off.ss_flags = SS_DISABLE;
-        if (::sigaltstack(&off, nullptr) != 0) return errno;
-    }
+    if (const int error = stopUsingAlternateStack(stack)) return error;
     if (::munmap(stack.mapping, stack.mappingBytes) != 0) return errno;
     stack = AlternateStack{};
     return 0;

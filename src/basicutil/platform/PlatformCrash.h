@@ -34,6 +34,12 @@ struct AlternateStack {
 // Stops using the stack (only when it is the thread's current one) and unmaps it. Returns 0 or an
 // errno value.
 [[nodiscard]] int unmapAlternateStack(AlternateStack& stack) noexcept;
+// The two halves of a stack's use without its mapping, for stacks kept for the next thread
+// (mapping and unmapping cost more than a thread's start: unmapping flushes every processor's
+// TLB): makes a mapped stack the calling thread's alternate stack, or stops that (only when it is
+// the thread's current one). Each returns 0 or an errno value (EBUSY: running on it).
+[[nodiscard]] int useAlternateStack(const AlternateStack& stack) noexcept;
+[[nodiscard]] int stopUsingAlternateStack(const AlternateStack& stack) noexcept;
 
 // --- A signal's context ---------------------------------------------------------------------------
 

@@ -315,6 +315,33 @@ void* Thread::threadFrame(void* arg) {
     return nullptr;
 }
 
+// Alternate stacks of threads that ended, kept for the next ones: mapping, guarding and unmapping
+// a stack cost more than a thread's own start (unmapping flushes every processor's TLB).
+struct AlternateStackCache {
+    static constexpr std::size_t kKept = 64;
+    PthreadMutexImpl lock;
+    platform::AlternateStack stacks[kKept];
+    std::size_t count = 0;
+
+    bool take(platform::AlternateStack& out) noexcept {
+        std::lock_guard<PthreadMutexImpl> hold(lock);
+        if (count == 0) return false;
+        out = stacks[--count];
+        return true;
+    }
+    bool keep(const platform::AlternateStack& stack) noexcept {
+        std::lock_guard<PthreadMutexImpl> hold(lock);
+        if (count == kKept) return false;
+        stacks[count++] = stack;
+        return true;
+    }
+};
+AlternateStackCache& alternateStackCache() noexcept {
+    // Never destroyed: a thread may end after the static objects' destructors have run.
+    static AlternateStackCache* const cache = new AlternateStackCache;
+    return *cache;
+}
+
 // The crash signals reach this thread, on a stack of their own. A stack that cannot be mapped
 // leaves the thread without one (a stack overflow then ends it without a log), said once.
 void Thread::enterCrashReporting() noexcept {
@@ -322,6 +349,13 @@ void Thread::enterCrashReporting() noexcept {
     sigemptyset(&faults);
     for (int signo : platform::kCrashSignals) sigaddset(&faults, signo);
     checkThreadCall(pthread_sigmask(SIG_UNBLOCK, &faults, nullptr), "pthread_sigmask");
+    if (platform::AlternateStack kept; alternateStackCache().take(kept)) {
+        if (platform::useAlternateStack(kept) == 0) {
+            _alternate_stack = kept;
+            return;
+        }
+        if (const int rc = platform::unmapAlternateStack(kept)) fatalThreadError("munmap", rc);
+    }
     if (const int rc = platform::mapAlternateStack(_alternate_stack)) {
         std::string text;
         errno = rc;
@@ -333,7 +367,12 @@ void Thread::enterCrashReporting() noexcept {
 
 void Thread::leaveCrashReporting() noexcept {
     if (_alternate_stack.mapping == nullptr) return;
-    if (const int rc = platform::unmapAlternateStack(_alternate_stack)) fatalThreadError("munmap", rc);
+    if (const int rc = platform::stopUsingAlternateStack(_alternate_stack))
+        fatalThreadError("sigaltstack", rc);
+    if (!alternateStackCache().keep(_alternate_stack)) {
+        if (const int rc = platform::unmapAlternateStack(_alternate_stack)) fatalThreadError("munmap", rc);
+    }
+    _alternate_stack = platform::AlternateStack{};
 }
 
 void Thread::setCrashAlternateStacks(bool on) noexcept {

@@ -196,6 +196,17 @@ TEST(CrashHandlerTest, EachFatalKindWritesItsLog) {
              t.join();
          },
          {"stack overflow", "Thread: \"deep\""}},
+        {"stack overflow in a Thread on a stack another left",
+         SIGSEGV,
+         [] {
+             ThreadFunction first([] {}, "first");  // ends, and its alternate stack is kept
+             first.go();
+             first.join();
+             ThreadFunction t([] { recurse(0); }, "second");
+             t.go();
+             t.join();
+         },
+         {"stack overflow", "Thread: \"second\""}},
     };
     for (const Kind& kind : kinds) {
         const Ending e = crashInChild(kind.crash);
