@@ -37,6 +37,7 @@ namespace basicutil {
 namespace crash_handler_details {
 
 void (*g_whileWriting)() = nullptr;
+void (*g_writingStarts)() = nullptr;
 
 __attribute__((no_sanitize("address", "thread"))) void copyRawMemory(unsigned char* out, std::uintptr_t from,
                                                                      std::size_t n) noexcept {
@@ -591,6 +592,7 @@ void crashHandler(int signo, siginfo_t* info, void* context) {
         return;
     }
 
+    if (crash_handler_details::g_writingStarts != nullptr) crash_handler_details::g_writingStarts();
     crash_dump d;
     char path[kPathBytes];
     const bool toFile = openLogFile(&d, path);

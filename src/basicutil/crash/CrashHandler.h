@@ -82,6 +82,9 @@ namespace crash_handler_details {
 // A test's way into the handler: called, when set, once the log's first part is out (a fault
 // there is a fault inside the handler).
 extern void (*g_whileWriting)();
+// Called, when set, as the handler starts a log (before it opens the file): a test forbids
+// allocating from there on.
+extern void (*g_writingStarts)();
 }  // namespace crash_handler_details
 
 }  // namespace basicutil
