@@ -16,17 +16,12 @@
 #include "basicutil/crash/CrashNotation.h"
 #include "basicutil/threads/Thread.h"
 #include "support/allocation-guard.h"
+#include "support/stack-overflow.h"
 
 namespace basicutil {
 namespace {
 
-volatile int g_depthLimit = 1 << 30;
-[[gnu::noinline]] int recurse(int depth) {
-    volatile char pad[512];
-    pad[0] = static_cast<char>(depth);
-    if (depth >= g_depthLimit) return 0;
-    return recurse(depth + 1) + pad[0];
-}
+using vestra_test::recurse;
 
 TEST(CrashAllocationTest, TheHandlerAllocatesNothing) {
     char home[] = "/tmp/crash-allocation.XXXXXX";

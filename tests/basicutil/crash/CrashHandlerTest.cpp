@@ -30,6 +30,7 @@
 #include "basicutil/runtime/ThreadFatalError.h"
 #include "basicutil/threads/MutexByte.h"
 #include "basicutil/threads/Thread.h"
+#include "support/stack-overflow.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define VESTRA_TEST_SANITIZED 1
@@ -135,14 +136,8 @@ void escapes(const std::function<void()>& body) noexcept {
     body();
 }
 
-// Deeper than any stack: the bound only keeps the compiler from calling it endless.
-volatile int g_depthLimit = 1 << 30;
-[[gnu::noinline]] int recurse(int depth) {
-    volatile char pad[512];
-    pad[0] = static_cast<char>(depth);
-    if (depth >= g_depthLimit) return 0;
-    return recurse(depth + 1) + pad[0];
-}
+using vestra_test::g_depthLimit;
+using vestra_test::recurse;
 
 // Each fatal kind: the child ends by the same signal, one log is written under VESTRA_HOME, one
 // line on standard error names it, and the log says what happened.
