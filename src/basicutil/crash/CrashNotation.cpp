@@ -22,8 +22,23 @@ void releaseStack(void* stack) {
     static_cast<Stack*>(stack)->threadId.store(0, std::memory_order_release);
 }
 
+// A fork's child has one thread, the forking one, under an id of its own: its stack follows it,
+// and the parent's other threads' stacks, which no thread of the child owns, are freed.
+void keepOnlyForkingThread() noexcept {
+    for (Stack& stack : g_stacks) {
+        if (&stack == t_current) {
+            stack.threadId.store(platform::rereadThreadId(), std::memory_order_release);
+        } else if (stack.threadId.load(std::memory_order_relaxed) != 0) {
+            releaseStack(&stack);
+        }
+    }
+}
+
 pthread_key_t stackKey() noexcept {
     static const pthread_key_t key = [] {
+        // Failing, a forked child shows its parent's threads' notations, and none of its own.
+        if (pthread_atfork(nullptr, nullptr, keepOnlyForkingThread) != 0) {
+        }
         pthread_key_t k{};
         // Without the key a slot would never be given back: the table is then used up sooner.
         if (pthread_key_create(&k, releaseStack) != 0) return pthread_key_t{};

@@ -63,12 +63,37 @@ int threadName(pthread_t thread, char* buf, std::size_t len) noexcept {
     return pthread_getname_np(thread, buf, len);
 }
 
-std::uint64_t currentThreadId() noexcept {
+namespace {
+
+std::uint64_t systemThreadId() noexcept {
 #if defined(__FreeBSD__)
     return static_cast<std::uint64_t>(pthread_getthreadid_np());
 #else
     return static_cast<std::uint64_t>(gettid());
 #endif
+}
+
+thread_local std::uint64_t t_threadId = 0;
+
+void forgetThreadIdInChild() noexcept {
+    t_threadId = 0;
+}
+
+// Without the fork handler a child would keep its parent's id: then nothing is kept.
+const bool g_keepThreadId = pthread_atfork(nullptr, nullptr, forgetThreadIdInChild) == 0;
+
+}  // namespace
+
+std::uint64_t currentThreadId() noexcept {
+    if (!g_keepThreadId) return systemThreadId();
+    std::uint64_t id = t_threadId;
+    if (id == 0) t_threadId = id = systemThreadId();
+    return id;
+}
+
+std::uint64_t rereadThreadId() noexcept {
+    t_threadId = 0;
+    return currentThreadId();
 }
 
 #if defined(__GLIBC__)

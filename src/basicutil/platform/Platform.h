@@ -40,8 +40,13 @@ inline constexpr std::size_t kThreadNameMaxBytes = 15;  // TASK_COMM_LEN - 1
 // FreeBSD it is declared in <pthread_np.h>, on glibc in <pthread.h>.
 [[nodiscard]] int threadName(pthread_t thread, char* buf, std::size_t len) noexcept;
 
-// The kernel's numeric id of the calling thread (gettid on Linux, pthread_getthreadid_np on FreeBSD).
+// The kernel's numeric id of the calling thread (gettid on Linux, pthread_getthreadid_np on FreeBSD),
+// read once per thread and kept: loggers and the crash log ask often. A fork's child forgets the
+// forking thread's id (a fork handler), so it reads its own. Safe in a signal handler.
 std::uint64_t currentThreadId() noexcept;
+// Reads the calling thread's id again and keeps it: for fork handlers that need the child's id
+// whatever order the handlers run in.
+std::uint64_t rereadThreadId() noexcept;
 
 // Writes the text of an error number into buf (always NUL-terminated) and returns it: the C
 // library's own text, cut to fit when buf is short, and its "Unknown error" text with the number

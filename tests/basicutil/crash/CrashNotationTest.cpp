@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -104,6 +108,45 @@ TEST(CrashNotationTest, ThreadsHaveTheirOwnAndGiveThemBack) {
         ASSERT_EQ(notationsOf(id), "");
     }
     EXPECT_EQ(mine(), "> main's\n");
+}
+
+// A fork's child keeps the forking thread's notations under its own id, and none of the parent's
+// other threads (which the child does not have). The child says what it saw through its status.
+TEST(CrashNotationTest, ForkedChildKeepsOnlyTheForkingThreadsNotations) {
+    CrashNotation outer("forking from main");
+    std::atomic<int> stage{0};
+    std::thread other([&] {
+        CrashNotation note("another parent thread");
+        stage = 1;
+        while (stage.load() != 2) std::this_thread::yield();
+    });
+    while (stage.load() != 1) std::this_thread::yield();
+    const std::uint64_t parentId = platform::currentThreadId();
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        int fault = 0;
+        const std::uint64_t childId = platform::currentThreadId();
+        if (childId == parentId) fault |= 1;
+        if (mine() != "> forking from main\n") fault |= 2;
+        if (notationsOf(parentId) != "") fault |= 4;
+        std::size_t noted = 0;
+        forEachNotedThread([](std::uint64_t, void* n) { ++*static_cast<std::size_t*>(n); }, &noted);
+        if (noted != 1) fault |= 8;
+        {
+            CrashNotation inner("in the child");
+            if (mine() != "> in the child\n> forking from main\n") fault |= 16;
+        }
+        _exit(fault);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    stage = 2;
+    other.join();
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "1: same id, 2: own notations lost, 4: parent id kept, "
+                                         "8: other threads' stacks kept, 16: pushing after fork";
+    EXPECT_EQ(mine(), "> forking from main\n");
 }
 
 }  // namespace
