@@ -21,6 +21,8 @@
 #include "basicutil/crash/CrashHandler_details.h"
 #include "basicutil/crash/CrashNotation.h"
 #include "basicutil/hexdump/HexDumper.h"
+#include "basicutil/log/Logger.h"
+#include "basicutil/log/LoggerRecentLines.h"
 #include "basicutil/platform/Assert.h"
 #include "basicutil/platform/Platform.h"
 #include "basicutil/platform/PlatformCrash.h"
@@ -447,6 +449,58 @@ void writeThreads(crash_dump* d) {
     forEachNotedThread(notationsOfOtherThread, d);
 }
 
+// A logged text on one line of the log: control bytes escaped, the rest as it was.
+void writeEscaped(crash_dump* d, StrSegment text) {
+    const char* run = text.data();
+    const char* const end = text.data() + text.size();
+    for (const char* p = run; p < end; ++p) {
+        const auto c = static_cast<unsigned char>(*p);
+        if (c >= 0x20 && c != 0x7F) continue;
+        crash_dump_bytes(d, run, static_cast<std::size_t>(p - run));
+        run = p + 1;
+        if (c == '\n') {
+            crash_dump_text(d, "\\n");
+        } else if (c == '\t') {
+            crash_dump_text(d, "\\t");
+        } else {
+            crash_dump_text(d, "\\x");
+            crash_dump_hex(d, c, 2);
+        }
+    }
+    crash_dump_bytes(d, run, static_cast<std::size_t>(end - run));
+}
+
+void writeRecentLine(const RecentLogLine& line, void* arg) {
+    auto* d = static_cast<crash_dump*>(arg);
+    crash_dump_text(d, "  ");
+    crash_dump_utc(d, line.time.tv_sec, static_cast<long>(line.time.tv_usec));
+    crash_dump_char(d, ' ');
+    crash_dump_text(d, logLevelName(line.level));
+    crash_dump_text(d, " [");
+    writeEscaped(d, line.channel());
+    crash_dump_text(d, "] thread ");
+    crash_dump_udec(d, line.threadId, 0);
+    crash_dump_text(d, ": ");
+    writeEscaped(d, line.message());
+    if (line.cut()) {
+        crash_dump_text(d, " ... (cut: ");
+        crash_dump_udec(d, line.fullLength, 0);
+        crash_dump_text(d, " bytes)");
+    }
+    crash_dump_char(d, '\n');
+}
+
+// The ring of lines the channels logged last, oldest first.
+void writeRecentLines(crash_dump* d) {
+    crash_dump_text(d, "Last lines logged (oldest first):\n");
+    const std::size_t busy = forEachRecentLogLine(writeRecentLine, d);
+    if (busy > 0) {
+        crash_dump_text(d, "  (");
+        crash_dump_udec(d, busy, 0);
+        crash_dump_text(d, " more being written as the log was made)\n");
+    }
+}
+
 void writeLog(crash_dump* d, int signo, const siginfo_t& info, const void* context) {
     platform::Registers registers;
     const bool haveRegisters = platform::registersOf(context, registers);
@@ -465,6 +519,7 @@ void writeLog(crash_dump* d, int signo, const siginfo_t& info, const void* conte
     if (haveRegisters) writeRegisters(d, registers);
     writeBacktrace(d, context, registers, haveRegisters);
     writeThreads(d);
+    writeRecentLines(d);
     crash_dump_text(d, "Memory map:\n");
     crash_dump_bytes(d, g_state.map, mapLength);
     if (!platform::signalWasSent(info)) {
@@ -830,6 +885,7 @@ int writeStateReport(int fd) noexcept {
     crash_dump_text(&d, "==== state report ====\n");
     writeProcess(&d);
     writeThreads(&d);
+    writeRecentLines(&d);
     crash_dump_text(&d, "==== end of state report ====\n");
     return crash_dump_close(&d);
 }

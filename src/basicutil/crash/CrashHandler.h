@@ -33,9 +33,13 @@
 // nothing, and "stack overflow" when the address is a guard or a gap within 64 KiB of the stack
 // pointer); the program, process id, thread name and id, the UTC time, the library's version and
 // the command line; the registers; the backtrace from the signal's context (address, module,
-// offset in the module, and the symbol where the dynamic linker knows one); every listed thread's
-// state as its dumpState words it; the memory map; and hex dumps of the 256 bytes around the
-// faulting address and the 512 at the top of the stack, where readable.
+// offset in the module, its build id, and the function's name where the dynamic linker or the
+// executable's symbol table knows one); every listed thread's state as its dumpState words it,
+// with its notations (CrashNotation.h) and, for a thread asleep in a byte lock, the lock's state;
+// the last lines the channels logged (LoggerRecentLines.h: "Last lines logged (oldest first):",
+// each "  <UTC time> <LEVEL> [<channel>] thread <id>: <message>", control bytes escaped, a cut
+// message ending " ... (cut: <n> bytes)"); the memory map; and hex dumps of the 256 bytes around
+// the faulting address and the 512 at the top of the stack, where readable.
 //
 // The handler allocates nothing and takes no lock that another thread may hold (the thread list's
 // lock is tried, not waited for). Only one thread writes a log: a second thread that faults at the
@@ -73,7 +77,8 @@ const char* crashLogDirectory() noexcept;
 
 // A state report, without dying: "==== state report ====", then the program, process, calling
 // thread (with its notations), time, version and command line, every listed thread's state and
-// notations and other threads' notations, as the crash log words them; "==== end of state report
+// notations and other threads' notations, and the last lines logged, as the crash log words
+// them; "==== end of state report
 // ====". Written to `fd`; async-signal-safe, so a handler may call it. Returns 0 or the first
 // write's errno.
 int writeStateReport(int fd) noexcept;

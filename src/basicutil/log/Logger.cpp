@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "basicutil/log/LoggerRecentLines.h"
 #include "basicutil/platform/Assert.h"
 #include "basicutil/platform/Platform.h"
 #include "basicutil/platform/StartupOrder.h"
@@ -175,6 +176,7 @@ void Logger::unregisterLogObserver(LogObserver* observer) {
 // written after the lock is released (they may log on this very channel about their troubles).
 void Logger::emit(LogLevel level, StrSegment message, Outgoing& out, bool owned) {
     const Timeval now = wallClockNow();
+    keepRecentLogLine(_name, level, now, message);
     if (!_observers.empty()) {
         const LogEvent event{_name, level, now, message};
         Str line;
@@ -225,11 +227,13 @@ void Logger::submit(LogLevel level, StrSegment message, StrSegment similarityKey
     const ReadMostly<AppenderList>::Reader appenders(_appenders);
     if ((_similarSeconds == 0 || _similarCapacity == 0) && !_hasObservers.load(std::memory_order_acquire)) {
         // Nothing to count and nobody watching: the appenders alone, without the mutex.
+        const Timeval now = wallClockNow();
+        keepRecentLogLine(_name, level, now, message);
         out.appenders = appenders.get();
         if (out.appenders == nullptr) return;
         out.hasMessage = true;
         out.level = level;
-        out.time = wallClockNow();
+        out.time = now;
         out.message = message;
     } else {
         std::lock_guard<std::mutex> lock(_mutex);

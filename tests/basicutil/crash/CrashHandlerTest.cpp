@@ -25,6 +25,8 @@
 
 #include "basicutil/crash/CrashHandler_details.h"
 #include "basicutil/crash/CrashNotation.h"
+#include "basicutil/log/Logger.h"
+#include "basicutil/log/LoggerRecentLines.h"
 #include "basicutil/platform/Assert.h"
 #include "basicutil/platform/PlatformCrash.h"
 #include "basicutil/runtime/ThreadFatalError.h"
@@ -385,6 +387,52 @@ TEST(CrashHandlerTest, HardCases) {
         << e.stderrText;
 }
 
+// The last lines logged come with the log, oldest first, on one line each, though the thread that
+// logged the last of them is stopped holding its channel's lock.
+TEST(CrashHandlerTest, LastLinesLoggedComeWithTheLog) {
+    SKIP_UNDER_SANITIZERS();
+    const Ending e = crashInChild([] {
+        static Logger channel("CrashRecent", 0, 0, 0);
+        channel.log(LOG_INFO, "first line");
+        channel.logf(LOG_WARN, "two%slines", "\n");
+        channel.log(LOG_ERROR, std::string(300, 'x'));
+        static std::atomic<bool> holding{false};
+        struct Stop : LogObserver {
+            void observe(const LogEvent&, StrSegment) override {
+                holding.store(true);
+                pause();
+            }
+        };
+        static Stop stop;
+        channel.registerLogObserver(&stop);
+        ThreadFunction holder([] { channel.log(LOG_NOTICE, "logged while the lock is held"); }, "holder");
+        holder.go();
+        while (!holding.load()) sched_yield();
+        *static_cast<volatile int*>(nullptr) = 8;
+    });
+    EXPECT_TRUE(endedBy(e.status, SIGSEGV));
+    const std::size_t start = e.log.find("\nLast lines logged (oldest first):\n");
+    ASSERT_NE(start, std::string::npos) << e.log;
+    const std::string section = e.log.substr(start, e.log.find("\nMemory map:\n") + 1 - start);
+    const std::string expected[] = {
+        " INFO [CrashRecent] thread ",
+        ": first line\n",
+        " WARN [CrashRecent] thread ",
+        ": two\\nlines\n",
+        " ERROR [CrashRecent] thread ",
+        ": " + std::string(kRecentLogTextBytes - 11, 'x') + " ... (cut: 300 bytes)\n",
+        " NOTICE [CrashRecent] thread ",
+        ": logged while the lock is held\n",
+    };
+    std::size_t at = 0;
+    for (const std::string& part : expected) {
+        const std::size_t found = section.find(part, at);
+        ASSERT_NE(found, std::string::npos) << part << "\n" << section;
+        at = found + part.size();
+    }
+    EXPECT_TRUE(contains(e.log, "==== end of crash log ====\n"));
+}
+
 // A thread asleep in a byte lock: the lock's state under its line, in the lock's own words.
 TEST(CrashHandlerTest, SleepersShowTheirLock) {
     SKIP_UNDER_SANITIZERS();
@@ -418,6 +466,7 @@ TEST(CrashHandlerTest, StateReportsWithoutDying) {
     worker.go();
     while (!noted.load()) sched_yield();
     CrashNotation mine("reporting");
+    keepRecentLogLine(StrSegment("Report"), LOG_NOTICE, Timeval{0, 0}, StrSegment("just before"));
     FILE* file = std::tmpfile();
     ASSERT_NE(file, nullptr);
     EXPECT_EQ(writeStateReport(fileno(file)), 0);
@@ -432,7 +481,11 @@ TEST(CrashHandlerTest, StateReportsWithoutDying) {
     EXPECT_TRUE(contains(report, "\n  noting: reporting\n")) << report;
     EXPECT_TRUE(contains(report, "Thread: \"worker\", did_join=0, ready_to_run, token=")) << report;
     EXPECT_TRUE(contains(report, "\n    noting: waiting for work\n")) << report;
-    EXPECT_TRUE(contains(report, "==== end of state report ====\n")) << report;
+    EXPECT_TRUE(contains(report,
+                         "\n  1970-01-01 00:00:00.000000 UTC NOTICE [Report] thread " +
+                             std::to_string(platform::currentThreadId()) +
+                             ": just before\n==== end of state report ====\n"))
+        << report;
     EXPECT_FALSE(contains(report, "Signal:"));
 
     // SIGQUIT, asked for: a report file beside the crash logs, and the process goes on.
