@@ -9,20 +9,21 @@ set -eu
 # the zone directory the time-zone tests read, and cctz their second oracle; the JSON parser
 # checks every JSON log line; hexdump (bsdextrautils) and xxd are the hex dump's oracles; PCRE2
 # itself, called directly, is the regular expressions' oracle; CLI11 reads the vestra tool's
-# arguments; Doxygen makes the API reference (make docs, and its test).
+# arguments; Doxygen makes the API reference (make docs, and its test); elfutils' libdw reads the
+# debugging information `vestra crash symbolize` turns crash logs' frames into lines with.
 # FreeBSD's toolchain checked on Linux (make libcxx, make platform-check, bmake in CI): clang 16
 # with libc++ 16 and LLVM's libunwind 16 (its header: the crash handler unwinds from a signal's
 # context through it, as on FreeBSD), GoogleTest's sources (googletest) to build with them, and
 # BSD make.
 DEBIAN_PACKAGES="cmake ninja-build g++ clang clang-format libclang-rt-dev pkg-config python3 git
 libgtest-dev libgmock-dev googletest libdouble-conversion-dev libpcre2-dev libicu-dev
-tzdata libcctz-dev nlohmann-json3-dev bsdextrautils xxd libcli11-dev doxygen
+tzdata libcctz-dev nlohmann-json3-dev bsdextrautils xxd libcli11-dev doxygen libdw-dev
 clang-16 libc++-16-dev libc++abi-16-dev libunwind-16-dev bmake"
 # FreeBSD has clang, libc++, make (BSD make), hexdump and the zone directory in its base system.
 # coreutils brings GNU date and printf (gdate, gprintf), the oracles of the tool's end-to-end test;
 # llvm brings clang-format; bash runs CI's script and the completion test.
 FREEBSD_PACKAGES="cmake ninja pkgconf python3 git bash coreutils xxd llvm googletest double-conversion
-pcre2 icu cctz nlohmann-json cli11 doxygen"
+pcre2 icu cctz nlohmann-json cli11 doxygen elfutils"
 
 # With the argument "bench": Google Benchmark and the benchmarks' peers as well (make bench): fmt
 # (formatting), abseil (time formats, locks, hashing), spdlog and log4cpp (logging), RE2 (regular

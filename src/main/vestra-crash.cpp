@@ -1,5 +1,6 @@
 // vestra crash test KIND: the crash handler installed, then a crash of the kind asked for, so that
-// a user sees a real crash log without writing code.
+// a user sees a real crash log without writing code. vestra crash symbolize LOG: the log's frames
+// read back to functions, files and lines.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include "basicutil/crash/CrashNotation.h"
 #include "basicutil/platform/Assert.h"
 #include "basicutil/threads/Thread.h"
+#include "main/CrashSymbolizer.h"
 #include "main/vestra_details.h"
 
 namespace vestra::tool {
@@ -104,12 +106,37 @@ class CrashTestCommand final : public Command {
     std::string _kind;
 };
 
+class CrashSymbolizeCommand final : public Command {
+  public:
+    CLI::App* define(CLI::App& parent) override {
+        CLI::App* symbolize = parent.add_subcommand(
+            "symbolize",
+            "Writes a crash log with each backtrace frame's function, file and line under it,\n"
+            "read from the modules' debugging information (inlined calls included).\n"
+            "Example: vestra crash symbolize $VESTRA_HOME/crash/server-4242-20261126T101500Z.log");
+        symbolize->add_option("LOG", _path, "the crash log (\"-\": standard input)")->required();
+        return symbolize;
+    }
+    int run() override {
+        std::string log;
+        if (!forEachChunk(_path, [&](std::string_view chunk) { log += chunk; })) return kNegative;
+        CrashSymbolizer symbolizer;
+        out().write(symbolizer.symbolize(log));
+        return kOk;
+    }
+
+  private:
+    std::string _path;
+};
+
 }  // namespace
 
 void addCrashCommands(CLI::App& app, Context& context) {
-    CLI::App* crash = app.add_subcommand("crash", "Crash reporting: see a crash log (test).");
+    CLI::App* crash = app.add_subcommand(
+        "crash", "Crash reporting: see a crash log (test), read one's frames (symbolize).");
     crash->require_subcommand(1);
     context.add<CrashTestCommand>(*crash);
+    context.add<CrashSymbolizeCommand>(*crash);
 }
 
 }  // namespace vestra::tool

@@ -275,7 +275,14 @@ else
     grep -q "^Crash log written to $out/home/crash/vestra-" "$out/err" || fail "crash test segv: $(head -3 "$out/err")"
     grep -q "^Signal: SIGSEGV (11), code SEGV_MAPERR" "$out"/home/crash/vestra-*.log || fail "crash test segv: the log"
     grep -q "^  noting: vestra crash test segv$" "$out"/home/crash/vestra-*.log || fail "crash test segv: the notation"
+    # symbolize: the faulting frame's function and line, the log's own lines kept.
+    "$vestra" crash symbolize "$out"/home/crash/vestra-*.log >"$out/symbolized" || fail "crash symbolize"
+    sed -n '/^  #00 /{n;p;}' "$out/symbolized" | grep -q "^      nullWrite at src/main/vestra-crash.cpp:[0-9]" ||
+        fail "crash symbolize: frame #00: $(sed -n '/^  #00 /{n;p;}' "$out/symbolized")"
+    [ "$(grep -v '^      ' "$out/symbolized" | cksum)" = "$(cat "$out"/home/crash/vestra-*.log | cksum)" ] ||
+        fail "crash symbolize: the log's own lines changed"
 fi
+status "crash symbolize: no such log" 1 "^vestra: " -- crash symbolize "$out/no-such-log"
 status "crash test: an unknown kind" 2 "KIND: nope not in" -- crash test nope
 
 # The bash completion offers the subcommands and their actions.
@@ -286,6 +293,8 @@ if command -v bash >/dev/null 2>&1; then
     [ "$words" = "serialize" ] || fail "completion of 'vestra tz s': $words"
     words=$(bash -c ". '$completion'; COMP_WORDS=(vestra crash test o); COMP_CWORD=3; _vestra; echo \${COMPREPLY[*]}")
     [ "$words" = "overflow" ] || fail "completion of 'vestra crash test o': $words"
+    words=$(bash -c ". '$completion'; COMP_WORDS=(vestra crash s); COMP_CWORD=2; _vestra; echo \${COMPREPLY[*]}")
+    [ "$words" = "symbolize" ] || fail "completion of 'vestra crash s': $words"
 fi
 
 [ "$failures" -eq 0 ] || { echo "$failures failures"; exit 1; }
