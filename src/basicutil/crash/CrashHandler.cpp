@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <typeinfo>
 
 #include "basicutil/crash/CrashHandler_details.h"
@@ -85,7 +86,7 @@ struct CrashState {
     struct sigaction previousQuit = {};
     std::atomic<bool> reporting{false};
 };
-CrashState g_state;
+constinit CrashState g_state;  // no constructor to run: a set-up before main finds it ready
 
 // The executable's function symbols, read at set-up: where it is loaded (the base dladdr reports,
 // and what to take off an address to number it as the file does).
@@ -93,7 +94,9 @@ struct Executable {
     std::uintptr_t base = 0, offset = 0;
     crash_handler_details::SymbolTable symbols;
 };
-Executable g_executable;
+// Made by the first set-up and never destroyed: a crash in an exit handler still reads it.
+alignas(Executable) unsigned char g_executableBytes[sizeof(Executable)];
+constinit Executable* g_executable = nullptr;
 
 // --- Where addresses lie ------------------------------------------------------------------------
 
@@ -234,10 +237,10 @@ void writeFrame(crash_dump* d, std::size_t index, std::uintptr_t pc, bool first)
         if (info.dli_sname != nullptr) {
             name = info.dli_sname;
             offset = pc - reinterpret_cast<std::uintptr_t>(info.dli_saddr);
-        } else if (g_executable.base != 0 &&
-                   reinterpret_cast<std::uintptr_t>(info.dli_fbase) == g_executable.base) {
+        } else if (g_executable != nullptr && g_executable->base != 0 &&
+                   reinterpret_cast<std::uintptr_t>(info.dli_fbase) == g_executable->base) {
             // The executable's own functions, which the dynamic linker does not know by name.
-            name = g_executable.symbols.find(lookup - g_executable.offset, offset);
+            name = g_executable->symbols.find(lookup - g_executable->offset, offset);
             offset += pc - lookup;
         }
         if (name != nullptr) {
@@ -772,11 +775,12 @@ int findExecutable(struct dl_phdr_info* info, std::size_t, void* arg) {
 }
 void readExecutableSymbols() {
     char path[kPathBytes];
-    if (platform::readExecutablePath(path, sizeof path) == 0 || !g_executable.symbols.read(path)) return;
-    dl_iterate_phdr(findExecutable, &g_executable);
+    if (g_executable == nullptr) g_executable = new (g_executableBytes) Executable;
+    if (platform::readExecutablePath(path, sizeof path) == 0 || !g_executable->symbols.read(path)) return;
+    dl_iterate_phdr(findExecutable, g_executable);
     Dl_info info{};
     if (dladdr(reinterpret_cast<void*>(&readExecutableSymbols), &info) != 0)
-        g_executable.base = reinterpret_cast<std::uintptr_t>(info.dli_fbase);
+        g_executable->base = reinterpret_cast<std::uintptr_t>(info.dli_fbase);
 }
 
 // What loads lazily on first use is loaded now: the unwinder, the dynamic linker's lookups.
@@ -800,7 +804,7 @@ Status installCrashHandler(const CrashHandlerOptions& options) {
     rememberProgram();
     rememberDirectory();
     g_state.waitSeconds = waitSecondsFrom(std::getenv("VESTRA_WAIT_ON_CRASH"));
-    if (g_executable.base == 0) readExecutableSymbols();
+    if (g_executable == nullptr || g_executable->base == 0) readExecutableSymbols();
     warmUp();
     g_state.crashingThread.store(0);
     g_state.logWritten.store(false);
@@ -849,7 +853,6 @@ Status installCrashHandler(const CrashHandlerOptions& options) {
 
 Status removeCrashHandler() {
     if (!g_state.installed.load()) return {};
-    Thread::setCrashAlternateStacks(false);
     std::set_terminate(g_state.previousTerminate);
     Status result;
     if (g_state.reportOnSigquit && sigaction(SIGQUIT, &g_state.previousQuit, nullptr) != 0)

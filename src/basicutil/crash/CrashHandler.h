@@ -9,9 +9,14 @@
 //
 // The handler takes SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP and SIGSYS (a requested stop,
 // SIGTERM or SIGINT, is no crash) on an alternate signal stack with a guard page, which the
-// calling thread gets at set-up and every Thread that starts afterwards gets in its frame, so that
-// a stack overflow still writes its log. The set-up unblocks those signals in the calling thread
-// and Thread keeps them unblocked in the threads it starts.
+// calling thread gets at set-up and every Thread has in its frame from start to end (started
+// before the set-up or after), so that a stack overflow still writes its log. The set-up unblocks
+// those signals in the calling thread and Thread keeps them unblocked in the threads it starts.
+// A thread the library did not start has no such stack unless the set-up ran in it.
+//
+// From a static constructor to an exit handler: the handler needs nothing that is made at start-up
+// or undone at exit, and a crash before the thread list exists or after it is gone says "(no
+// thread list: the process is starting or ending)" in its place.
 //
 // Where the log goes: with "VESTRA_HOME" set, a new file
 //   $VESTRA_HOME/crash/<program>-<pid>-<YYYYMMDDTHHMMSSZ>.log
@@ -68,7 +73,7 @@ struct CrashHandlerOptions {
 // symbols are read now, so that the log can name the frames in it.
 [[nodiscard]] Status installCrashHandler(const CrashHandlerOptions& options = {});
 // Puts back every disposition the set-up replaced and unmaps the calling thread's stack (when the
-// calling thread is the one that installed). Threads that start later get no alternate stack.
+// calling thread is the one that installed). Threads keep their alternate stacks.
 [[nodiscard]] Status removeCrashHandler();
 // Whether the handlers are installed.
 bool crashHandlerInstalled() noexcept;

@@ -102,11 +102,15 @@ std::size_t alternateStackBytes() noexcept {
     return bytes;
 }
 
-int useAlternateStack(const AlternateStack& stack) noexcept {
-    stack_t altstack{};
+int useAlternateStack(AlternateStack& stack) noexcept {
+    stack_t altstack{}, before{};
     altstack.ss_sp = static_cast<char*>(stack.mapping) + pageBytes();
     altstack.ss_size = stack.mappingBytes - pageBytes();
-    return ::sigaltstack(&altstack, nullptr) == 0 ? 0 : errno;
+    if (::sigaltstack(&altstack, &before) != 0) return errno;
+    const bool had = (before.ss_flags & SS_DISABLE) == 0 && before.ss_sp != nullptr;
+    stack.previous = had ? before.ss_sp : nullptr;
+    stack.previousBytes = had ? before.ss_size : 0;
+    return 0;
 }
 
 int stopUsingAlternateStack(const AlternateStack& stack) noexcept {
@@ -114,16 +118,23 @@ int stopUsingAlternateStack(const AlternateStack& stack) noexcept {
     if (::sigaltstack(nullptr, &current) != 0) return errno;
     if (current.ss_sp != static_cast<char*>(stack.mapping) + pageBytes()) return 0;  // not the thread's now
     if ((current.ss_flags & SS_ONSTACK) != 0) return EBUSY;                          // running on it
-    stack_t off{};
-    off.ss_flags = SS_DISABLE;
-    return ::sigaltstack(&off, nullptr) == 0 ? 0 : errno;
+    stack_t back{};
+    if (stack.previous != nullptr) {
+        back.ss_sp = static_cast<char*>(stack.previous);
+        back.ss_size = stack.previousBytes;
+    } else {
+        back.ss_flags = SS_DISABLE;
+    }
+    return ::sigaltstack(&back, nullptr) == 0 ? 0 : errno;
 }
 
 int mapAlternateStack(AlternateStack& stack) noexcept {
     const std::size_t page = pageBytes(), bytes = alternateStackBytes();
     void* mapping = ::mmap(nullptr, page + bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON, -1, 0);
     if (mapping == MAP_FAILED) return errno;
-    const AlternateStack mapped{mapping, page + bytes};
+    AlternateStack mapped;
+    mapped.mapping = mapping;
+    mapped.mappingBytes = page + bytes;
     int error = ::mprotect(mapping, page, PROT_NONE) == 0 ? 0 : errno;
     if (error == 0) error = useAlternateStack(mapped);
     if (error != 0) {

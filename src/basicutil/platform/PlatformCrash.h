@@ -22,23 +22,27 @@ inline constexpr int kCrashSignals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT
 // large), rounded up to whole pages. Asked once; not for a signal handler's first call.
 std::size_t alternateStackBytes() noexcept;
 
-// A thread's alternate signal stack: a mapping of a guard page (no access, below) and the stack.
+// A thread's alternate signal stack: a mapping of a guard page (no access, below) and the stack,
+// and the stack the thread had before it (a sanitizer's or a host's), put back when it stops.
 struct AlternateStack {
-    void* mapping = nullptr;       // the whole mapping, guard included; null when none
-    std::size_t mappingBytes = 0;  // its length, guard included
+    void* mapping = nullptr;        // the whole mapping, guard included; null when none
+    std::size_t mappingBytes = 0;   // its length, guard included
+    void* previous = nullptr;       // the earlier stack's base; null when there was none
+    std::size_t previousBytes = 0;  // its length
 };
 // Maps a stack for the calling thread and makes it the thread's alternate stack. Returns 0 or an
 // errno value (nothing is then mapped). Not async-signal-safe in the C library's sense (mmap), but
 // a system call and no lock: a signal handler may call it.
 [[nodiscard]] int mapAlternateStack(AlternateStack& stack) noexcept;
-// Stops using the stack (only when it is the thread's current one) and unmaps it. Returns 0 or an
-// errno value.
+// Stops using the stack (only when it is the thread's current one, putting back the one it
+// replaced) and unmaps it. Returns 0 or an errno value.
 [[nodiscard]] int unmapAlternateStack(AlternateStack& stack) noexcept;
 // The two halves of a stack's use without its mapping, for stacks kept for the next thread
 // (mapping and unmapping cost more than a thread's start: unmapping flushes every processor's
 // TLB): makes a mapped stack the calling thread's alternate stack, or stops that (only when it is
-// the thread's current one). Each returns 0 or an errno value (EBUSY: running on it).
-[[nodiscard]] int useAlternateStack(const AlternateStack& stack) noexcept;
+// the thread's current one, putting back the one it replaced). Each returns 0 or an errno value
+// (EBUSY: running on it).
+[[nodiscard]] int useAlternateStack(AlternateStack& stack) noexcept;
 [[nodiscard]] int stopUsingAlternateStack(const AlternateStack& stack) noexcept;
 
 // --- A signal's context ---------------------------------------------------------------------------

@@ -32,8 +32,8 @@ constinit Thread* GLOBAL_THREAD_LIST_ROOT = nullptr;
 constinit pthread_key_t activeThreads{};  // each thread's own Thread object
 constinit std::atomic<bool> active_threads_key_created{false};
 constinit std::atomic<bool> main_thread_created{false};
-constinit std::atomic<bool> crash_alternate_stacks{false};  // Thread::setCrashAlternateStacks
-constinit std::atomic<pthread_t> main_thread_handle{};      // stored before main_thread_created is set
+constinit std::atomic<bool> crash_alternate_stacks{true};  // Thread::setCrashAlternateStacks
+constinit std::atomic<pthread_t> main_thread_handle{};     // stored before main_thread_created is set
 constinit std::atomic<bool> have_already_started_threads{false};
 constinit std::atomic<unsigned> thread_count{0};
 constinit std::atomic<pid_t> main_thread_process_id{0};
@@ -491,6 +491,12 @@ void Thread::writeCrashLockState(::crash_dump* out) const noexcept {
 unsigned Thread::writeCrashStates(::crash_dump* out, unsigned waitMilliseconds,
                                   void (*afterEach)(::crash_dump*, const Thread&, void*),
                                   void* arg) noexcept {
+    if (!active_threads_key_created.load()) {
+        // Before the list's statics are made, or after they are gone (a crash in an exit handler):
+        // its lock is no lock, and its entries are gone.
+        crash_dump_text(out, "(no thread list: the process is starting or ending)\n");
+        return 0;
+    }
     // Tried, never waited for: the thread holding it may be the one that crashed, or be stopped.
     bool locked = false;
     for (unsigned waited = 0;; ++waited) {

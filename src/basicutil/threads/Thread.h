@@ -128,10 +128,11 @@ class Thread {
     // Calls `callback` for every listed thread, under the process-wide mutex.
     static void iterateEachRunning(iterate_running_threads_callback& callback);
 
-    // For crash reporting. From the call with true on, each thread that enters its frame gets an
-    // alternate signal stack with a guard page (one an ended thread left, else a new mapping) and
-    // gives it back when it leaves (up to 64 are kept for later threads, the rest unmapped), and
-    // unblocks the crash signals; false stops that for threads that enter later.
+    // For crash reporting. Each thread that enters its frame gets an alternate signal stack with a
+    // guard page (one an ended thread left, else a new mapping), in place of any it had, and puts
+    // the earlier one back when it leaves (up to 64 stacks are kept for later threads, the rest
+    // unmapped), and unblocks the crash signals: so threads started before the crash handler's
+    // set-up have theirs too. On from the start; false stops it for threads that enter later.
     static void setCrashAlternateStacks(bool on) noexcept;
     // Writes every listed thread's state, as dumpState words it, into `out`, one line each,
     // without allocating: for a signal handler. The process-wide mutex is tried for about

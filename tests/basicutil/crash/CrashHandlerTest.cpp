@@ -18,6 +18,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -75,7 +76,8 @@ std::string readAll(int fd) {
 // Runs `crash` in a forked child with the handler installed, under VESTRA_HOME (or none) and the
 // other variables given as "NAME=value".
 Ending crashInChild(const std::function<void()>& crash, bool withHome = true,
-                    const std::vector<std::string>& environment = {}) {
+                    const std::vector<std::string>& environment = {},
+                    const std::function<void()>& beforeSetUp = {}) {
     char dir[] = "/tmp/crash-handler-test.XXXXXX";
     EXPECT_NE(mkdtemp(dir), nullptr);
     int errPipe[2];
@@ -95,6 +97,7 @@ Ending crashInChild(const std::function<void()>& crash, bool withHome = true,
             setenv(setting.substr(0, equals).c_str(), setting.substr(equals + 1).c_str(), 1);
         }
         EmptyMainThread mainThread;
+        if (beforeSetUp) beforeSetUp();
         if (!installCrashHandler()) _exit(100);
         crash();
         _exit(101);  // no crash
@@ -228,6 +231,34 @@ TEST(CrashHandlerTest, EachFatalKindWritesItsLog) {
                     e.files[0].substr(e.files[0].size() - 4) == ".log")
             << e.files[0];
     }
+}
+
+// A Thread that started before the set-up has its alternate stack too: its stack overflow is
+// logged.
+TEST(CrashHandlerTest, ThreadsStartedBeforeTheSetUpHaveTheirStack) {
+    SKIP_UNDER_SANITIZERS();
+    static std::atomic<bool> running{false}, setUp{false};
+    static std::unique_ptr<ThreadFunction> early;
+    const Ending e = crashInChild(
+        [] {
+            setUp.store(true);
+            early->join();
+        },
+        true, {},
+        [] {
+            early = std::make_unique<ThreadFunction>(
+                [] {
+                    running.store(true);
+                    while (!setUp.load()) sched_yield();
+                    recurse(0);
+                },
+                "early");
+            early->go();
+            while (!running.load()) sched_yield();  // in its body: past where its frame begins
+        });
+    EXPECT_TRUE(endedBy(e.status, SIGSEGV)) << e.status << "\n" << e.stderrText;
+    EXPECT_TRUE(contains(e.log, "stack overflow")) << e.log;
+    EXPECT_TRUE(contains(e.log, "Thread: \"early\"")) << e.log;
 }
 
 // A bus error: a mapped file truncated under its mapping.
@@ -481,10 +512,9 @@ TEST(CrashHandlerTest, StateReportsWithoutDying) {
     EXPECT_TRUE(contains(report, "\n  noting: reporting\n")) << report;
     EXPECT_TRUE(contains(report, "Thread: \"worker\", did_join=0, ready_to_run, token=")) << report;
     EXPECT_TRUE(contains(report, "\n    noting: waiting for work\n")) << report;
-    EXPECT_TRUE(contains(report,
-                         "\n  1970-01-01 00:00:00.000000 UTC NOTICE [Report] thread " +
-                             std::to_string(platform::currentThreadId()) +
-                             ": just before\n==== end of state report ====\n"))
+    EXPECT_TRUE(contains(report, "\n  1970-01-01 00:00:00.000000 UTC NOTICE [Report] thread " +
+                                     std::to_string(platform::currentThreadId()) +
+                                     ": just before\n==== end of state report ====\n"))
         << report;
     EXPECT_FALSE(contains(report, "Signal:"));
 
