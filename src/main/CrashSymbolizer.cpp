@@ -215,14 +215,24 @@ std::string CrashSymbolizer::describe(const CrashFrame& frame) {
 
     Dwarf_Addr bias = 0;
     Dwarf_Die* cu = dwfl_module_addrdie(m.module, address, &bias);
-    Dwfl_Line* source = dwfl_module_getsrc(m.module, address);
-    if (cu == nullptr || source == nullptr) {
+    if (cu == nullptr) {
+        // No address ranges table (clang writes none by default): each unit asked in turn.
+        for (Dwarf_Die* unit = nullptr; (unit = dwfl_module_nextcu(m.module, unit, &bias)) != nullptr;) {
+            if (dwarf_haspc(unit, address - bias) > 0) {
+                cu = unit;
+                break;
+            }
+        }
+    }
+    Dwarf_Line* source = cu != nullptr ? dwarf_getsrc_die(cu, address - bias) : nullptr;
+    if (source == nullptr) {
         if (symbol == nullptr) return said("nothing is known of this address in " + frame.module);
         return std::string(kIndent) + demangled(symbol) + " (no line information in " + frame.module + ")\n";
     }
     int line = 0, column = 0;
-    const char* file = dwfl_lineinfo(source, nullptr, &line, &column, nullptr, nullptr);
-    std::string here = place(file, line, column);
+    if (dwarf_lineno(source, &line) != 0) line = 0;
+    if (dwarf_linecol(source, &column) != 0) column = 0;
+    std::string here = place(dwarf_linesrc(source, nullptr, nullptr), line, column);
 
     // The innermost function at the address, then the chain of its callers as the compiler laid
     // them out (the scopes around the inlined instance, not around its out-of-line definition).

@@ -67,6 +67,9 @@ TEST(PlatformCrashTest, AlternateStacksCarryHandlers) {
     const std::size_t bytes = alternateStackBytes();
     EXPECT_GE(bytes, 64u * 1024);
     EXPECT_EQ(bytes % static_cast<std::size_t>(sysconf(_SC_PAGESIZE)), 0u);
+    // Whatever stack the thread had (a sanitizer's, or none) comes back when ours goes.
+    stack_t before{};
+    ASSERT_EQ(sigaltstack(nullptr, &before), 0);
     AlternateStack stack;
     ASSERT_EQ(mapAlternateStack(stack), 0);
     const auto base = reinterpret_cast<std::uintptr_t>(stack.mapping);
@@ -82,7 +85,19 @@ TEST(PlatformCrashTest, AlternateStacksCarryHandlers) {
     EXPECT_EQ(stack.mapping, nullptr);
     stack_t current{};
     ASSERT_EQ(sigaltstack(nullptr, &current), 0);
-    EXPECT_NE(current.ss_flags & SS_DISABLE, 0);
+    EXPECT_EQ(current.ss_flags & SS_DISABLE, before.ss_flags & SS_DISABLE);
+    if ((before.ss_flags & SS_DISABLE) == 0) {
+        EXPECT_EQ(current.ss_sp, before.ss_sp);
+        EXPECT_EQ(current.ss_size, before.ss_size);
+    }
+    // One of our own in place of another: the other comes back.
+    AlternateStack outer, inner;
+    ASSERT_EQ(mapAlternateStack(outer), 0);
+    ASSERT_EQ(mapAlternateStack(inner), 0);
+    ASSERT_EQ(unmapAlternateStack(inner), 0);
+    ASSERT_EQ(sigaltstack(nullptr, &current), 0);
+    EXPECT_EQ(current.ss_sp, static_cast<char*>(outer.mapping) + sysconf(_SC_PAGESIZE));
+    ASSERT_EQ(unmapAlternateStack(outer), 0);
 
     // The guard page below it faults.
     ASSERT_EQ(mapAlternateStack(stack), 0);
