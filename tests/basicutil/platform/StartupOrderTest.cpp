@@ -23,7 +23,7 @@ TEST(StartupOrderTest, GlobalsComeUpInTheDeclaredOrder) {
               (std::vector<std::string>{"+basicutil/Str", "+basicutil/Thread", "+basicutil/Timeval",
                                         "+basicutil/BaseException", "+basicutil/StrCharacterClasses",
                                         "+basicutil/DateTime", "+basicutil/DutyCycle", "+basicutil/Logger",
-                                        "+basicutil/Pathname", "+basicutil/Regex"}));
+                                        "+basicutil/Pathname", "+basicutil/Regex", "+basicutil/DateParser"}));
 }
 
 // Constructed before every unit's globals and so destroyed after them all: checks the teardown
@@ -41,6 +41,8 @@ struct TeardownCheck {
                                                    "+basicutil/Logger",
                                                    "+basicutil/Pathname",
                                                    "+basicutil/Regex",
+                                                   "+basicutil/DateParser",
+                                                   "-basicutil/DateParser",
                                                    "-basicutil/Regex",
                                                    "-basicutil/Pathname",
                                                    "-basicutil/Logger",
