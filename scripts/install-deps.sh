@@ -28,11 +28,12 @@ pcre2 icu cctz nlohmann-json cli11 doxygen elfutils"
 # With the argument "bench": Google Benchmark and the benchmarks' peers as well (make bench): fmt
 # (formatting), abseil (time formats, locks, hashing), spdlog and log4cpp (logging), RE2 (regular
 # expressions), xxHash and wyhash (string hashes), gperf (perfect hash tables, run by the
-# benchmark's build), PCG (random numbers), dieharder (scripts/dieharder.sh); ICU, cctz and PCRE2
-# are peers too, and installed anyway. FreeBSD has no wyhash package: its benchmark is left out.
+# benchmark's build), PCG (random numbers), dieharder (scripts/dieharder.sh), python3-dateutil
+# (timestamps in log lines, run by the benchmark); ICU, cctz and PCRE2 are peers too, and installed
+# anyway. FreeBSD has no wyhash package: its benchmark is left out.
 DEBIAN_BENCH_PACKAGES="libbenchmark-dev libfmt-dev libabsl-dev libspdlog-dev liblog4cpp5-dev libre2-dev
-libxxhash-dev libwyhash-dev gperf libpcg-cpp-dev dieharder"
-FREEBSD_BENCH_PACKAGES="benchmark libfmt abseil spdlog log4cpp re2 xxhash gperf pcg-cpp dieharder"
+libxxhash-dev libwyhash-dev gperf libpcg-cpp-dev dieharder python3-dateutil"
+FREEBSD_BENCH_PACKAGES="benchmark libfmt abseil spdlog log4cpp re2 xxhash gperf pcg-cpp dieharder py311-dateutil"
 if [ "${1:-}" = bench ]; then
     DEBIAN_PACKAGES="$DEBIAN_PACKAGES $DEBIAN_BENCH_PACKAGES"
     FREEBSD_PACKAGES="$FREEBSD_PACKAGES $FREEBSD_BENCH_PACKAGES"

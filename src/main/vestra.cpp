@@ -151,6 +151,7 @@ int run(int argc, char** argv) {
     addLogCommands(app, context);
     addRandomCommands(app, context);
     addCrashCommands(app, context);
+    addTimestampCommands(app, context);
     // The subcommands' names, as a set: a word that is none of them is refused before CLI11
     // would take it for a positional argument.
     std::vector<std::string> names;

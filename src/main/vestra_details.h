@@ -111,6 +111,7 @@ void addTimeCommands(CLI::App& app, Context& context);
 void addLogCommands(CLI::App& app, Context& context);
 void addRandomCommands(CLI::App& app, Context& context);
 void addCrashCommands(CLI::App& app, Context& context);
+void addTimestampCommands(CLI::App& app, Context& context);
 
 // A count or seed as the commands take one: decimal digits only (no sign, no blanks), within 64
 // bits, through the library's field parser.

@@ -285,6 +285,28 @@ fi
 status "crash symbolize: no such log" 1 "^vestra: " -- crash symbolize "$out/no-such-log"
 status "crash test: an unknown kind" 2 "KIND: nope not in" -- crash test nope
 
+# vestra timestamps: one reading per line, JSON as documented, a summary, a merge that keeps
+# continuation lines with their event; bad options are usage errors.
+printf 'Jan  2 03:04:05 host a\n  continued\n2024-01-02T03:04:04.5+01:00 b\n' >"$out/ts1"
+"$vestra" timestamps --json --zone UTC --now 2024-06-15T12:00:00Z "$out/ts1" >"$out/ts.json" || fail "timestamps --json"
+[ "$(sed -n 1p "$out/ts.json")" = '{"line":1,"found":true,"utc":"2024-01-02T03:04:05.000000Z","offset":0,"length":15,"format":"SYSLOG","warnings":["YEAR_INFERRED","ZONE_ASSUMED"]}' ] ||
+    fail "timestamps --json: line 1: $(sed -n 1p "$out/ts.json")"
+[ "$(sed -n 2p "$out/ts.json")" = '{"line":2,"found":false,"warnings":["NO_TIMESTAMP"]}' ] || fail "timestamps --json: line 2"
+[ "$(sed -n 3p "$out/ts.json")" = '{"line":3,"found":true,"utc":"2024-01-02T02:04:04.500000Z","offset":0,"length":27,"format":"ISO8601","warnings":["WENT_BACKWARDS","FORMAT_CHANGED"],"previous":"2024-01-02T03:04:05.000000Z"}' ] ||
+    fail "timestamps --json: line 3: $(sed -n 3p "$out/ts.json")"
+"$vestra" timestamps --summary --zone UTC --now @1718452800 "$out/ts1" >"$out/ts.sum" || fail "timestamps --summary"
+grep -q "^format	SYSLOG	1$" "$out/ts.sum" && grep -q "^warning	NO_TIMESTAMP	1$" "$out/ts.sum" ||
+    fail "timestamps --summary: $(cat "$out/ts.sum")"
+printf '2024-01-02T03:04:05Z a\n  trace a\n2024-01-02T03:04:07Z c\n' >"$out/m1"
+printf 'pre\n2024-01-02T03:04:06Z b\n2024-01-02T03:04:07Z d\n' >"$out/m2"
+"$vestra" timestamps --merge --zone UTC --now @1718452800 "$out/m1" "$out/m2" >"$out/merged" || fail "timestamps --merge"
+[ "$(tr '\n' '|' <"$out/merged")" = "pre|2024-01-02T03:04:05Z a|  trace a|2024-01-02T03:04:06Z b|2024-01-02T03:04:07Z c|2024-01-02T03:04:07Z d|" ] ||
+    fail "timestamps --merge: $(tr '\n' '|' <"$out/merged")"
+status "timestamps: a bad zone" 2 "^vestra: --zone Nowhere/Land" -- timestamps --zone Nowhere/Land "$out/ts1"
+status "timestamps: a bad reference" 2 "^vestra: --now 'yesterday'" -- timestamps --now yesterday "$out/ts1"
+status "timestamps: a bad year" 2 "^vestra: --year '0'" -- timestamps --year 0 "$out/ts1"
+status "timestamps: no such file" 1 "^vestra: " -- timestamps "$out/no-such-log"
+
 # The bash completion offers the subcommands and their actions.
 if command -v bash >/dev/null 2>&1; then
     words=$(bash -c ". '$completion'; COMP_WORDS=(vestra u); COMP_CWORD=1; _vestra; echo \${COMPREPLY[*]}")

@@ -129,6 +129,27 @@ struct DateParser::State {
         std::int32_t offset = 0;
     } hour;
 
+    // The previous line's layout, for the next line that repeats its date and hour: the text from
+    // the timestamp's start to the minutes, and from the end of the seconds (and fraction) to the
+    // timestamp's end, byte for byte; the hour's first second as an instant, at its offset; the
+    // inference warnings the reading had. Only minutes, seconds and fraction are then read.
+    struct Lock {
+        bool valid = false;
+        std::size_t offset = 0;
+        TimestampFormat format = TimestampFormat::NONE;
+        char head[40] = {};
+        std::uint8_t headLength = 0;
+        char tail[24] = {};
+        std::uint8_t tailLength = 0;
+        bool hadSeconds = false, comma = false;
+        std::int64_t hourStart = 0;
+        std::int32_t utcOffset = 0;
+        DateWarnings warnings;
+    } lock;
+
+    // The thresholds, in microseconds.
+    std::int64_t toleranceUs = 0, forwardUs = 0, slackUs = 0;
+
     // The last zone words looked up: a word of the line ("CET", "INFO") and what it named.
     struct Word {
         char text[5] = {};
@@ -140,6 +161,7 @@ struct DateParser::State {
     unsigned nextWord = 0;
 
     void resetStream() noexcept {
+        lock.valid = false;
         hasPrevious = false;
         previousFormat = TimestampFormat::NONE;
         previousOffset = 0;
@@ -345,9 +367,9 @@ static bool resolve(DateParser::State& s, const char* line, RawTimestamp& raw, s
 
 namespace {
 
+// Every line on "DateParserVerbose", when it is on (the caller has asked).
 void logLine(const DateParseResult& r, std::uint64_t line, StrSegment text) {
     Logger& verbose = dateParserVerboseChannel();
-    if (!verbose.enabled(LOG_DEBUG)) return;
     Str message = strprintf("line %llu: ", static_cast<unsigned long long>(line));
     if (r.found) {
         message.append(StrSegment(timestampFormatName(r.format)));
@@ -402,6 +424,9 @@ DateParser::DateParser(const DateParserOptions& options)
     s.zoneIsFixed = s.zone->fixedOffset(s.fixedOffset);
     s.referenceFromClock = options.reference.isZero();
     s.reference = s.referenceFromClock ? Timeval::now() : options.reference;
+    s.toleranceUs = microseconds(options.backwardsTolerance);
+    s.forwardUs = microseconds(options.forwardLimit);
+    s.slackUs = microseconds(options.futureSlack);
 }
 
 DateParser::~DateParser() = default;
@@ -410,6 +435,80 @@ void DateParser::reset() noexcept {
     _state->resetStream();
     _lines = 0;
     _found = 0;
+}
+
+namespace {
+
+bool isDigitByte(char c) noexcept {
+    return static_cast<unsigned char>(c - '0') < 10;
+}
+
+// RFC 5424's "-" in place of the time: "<PRI>VERSION - ...": the header says there is no time,
+// whatever the message holds.
+bool nilSyslogTime(const char* line, std::size_t size) noexcept {
+    if (size < 6 || line[0] != '<') return false;
+    std::size_t i = 1;
+    while (i < size && i < 5 && isDigitByte(line[i])) ++i;
+    return i > 1 && i + 4 <= size && line[i] == '>' && line[i + 1] >= '1' && line[i + 1] <= '9' &&
+           line[i + 2] == ' ' && line[i + 3] == '-' && (i + 4 == size || line[i + 4] == ' ');
+}
+
+bool lockable(TimestampFormat f) noexcept {
+    return f != TimestampFormat::NONE && f != TimestampFormat::ISO8601_BASIC &&
+           f != TimestampFormat::TIME_OF_DAY &&
+           (f < TimestampFormat::EPOCH_SECONDS || f > TimestampFormat::EPOCH_NANOS);
+}
+
+}  // namespace
+
+// The line read with the previous line's layout: the same date and hour, written the same way, at
+// the same place, and nothing that could be a timestamp before it. False sends it the long way.
+static bool readLocked(const DateParser::State& s, const char* line, std::size_t size, DateParseResult& r) {
+    const DateParser::State::Lock& k = s.lock;
+    const std::size_t at = k.offset;
+    if (at + k.headLength + k.tailLength + 2 > size || std::memcmp(line + at, k.head, k.headLength) != 0 ||
+        !startsCleanAt(line, size, at))
+        return false;
+    std::size_t j = at + k.headLength;
+    const char* p = line + j;
+    if (!isDigitByte(p[0]) || !isDigitByte(p[1])) return false;
+    const unsigned minute = static_cast<unsigned>(p[0] - '0') * 10 + static_cast<unsigned>(p[1] - '0');
+    unsigned second = 0;
+    std::uint32_t micros = 0;
+    j += 2;
+    if (k.hadSeconds) {
+        if (j + 3 > size || line[j] != ':' || !isDigitByte(line[j + 1]) || !isDigitByte(line[j + 2]))
+            return false;
+        second = static_cast<unsigned>(line[j + 1] - '0') * 10 + static_cast<unsigned>(line[j + 2] - '0');
+        j += 3;
+        if (j < size && (line[j] == '.' || (k.comma && line[j] == ',')) && j + 1 < size &&
+            isDigitByte(line[j + 1])) {
+            ++j;
+            unsigned count = 0;
+            while (j < size && isDigitByte(line[j])) {
+                if (++count > 9) return false;
+                if (count <= 6) micros = micros * 10 + static_cast<std::uint32_t>(line[j] - '0');
+                ++j;
+            }
+            for (unsigned c = count; c < 6; ++c) micros *= 10;
+        }
+    }
+    if (j < size && (isDigitByte(line[j]) || (!k.hadSeconds && line[j] == ':'))) return false;
+    if (minute > 59 || second > 60) return false;
+    if (size - j < k.tailLength || std::memcmp(line + j, k.tail, k.tailLength) != 0) return false;
+    const std::size_t end = j + k.tailLength;
+    if (!endsCleanAt(line, size, end)) return false;
+    if (at > 0) {
+        RawTimestamp earlier;
+        if (scanTimestamp(line, size, 0, at, earlier)) return false;
+    }
+    r.time = Timeval{k.hourStart + minute * 60 + second, static_cast<std::int64_t>(micros)};
+    r.offset = at;
+    r.length = end - at;
+    r.format = k.format;
+    r.utcOffset = k.utcOffset;
+    r.warnings = k.warnings;
+    return true;
 }
 
 DateParseResult DateParser::parse(StrSegment text) {
@@ -421,54 +520,84 @@ DateParseResult DateParser::parse(StrSegment text) {
     const char* line = text.data();
 
     DateParseResult r;
-    RawTimestamp raw;
-    // The last line's place first: a stream keeps its layout. Anything that starts before it wins.
     bool found = false;
-    if (s.hasPrevious && s.previousOffset < size && readAt(line, size, s.previousOffset, raw)) {
-        RawTimestamp earlier;
-        if (s.previousOffset > 0 && scanTimestamp(line, size, 0, s.previousOffset, earlier)) raw = earlier;
-        found = true;
-    } else {
-        found = scanTimestamp(line, size, 0, size, raw);
+    if (!nilSyslogTime(line, size)) {
+        if (s.lock.valid && readLocked(s, line, size, r)) {
+            found = true;
+        } else {
+            RawTimestamp raw;
+            // The last line's place first: a stream keeps its layout. Anything before it wins.
+            if (s.hasPrevious && s.previousOffset < size && readAt(line, size, s.previousOffset, raw)) {
+                RawTimestamp earlier;
+                if (s.previousOffset > 0 && scanTimestamp(line, size, 0, s.previousOffset, earlier))
+                    raw = earlier;
+                found = true;
+            } else {
+                found = scanTimestamp(line, size, 0, size, raw);
+            }
+            Reading reading;
+            if (found && !resolve(s, line, raw, _options.year, reading)) found = false;
+            s.lock.valid = false;
+            if (found) {
+                r.time = reading.time;
+                r.offset = raw.offset;
+                r.length = raw.length;
+                r.format = raw.format;
+                r.utcOffset = reading.utcOffset;
+                r.warnings = reading.warnings;
+                // The layout is kept when the hour's conversion holds for all of it.
+                const std::size_t headLength = raw.minuteAt - raw.offset;
+                const std::size_t tailLength = raw.offset + raw.length - raw.timeEnd;
+                const std::int64_t hourStart =
+                    reading.time.tv_sec - static_cast<std::int64_t>(raw.minute * 60 + raw.second);
+                if (lockable(raw.format) && raw.minuteAt > raw.offset && headLength <= sizeof s.lock.head &&
+                    raw.timeEnd <= raw.offset + raw.length && tailLength <= sizeof s.lock.tail &&
+                    s.hour.valid && s.hour.start == hourStart) {
+                    State::Lock& k = s.lock;
+                    k.valid = true;
+                    k.offset = raw.offset;
+                    k.format = raw.format;
+                    std::memcpy(k.head, line + raw.offset, headLength);
+                    k.headLength = static_cast<std::uint8_t>(headLength);
+                    std::memcpy(k.tail, line + raw.timeEnd, tailLength);
+                    k.tailLength = static_cast<std::uint8_t>(tailLength);
+                    k.hadSeconds = raw.hadSeconds;
+                    k.comma = raw.format == TimestampFormat::ISO8601 ||
+                              raw.format == TimestampFormat::ISO8601_SPACE;
+                    k.hourStart = hourStart;
+                    k.utcOffset = reading.utcOffset;
+                    k.warnings = reading.warnings;
+                }
+            }
+        }
     }
-    // RFC 5424's "-": the header says there is no time, whatever the message holds.
-    if (found && size > 3 && line[0] == '<') {
-        std::size_t i = 1;
-        while (i < size && i < 5 && line[i] >= '0' && line[i] <= '9') ++i;
-        if (i > 1 && i + 4 <= size && line[i] == '>' && line[i + 1] >= '1' && line[i + 1] <= '9' &&
-            line[i + 2] == ' ' && line[i + 3] == '-' && (i + 4 == size || line[i + 4] == ' '))
-            found = false;
-    }
-    Reading reading;
-    if (found && !resolve(s, line, raw, _options.year, reading)) found = false;
     if (!found) {
+        r = DateParseResult{};
         r.warnings.add(DATE_WARN_NO_TIMESTAMP);
         r.hasPrevious = s.hasPrevious;
         r.previous = s.previous;
-        logLine(r, _lines, StrSegment(line, size));
+        if (g_dateParser.verbose.enabled(LOG_DEBUG)) logLine(r, _lines, StrSegment(line, size));
         return r;
     }
     ++_found;
     r.found = true;
-    r.time = reading.time;
-    r.offset = raw.offset;
-    r.length = raw.length;
-    r.format = raw.format;
-    r.utcOffset = reading.utcOffset;
-    r.warnings = reading.warnings;
 
     // The checks.
+    const auto since = [](Timeval a, Timeval b) {
+        return (a.tv_sec - b.tv_sec) * 1000000 + (a.tv_usec - b.tv_usec);
+    };
     if (s.hasPrevious) {
         r.hasPrevious = true;
         r.previous = s.previous;
-        const std::int64_t since = r.time.diffUsec(s.previous);
-        if (since < -microseconds(_options.backwardsTolerance)) r.warnings.add(DATE_WARN_WENT_BACKWARDS);
-        if (since > microseconds(_options.forwardLimit)) r.warnings.add(DATE_WARN_JUMPED_FORWARD);
+        const std::int64_t elapsed = since(r.time, s.previous);
+        if (elapsed < -s.toleranceUs) r.warnings.add(DATE_WARN_WENT_BACKWARDS);
+        if (elapsed > s.forwardUs) r.warnings.add(DATE_WARN_JUMPED_FORWARD);
         if (r.format != s.previousFormat) r.warnings.add(DATE_WARN_FORMAT_CHANGED);
     }
-    const std::int64_t slack = microseconds(_options.futureSlack);
-    if (r.time.diffUsec(s.reference) > slack && s.referenceFromClock) s.reference = Timeval::now();
-    if (r.time.diffUsec(s.reference) > slack) r.warnings.add(DATE_WARN_IN_FUTURE);
+    if (since(r.time, s.reference) > s.slackUs) {
+        if (s.referenceFromClock) s.reference = Timeval::now();
+        if (since(r.time, s.reference) > s.slackUs) r.warnings.add(DATE_WARN_IN_FUTURE);
+    }
 
     // The stream moves on.
     s.hasPrevious = true;
@@ -477,7 +606,7 @@ DateParseResult DateParser::parse(StrSegment text) {
     s.previousOffset = r.offset;
     const std::int64_t local = r.time.tv_sec + r.utcOffset;
     const std::int64_t days = floorDiv(local, kSecondsPerDay);
-    s.previousSecondOfDay = floorMod(local, kSecondsPerDay);
+    s.previousSecondOfDay = local - days * kSecondsPerDay;
     if (days != s.previousDays || s.previousMonth == 0) {
         const CivilDate date = civilFromDays(days);
         s.previousYear = date.year;
@@ -486,25 +615,29 @@ DateParseResult DateParser::parse(StrSegment text) {
     }
 
     // The channels: each check warning; each inference warning the first time.
-    if (!r.warnings.empty()) {
-        for (DateWarning w : {DATE_WARN_WENT_BACKWARDS, DATE_WARN_JUMPED_FORWARD, DATE_WARN_IN_FUTURE,
-                              DATE_WARN_FORMAT_CHANGED}) {
-            if (r.warnings.has(w)) logCheck(w, _lines, r, s.reference);
-        }
-        for (DateWarning w : {DATE_WARN_YEAR_INFERRED, DATE_WARN_ZONE_ASSUMED, DATE_WARN_DAY_MONTH_AMBIGUOUS,
-                              DATE_WARN_ZONE_ABBREVIATION_AMBIGUOUS, DATE_WARN_DATE_BORROWED}) {
-            if (!r.warnings.has(w) || s.saidOnce.has(w)) continue;
-            s.saidOnce.add(w);
-            Logger& log = dateParserChannel();
-            if (log.enabled(LOG_NOTICE)) {
-                log.logf(LOG_NOTICE, "line %llu: %s (said once per stream): %s",
-                         static_cast<unsigned long long>(_lines), dateWarningName(w),
-                         StrSegment(line + r.offset, r.length));
-            }
+    // Inference warnings are said once a stream: most lines have nothing new to say.
+    if (r.warnings.hasCheck() || (r.warnings.bits() & ~s.saidOnce.bits()) != 0)
+        sayWarnings(s, r, _lines, line);
+    if (g_dateParser.verbose.enabled(LOG_DEBUG)) logLine(r, _lines, StrSegment(line, size));
+    return r;
+}
+
+void DateParser::sayWarnings(State& s, const DateParseResult& r, std::uint64_t lineNumber, const char* line) {
+    for (DateWarning w : {DATE_WARN_WENT_BACKWARDS, DATE_WARN_JUMPED_FORWARD, DATE_WARN_IN_FUTURE,
+                          DATE_WARN_FORMAT_CHANGED}) {
+        if (r.warnings.has(w)) logCheck(w, lineNumber, r, s.reference);
+    }
+    for (DateWarning w : {DATE_WARN_YEAR_INFERRED, DATE_WARN_ZONE_ASSUMED, DATE_WARN_DAY_MONTH_AMBIGUOUS,
+                          DATE_WARN_ZONE_ABBREVIATION_AMBIGUOUS, DATE_WARN_DATE_BORROWED}) {
+        if (!r.warnings.has(w) || s.saidOnce.has(w)) continue;
+        s.saidOnce.add(w);
+        Logger& log = dateParserChannel();
+        if (log.enabled(LOG_NOTICE)) {
+            log.logf(LOG_NOTICE, "line %llu: %s (said once per stream): %s",
+                     static_cast<unsigned long long>(lineNumber), dateWarningName(w),
+                     StrSegment(line + r.offset, r.length));
         }
     }
-    logLine(r, _lines, StrSegment(line, size));
-    return r;
 }
 
 DateParseResult findTimestamp(StrSegment text, const TimeZonePtr& zone) {

@@ -206,9 +206,11 @@ class DateParser {
     // Forgets the stream (previous event, decisions, warnings said once), not the options.
     void reset() noexcept;
 
-    struct State;  // DateParser_details.h
+    struct State;  // the stream's state (DateParser.cpp)
 
   private:
+    void sayWarnings(State& s, const DateParseResult& r, std::uint64_t lineNumber, const char* line);
+
     DateParserOptions _options;
     std::unique_ptr<State> _state;
     std::uint64_t _lines = 0;

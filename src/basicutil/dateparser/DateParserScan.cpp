@@ -77,14 +77,39 @@ struct Text {
 
 // The month of a three-letter English abbreviation at i ("Jan", any case), 1..12; 0 for none. The
 // name must end there (no fourth letter: "Janus" is no month).
+// Three letters folded to lower case in one word ("jan" as 'j' << 16 | 'a' << 8 | 'n'); 0 unless
+// all three are letters.
+std::uint32_t threeLetters(const Text& t, std::size_t i) noexcept {
+    if (i + 3 > t.n || !isAlpha(t.p[i]) || !isAlpha(t.p[i + 1]) || !isAlpha(t.p[i + 2])) return 0;
+    const auto lower = [](char c) {
+        return static_cast<std::uint32_t>(static_cast<unsigned char>(c | 0x20));
+    };
+    return lower(t.p[i]) << 16 | lower(t.p[i + 1]) << 8 | lower(t.p[i + 2]);
+}
+constexpr std::uint32_t packed(const char (&w)[4]) {
+    return static_cast<std::uint32_t>(w[0]) << 16 | static_cast<std::uint32_t>(w[1]) << 8 |
+           static_cast<std::uint32_t>(w[2]);
+}
 unsigned monthAt(const Text& t, std::size_t i) noexcept {
-    if (i + 3 > t.n || isAlpha(t.at(i + 3))) return 0;
-    const std::size_t m = kMonthAbbreviations.find(std::string_view(t.p + i, 3));
-    return m == kMonthAbbreviations.npos ? 0 : static_cast<unsigned>(m) + 1;
+    if (isAlpha(t.at(i + 3))) return 0;
+    static constexpr std::uint32_t kMonths[12] = {packed("jan"), packed("feb"), packed("mar"), packed("apr"),
+                                                  packed("may"), packed("jun"), packed("jul"), packed("aug"),
+                                                  packed("sep"), packed("oct"), packed("nov"), packed("dec")};
+    const std::uint32_t w = threeLetters(t, i);
+    for (unsigned m = 0; m < 12; ++m) {
+        if (kMonths[m] == w) return m + 1;
+    }
+    return 0;
 }
 bool weekdayAt(const Text& t, std::size_t i) noexcept {
-    if (i + 3 > t.n || isAlpha(t.at(i + 3))) return false;
-    return kWeekdayAbbreviations.find(std::string_view(t.p + i, 3)) != kWeekdayAbbreviations.npos;
+    if (isAlpha(t.at(i + 3))) return false;
+    static constexpr std::uint32_t kWeekdays[7] = {packed("sun"), packed("mon"), packed("tue"), packed("wed"),
+                                                   packed("thu"), packed("fri"), packed("sat")};
+    const std::uint32_t w = threeLetters(t, i);
+    for (const std::uint32_t d : kWeekdays) {
+        if (d == w) return true;
+    }
+    return false;
 }
 
 // 1..9 digits after a fraction mark at i ("." or also "," where allowed): microseconds, cut.
@@ -123,17 +148,23 @@ std::size_t timeOfDay(const Text& t, std::size_t i, const TimeRules& rules, RawT
         j = i + 2;
     }
     if (t.at(j) != ':' || !t.digits(j + 1, 2, minute)) return kNone;
+    const std::size_t minuteAt = j + 1;
     j += 3;
     std::uint32_t micros = 0;
+    bool hadSeconds = false;
     if (t.at(j) == ':' && t.digits(j + 1, 2, second)) {
         j += 3;
         if (isDigit(t.at(j))) return kNone;
         j = fraction(t, j, rules.comma, micros);
         if (j == kNone) return kNone;
+        hadSeconds = true;
     } else if (!rules.secondsOptional || isDigit(t.at(j))) {
         return kNone;
     }
     if (hour > 23 || minute > 59 || second > 60) return kNone;
+    out.minuteAt = minuteAt;
+    out.timeEnd = j;
+    out.hadSeconds = hadSeconds;
     out.hour = hour;
     out.minute = minute;
     out.second = second;
@@ -574,6 +605,13 @@ std::size_t readCandidate(const Text& t, std::size_t i, std::size_t lineStart, R
 
 }  // namespace
 
+bool endsCleanAt(const char* line, std::size_t size, std::size_t end) noexcept {
+    return Text{line, size}.endsClean(end);
+}
+bool startsCleanAt(const char* line, std::size_t size, std::size_t at) noexcept {
+    return Text{line, size}.startsClean(at);
+}
+
 bool readAt(const char* line, std::size_t size, std::size_t at, RawTimestamp& out) noexcept {
     const Text t{line, size};
     if (at >= size || !t.startsClean(at)) return false;
@@ -588,13 +626,22 @@ bool scanTimestamp(const char* line, std::size_t size, std::size_t from, std::si
     std::size_t i = from;
     while (i < to) {
         const char c = t.p[i];
-        if (isDigit(c) || isAlpha(c)) {
-            // Nothing starts inside a run of digits or letters: each run is looked at once.
-            if (t.startsClean(i) && readCandidate(t, i, lineStart, out) != kNone) return true;
-            const bool digit = isDigit(c);
-            do {
-                ++i;
-            } while (i < t.n && (digit ? isDigit(t.p[i]) : isAlpha(t.p[i])));
+        if (isDigit(c)) {
+            // Nothing starts inside a run: each run is looked at once, and only runs of the lengths
+            // a format begins with (a day, a year, a date, an epoch number) are read further.
+            const std::size_t run = t.digitRun(i);
+            constexpr std::uint32_t kStarts =
+                1u << 1 | 1u << 2 | 1u << 4 | 1u << 6 | 1u << 8 | 1u << 10 | 1u << 13 | 1u << 16 | 1u << 19;
+            if (run < 32 && (kStarts >> run & 1u) != 0 && t.startsClean(i) &&
+                readCandidate(t, i, lineStart, out) != kNone)
+                return true;
+            i += run;
+        } else if (isAlpha(c)) {
+            std::size_t j = i + 1;
+            while (j < t.n && isAlpha(t.p[j])) ++j;
+            // A month or a weekday: three letters.
+            if (j - i == 3 && t.startsClean(i) && readCandidate(t, i, lineStart, out) != kNone) return true;
+            i = j;
         } else {
             ++i;
         }

@@ -41,6 +41,11 @@ struct RawTimestamp {
     TimestampFormat formatWithoutWord = TimestampFormat::NONE;
     bool yearAfterWord = false;  // date(1): the year is the word's next field
 
+    // Where the minutes' digits start and where the time of day (seconds and fraction included)
+    // ends, in the line: what a stream of one layout can take from its previous line as it is.
+    std::size_t minuteAt = 0, timeEnd = 0;
+    bool hadSeconds = false;
+
     // Epoch formats: the instant itself.
     std::int64_t epochSeconds = 0;
     std::uint32_t epochMicros = 0;
@@ -50,6 +55,11 @@ struct RawTimestamp {
 // none. Linear in the line's length.
 bool scanTimestamp(const char* line, std::size_t size, std::size_t from, std::size_t to,
                    RawTimestamp& out) noexcept;
+
+// Whether a timestamp may end at `end` of the line (no letter or digit goes on, nor ".", ":" or
+// "," and a digit), and whether one may start at `at` (no letter, digit, "." or "_" before it).
+bool endsCleanAt(const char* line, std::size_t size, std::size_t end) noexcept;
+bool startsCleanAt(const char* line, std::size_t size, std::size_t at) noexcept;
 
 // The timestamp that starts exactly at `at`, in whichever format is written there; false when
 // none does.
