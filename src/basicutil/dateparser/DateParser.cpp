@@ -139,8 +139,11 @@ struct DateParser::State {
         TimestampFormat format = TimestampFormat::NONE;
         char head[40] = {};
         std::uint8_t headLength = 0;
+        // What followed the time as its format's suffix reader took it (a word that named no zone
+        // included), and how much of it the timestamp kept.
         char tail[24] = {};
-        std::uint8_t tailLength = 0;
+        std::uint8_t tailLength = 0, keptTail = 0;
+        RawTimestamp shape;  // what the suffix reader needs: format, month, day, hour as written
         bool hadSeconds = false, comma = false;
         std::int64_t hourStart = 0;
         std::int32_t utcOffset = 0;
@@ -495,9 +498,13 @@ static bool readLocked(const DateParser::State& s, const char* line, std::size_t
     }
     if (j < size && (isDigitByte(line[j]) || (!k.hadSeconds && line[j] == ':'))) return false;
     if (minute > 59 || second > 60) return false;
-    if (size - j < k.tailLength || std::memcmp(line + j, k.tail, k.tailLength) != 0) return false;
-    const std::size_t end = j + k.tailLength;
-    if (!endsCleanAt(line, size, end)) return false;
+    // The suffix, read as the format reads it, must be the one the previous line had.
+    RawTimestamp suffix = k.shape;
+    const std::size_t rawEnd = readSuffix(line, size, j, suffix);
+    if (rawEnd == ~std::size_t{0} || rawEnd - j != k.tailLength ||
+        std::memcmp(line + j, k.tail, k.tailLength) != 0)
+        return false;
+    const std::size_t end = j + k.keptTail;
     if (at > 0) {
         RawTimestamp earlier;
         if (scanTimestamp(line, size, 0, at, earlier)) return false;
@@ -536,6 +543,7 @@ DateParseResult DateParser::parse(StrSegment text) {
                 found = scanTimestamp(line, size, 0, size, raw);
             }
             Reading reading;
+            const RawTimestamp written = raw;  // before resolve() completes it
             if (found && !resolve(s, line, raw, _options.year, reading)) found = false;
             s.lock.valid = false;
             if (found) {
@@ -547,7 +555,8 @@ DateParseResult DateParser::parse(StrSegment text) {
                 r.warnings = reading.warnings;
                 // The layout is kept when the hour's conversion holds for all of it.
                 const std::size_t headLength = raw.minuteAt - raw.offset;
-                const std::size_t tailLength = raw.offset + raw.length - raw.timeEnd;
+                const std::size_t tailLength = written.offset + written.length - raw.timeEnd;
+                const std::size_t keptTail = raw.offset + raw.length - raw.timeEnd;
                 const std::int64_t hourStart =
                     reading.time.tv_sec - static_cast<std::int64_t>(raw.minute * 60 + raw.second);
                 if (lockable(raw.format) && raw.minuteAt > raw.offset && headLength <= sizeof s.lock.head &&
@@ -561,6 +570,8 @@ DateParseResult DateParser::parse(StrSegment text) {
                     k.headLength = static_cast<std::uint8_t>(headLength);
                     std::memcpy(k.tail, line + raw.timeEnd, tailLength);
                     k.tailLength = static_cast<std::uint8_t>(tailLength);
+                    k.keptTail = static_cast<std::uint8_t>(keptTail);
+                    k.shape = written;
                     k.hadSeconds = raw.hadSeconds;
                     k.comma = raw.format == TimestampFormat::ISO8601 ||
                               raw.format == TimestampFormat::ISO8601_SPACE;

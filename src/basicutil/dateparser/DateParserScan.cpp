@@ -232,6 +232,113 @@ std::size_t trailingWord(const Text& t, std::size_t e, RawTimestamp& out) noexce
 
 // --- The formats ------------------------------------------------------------------------------------
 
+// --- What follows a time: each format's suffix, read from the end of the time at j. ---------
+// The stream's shortcut (DateParser.cpp) reads a line's suffix with these alone.
+
+// ISO forms: Z, +hh:mm, +hhmm, +hh, " +hhmm", " WORD", or nothing.
+std::size_t isoSuffix(const Text& t, std::size_t j, RawTimestamp& out) noexcept {
+    out.zone = ZoneKind::NONE;
+    const char z = t.at(j);
+    if (z == 'Z' || z == 'z') {
+        out.zone = ZoneKind::UTC;
+        return j + 1;
+    }
+    if (z == '+' || z == '-') {
+        const std::size_t e = numericOffset(t, j, true, out.utcOffset);
+        if (e == kNone) return kNone;
+        out.zone = ZoneKind::OFFSET;
+        return e;
+    }
+    if (z == ' ' && (t.at(j + 1) == '+' || t.at(j + 1) == '-')) {
+        // " +0100", " -07:00": an offset after a space, never a bare "+01" there.
+        std::int32_t offset = 0;
+        const std::size_t e = numericOffset(t, j + 1, false, offset);
+        if (e != kNone) {
+            out.zone = ZoneKind::OFFSET;
+            out.utcOffset = offset;
+            return e;
+        }
+        return j;
+    }
+    return trailingWord(t, j, out);
+}
+
+// RFC 2822: " +hhmm", " WORD", or nothing.
+std::size_t rfcSuffix(const Text& t, std::size_t j, RawTimestamp& out) noexcept {
+    out.zone = ZoneKind::NONE;
+    if (t.at(j) == ' ' && (t.at(j + 1) == '+' || t.at(j + 1) == '-')) {
+        const std::size_t e = numericOffset(t, j + 1, false, out.utcOffset);
+        if (e == kNone) return kNone;
+        out.zone = ZoneKind::OFFSET;
+        return e;
+    }
+    return trailingWord(t, j, out);
+}
+
+// CLF: " +hhmm" or nothing.
+std::size_t clfSuffix(const Text& t, std::size_t j, RawTimestamp& out) noexcept {
+    out.zone = ZoneKind::NONE;
+    if (t.at(j) == ' ' && (t.at(j + 1) == '+' || t.at(j + 1) == '-')) {
+        const std::size_t e = numericOffset(t, j + 1, false, out.utcOffset);
+        if (e == kNone) return kNone;
+        out.zone = ZoneKind::OFFSET;
+        return e;
+    }
+    return j;
+}
+
+// Slashed numeric dates: " AM" or " PM" (any case) with the written hour 1..12, or nothing.
+std::size_t ampmSuffix(const Text& t, std::size_t j, RawTimestamp& out) noexcept {
+    out.zone = ZoneKind::NONE;
+    if (t.at(j) == ' ') {
+        const char a = static_cast<char>(t.at(j + 1) | 0x20), m = static_cast<char>(t.at(j + 2) | 0x20);
+        if ((a == 'a' || a == 'p') && m == 'm' && !isAlnum(t.at(j + 3))) {
+            if (out.writtenHour < 1 || out.writtenHour > 12) return kNone;
+            out.hour = out.writtenHour % 12 + (a == 'p' ? 12 : 0);
+            return j + 3;
+        }
+    }
+    return j;
+}
+
+// Month-first forms: " YYYY" (the year), after a weekday also " WORD YYYY" (date(1)), or nothing;
+// the format is SYSLOG or ASCTIME accordingly.
+std::size_t monthFirstSuffix(const Text& t, std::size_t j, RawTimestamp& out) noexcept {
+    out.format = TimestampFormat::SYSLOG;
+    out.hasYear = false;
+    out.zone = ZoneKind::NONE;
+    unsigned year = 0;
+    if (t.at(j) == ' ' && t.digits(j + 1, 4, year) && t.endsClean(j + 5)) {
+        if (!validDate(year, out.month, out.day)) return kNone;
+        out.format = out.afterWeekday ? TimestampFormat::ASCTIME : TimestampFormat::SYSLOG;
+        out.hasYear = true;
+        out.year = year;
+        return j + 5;
+    }
+    if (out.afterWeekday && t.at(j) == ' ') {
+        // date(1): "Tue Jan  2 03:04:05 UTC 2024".
+        const std::size_t k = zoneWord(t, j + 1);
+        if (k != 0 && t.at(j + 1 + k) == ' ' && t.digits(j + 2 + k, 4, year) && t.endsClean(j + 6 + k)) {
+            if (!validDate(year, out.month, out.day)) return kNone;
+            out.hasYear = true;
+            out.year = year;
+            out.format = TimestampFormat::ASCTIME;
+            if (utcWord(t, j + 1, k)) {
+                out.zone = ZoneKind::UTC;
+            } else {
+                out.zone = ZoneKind::ABBREVIATION;
+                out.wordOffset = j + 1;
+                out.wordLength = k;
+                out.lengthWithoutWord = j - out.offset;
+                out.formatWithoutWord = TimestampFormat::SYSLOG;
+                out.yearAfterWord = true;
+            }
+            return j + 6 + k;
+        }
+    }
+    return j;
+}
+
 // YYYY-MM-DD[T ]hh:mm[:ss[.f]][zone] and YYYY/MM/DD hh:mm:ss[.f]; i at the year.
 std::size_t isoDate(const Text& t, std::size_t i, RawTimestamp& out) noexcept {
     unsigned year = 0, month = 0, day = 0;
@@ -261,30 +368,7 @@ std::size_t isoDate(const Text& t, std::size_t i, RawTimestamp& out) noexcept {
     out.year = year;
     out.month = month;
     out.day = day;
-    out.zone = ZoneKind::NONE;
-    const char z = t.at(j);
-    if (z == 'Z' || z == 'z') {
-        out.zone = ZoneKind::UTC;
-        return j + 1;
-    }
-    if (z == '+' || z == '-') {
-        const std::size_t e = numericOffset(t, j, true, out.utcOffset);
-        if (e == kNone) return kNone;
-        out.zone = ZoneKind::OFFSET;
-        return e;
-    }
-    if (z == ' ' && (t.at(j + 1) == '+' || t.at(j + 1) == '-')) {
-        // " +0100", " -07:00": an offset after a space, never a bare "+01" there.
-        std::int32_t offset = 0;
-        const std::size_t e = numericOffset(t, j + 1, false, offset);
-        if (e != kNone) {
-            out.zone = ZoneKind::OFFSET;
-            out.utcOffset = offset;
-            return e;
-        }
-        return j;
-    }
-    return trailingWord(t, j, out);
+    return isoSuffix(t, j, out);
 }
 
 // YYYYMMDDThhmmss[.f][Z|+hhmm|+hh]; i at the year.
@@ -359,14 +443,7 @@ std::size_t clf(const Text& t, std::size_t i, RawTimestamp& out) noexcept {
     out.year = year;
     out.month = month;
     out.day = day;
-    out.zone = ZoneKind::NONE;
-    if (t.at(j) == ' ' && (t.at(j + 1) == '+' || t.at(j + 1) == '-')) {
-        const std::size_t e = numericOffset(t, j + 1, false, out.utcOffset);
-        if (e == kNone) return kNone;
-        out.zone = ZoneKind::OFFSET;
-        return e;
-    }
-    return j;
+    return clfSuffix(t, j, out);
 }
 
 // A or B/B/YYYY[,][ ]h:mm:ss[.f][ AM|PM] (month or day first) and DD.MM.YYYY hh:mm:ss[.f];
@@ -402,16 +479,8 @@ std::size_t numericDate(const Text& t, std::size_t i, RawTimestamp& out) noexcep
     out.monthFirstValid = validDate(year, first, second);
     out.dayFirstValid = validDate(year, second, first);
     if (!out.monthFirstValid && !out.dayFirstValid) return kNone;
-    // A 12-hour clock: " AM" or " PM" (any case), the hour 1..12.
-    if (t.at(j) == ' ') {
-        const char a = static_cast<char>(t.at(j + 1) | 0x20), m = static_cast<char>(t.at(j + 2) | 0x20);
-        if ((a == 'a' || a == 'p') && m == 'm' && !isAlnum(t.at(j + 3))) {
-            if (out.hour < 1 || out.hour > 12) return kNone;
-            out.hour = out.hour % 12 + (a == 'p' ? 12 : 0);
-            return j + 3;
-        }
-    }
-    return j;
+    out.writtenHour = out.hour;
+    return ampmSuffix(t, j, out);  // a 12-hour clock
 }
 
 // [Www, ]D Mon YYYY hh:mm[:ss] [zone] (RFC 2822, HTTP); i at the day.
@@ -430,14 +499,7 @@ std::size_t rfc2822(const Text& t, std::size_t i, RawTimestamp& out) noexcept {
     out.year = year;
     out.month = month;
     out.day = day;
-    out.zone = ZoneKind::NONE;
-    if (t.at(j) == ' ' && (t.at(j + 1) == '+' || t.at(j + 1) == '-')) {
-        const std::size_t e = numericOffset(t, j + 1, false, out.utcOffset);
-        if (e == kNone) return kNone;
-        out.zone = ZoneKind::OFFSET;
-        return e;
-    }
-    return trailingWord(t, j, out);
+    return rfcSuffix(t, j, out);
 }
 
 // Mon DD hh:mm:ss[.f][ YYYY] (syslog; the day space-padded or not), and after a weekday
@@ -452,41 +514,10 @@ std::size_t monthFirst(const Text& t, std::size_t i, bool afterWeekday, RawTimes
     if (j == kNone || t.at(j) != ' ' || !validDate(2000, month, day)) return kNone;  // 2000: Feb 29 passes
     j = timeOfDay(t, j + 1, TimeRules{}, out);
     if (j == kNone) return kNone;
-    out.format = TimestampFormat::SYSLOG;
     out.month = month;
     out.day = day;
-    out.hasYear = false;
-    out.zone = ZoneKind::NONE;
-    unsigned year = 0;
-    if (t.at(j) == ' ' && t.digits(j + 1, 4, year) && t.endsClean(j + 5)) {
-        if (!validDate(year, month, day)) return kNone;
-        out.format = afterWeekday ? TimestampFormat::ASCTIME : TimestampFormat::SYSLOG;
-        out.hasYear = true;
-        out.year = year;
-        return j + 5;
-    }
-    if (afterWeekday && t.at(j) == ' ') {
-        // date(1): "Tue Jan  2 03:04:05 UTC 2024".
-        const std::size_t k = zoneWord(t, j + 1);
-        if (k != 0 && t.at(j + 1 + k) == ' ' && t.digits(j + 2 + k, 4, year) && t.endsClean(j + 6 + k)) {
-            if (!validDate(year, month, day)) return kNone;
-            out.hasYear = true;
-            out.year = year;
-            out.format = TimestampFormat::ASCTIME;
-            if (utcWord(t, j + 1, k)) {
-                out.zone = ZoneKind::UTC;
-            } else {
-                out.zone = ZoneKind::ABBREVIATION;
-                out.wordOffset = j + 1;
-                out.wordLength = k;
-                out.lengthWithoutWord = j - out.offset;
-                out.formatWithoutWord = TimestampFormat::SYSLOG;
-                out.yearAfterWord = true;
-            }
-            return j + 6 + k;
-        }
-    }
-    return j;
+    out.afterWeekday = afterWeekday;
+    return monthFirstSuffix(t, j, out);
 }
 
 // The epoch numbers: 10, 13, 16 or 19 digits and an optional fraction; i at the first digit.
@@ -604,6 +635,39 @@ std::size_t readCandidate(const Text& t, std::size_t i, std::size_t lineStart, R
 }
 
 }  // namespace
+
+std::size_t readSuffix(const char* line, std::size_t size, std::size_t timeEnd, RawTimestamp& out) noexcept {
+    const Text t{line, size};
+    std::size_t e = kNone;
+    switch (out.format) {
+        case TimestampFormat::ISO8601:
+        case TimestampFormat::ISO8601_SPACE:
+        case TimestampFormat::YMD_SLASHED:
+            e = isoSuffix(t, timeEnd, out);
+            break;
+        case TimestampFormat::RFC2822:
+            e = rfcSuffix(t, timeEnd, out);
+            break;
+        case TimestampFormat::CLF:
+            e = clfSuffix(t, timeEnd, out);
+            break;
+        case TimestampFormat::NUMERIC_SLASHED:
+            e = ampmSuffix(t, timeEnd, out);
+            break;
+        case TimestampFormat::SYSLOG:
+        case TimestampFormat::ASCTIME:
+            e = monthFirstSuffix(t, timeEnd, out);
+            break;
+        case TimestampFormat::NUMERIC_DOTTED:
+        case TimestampFormat::MYSQL:
+            out.zone = ZoneKind::NONE;
+            e = timeEnd;
+            break;
+        default:
+            return kNone;
+    }
+    return e != kNone && t.endsClean(e) ? e : kNone;
+}
 
 bool endsCleanAt(const char* line, std::size_t size, std::size_t end) noexcept {
     return Text{line, size}.endsClean(end);

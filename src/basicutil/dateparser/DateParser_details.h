@@ -45,6 +45,8 @@ struct RawTimestamp {
     // ends, in the line: what a stream of one layout can take from its previous line as it is.
     std::size_t minuteAt = 0, timeEnd = 0;
     bool hadSeconds = false;
+    bool afterWeekday = false;  // month-first forms: a weekday came first
+    unsigned writtenHour = 0;   // NUMERIC_SLASHED: the hour as written, before AM or PM
 
     // Epoch formats: the instant itself.
     std::int64_t epochSeconds = 0;
@@ -55,6 +57,12 @@ struct RawTimestamp {
 // none. Linear in the line's length.
 bool scanTimestamp(const char* line, std::size_t size, std::size_t from, std::size_t to,
                    RawTimestamp& out) noexcept;
+
+// The end of what follows the time of day at `timeEnd` in a timestamp of out.format (a zone, a
+// year, AM or PM), read as the format's reader reads it, with the zone's fields filled in; kNone
+// (~0) when the format takes none of it. `out` brings the format and what the suffix depends on
+// (month and day, afterWeekday, writtenHour, offset).
+std::size_t readSuffix(const char* line, std::size_t size, std::size_t timeEnd, RawTimestamp& out) noexcept;
 
 // Whether a timestamp may end at `end` of the line (no letter or digit goes on, nor ".", ":" or
 // "," and a digit), and whether one may start at `at` (no letter, digit, "." or "_" before it).

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -174,6 +175,38 @@ TEST(DateParserTest, LeftmostWins) {
     const DateParseResult next = parser.parse(StrSegment("2024-05-06T07:08:09Z then Jan  2 03:04:05"));
     EXPECT_EQ(next.offset, 0u);
     EXPECT_EQ(next.format, TimestampFormat::ISO8601);
+}
+
+// Bad input: no crash, no assertion, and time linear in the length: a line twice as long takes
+// about twice as long, whatever it repeats (runs the scanner could try at every position).
+TEST(DateParserTest, BadInputIsReadInLinearTime) {
+    const std::string pieces[] = {
+        "9",                     // a million digits
+        "1/1/",                  // slashed dates that never end
+        "2024-01-02T03:04:",     // ISO that never ends
+        "Jan  2 03:04:05",       // syslog glued to itself: never clean
+        "Tue, ",                 // a weekday, then another
+        "\xff\xfe\x80",          // invalid UTF-8
+        std::string("\0\0", 2),  // NUL bytes
+        "12:34:56.",             // times and dots
+    };
+    for (const std::string& piece : pieces) {
+        double seconds[2] = {};
+        for (int k = 0; k < 2; ++k) {
+            std::string line;
+            while (line.size() < (std::size_t{1} << (20 + k))) line += piece;
+            DateParser parser(optionsIn("UTC"));
+            const auto start = std::chrono::steady_clock::now();
+            const DateParseResult r = parser.parse(StrSegment(line));
+            seconds[k] = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            if (r.found) {
+                EXPECT_LE(r.offset + r.length, line.size());
+            }
+        }
+        EXPECT_LT(seconds[1], 2.0) << piece;
+        EXPECT_LT(seconds[1], 4 * seconds[0] + 0.05)
+            << piece << ": " << seconds[0] << " s, then " << seconds[1];
+    }
 }
 
 // The warnings of a result, by name, in the enum's order.
