@@ -498,12 +498,17 @@ static bool readLocked(const DateParser::State& s, const char* line, std::size_t
     }
     if (j < size && (isDigitByte(line[j]) || (!k.hadSeconds && line[j] == ':'))) return false;
     if (minute > 59 || second > 60) return false;
-    // The suffix, read as the format reads it, must be the one the previous line had.
-    RawTimestamp suffix = k.shape;
-    const std::size_t rawEnd = readSuffix(line, size, j, suffix);
-    if (rawEnd == ~std::size_t{0} || rawEnd - j != k.tailLength ||
-        std::memcmp(line + j, k.tail, k.tailLength) != 0)
-        return false;
+    // The suffix must be the one the previous line had. Where the format's reader took one (a zone,
+    // a year, AM or PM), the same bytes and a clean end after them are the same suffix: the reader
+    // looks no further. Where it took none, it is asked whether it takes none here too.
+    if (k.tailLength > 0) {
+        if (size - j < k.tailLength || std::memcmp(line + j, k.tail, k.tailLength) != 0 ||
+            !endsCleanAt(line, size, j + k.tailLength))
+            return false;
+    } else {
+        RawTimestamp suffix = k.shape;
+        if (readSuffix(line, size, j, suffix) != j) return false;
+    }
     const std::size_t end = j + k.keptTail;
     if (at > 0) {
         RawTimestamp earlier;

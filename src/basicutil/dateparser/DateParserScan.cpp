@@ -1,5 +1,6 @@
 // The scanner: where a timestamp starts, in which format, with which fields. Each reader takes the
 // position of a candidate's first byte and returns the end of the timestamp, or kNone.
+#include <array>
 #include <cstring>
 
 #include "basicutil/dateparser/DateParser_details.h"
@@ -92,24 +93,49 @@ constexpr std::uint32_t packed(const char (&w)[4]) {
 }
 unsigned monthAt(const Text& t, std::size_t i) noexcept {
     if (isAlpha(t.at(i + 3))) return 0;
-    static constexpr std::uint32_t kMonths[12] = {packed("jan"), packed("feb"), packed("mar"), packed("apr"),
-                                                  packed("may"), packed("jun"), packed("jul"), packed("aug"),
-                                                  packed("sep"), packed("oct"), packed("nov"), packed("dec")};
-    const std::uint32_t w = threeLetters(t, i);
-    for (unsigned m = 0; m < 12; ++m) {
-        if (kMonths[m] == w) return m + 1;
+    switch (threeLetters(t, i)) {  // a few compares, not a loop over the names
+        case packed("jan"):
+            return 1;
+        case packed("feb"):
+            return 2;
+        case packed("mar"):
+            return 3;
+        case packed("apr"):
+            return 4;
+        case packed("may"):
+            return 5;
+        case packed("jun"):
+            return 6;
+        case packed("jul"):
+            return 7;
+        case packed("aug"):
+            return 8;
+        case packed("sep"):
+            return 9;
+        case packed("oct"):
+            return 10;
+        case packed("nov"):
+            return 11;
+        case packed("dec"):
+            return 12;
+        default:
+            return 0;
     }
-    return 0;
 }
 bool weekdayAt(const Text& t, std::size_t i) noexcept {
     if (isAlpha(t.at(i + 3))) return false;
-    static constexpr std::uint32_t kWeekdays[7] = {packed("sun"), packed("mon"), packed("tue"), packed("wed"),
-                                                   packed("thu"), packed("fri"), packed("sat")};
-    const std::uint32_t w = threeLetters(t, i);
-    for (const std::uint32_t d : kWeekdays) {
-        if (d == w) return true;
+    switch (threeLetters(t, i)) {
+        case packed("sun"):
+        case packed("mon"):
+        case packed("tue"):
+        case packed("wed"):
+        case packed("thu"):
+        case packed("fri"):
+        case packed("sat"):
+            return true;
+        default:
+            return false;
     }
-    return false;
 }
 
 // 1..9 digits after a fraction mark at i ("." or also "," where allowed): microseconds, cut.
@@ -582,57 +608,113 @@ std::size_t lineStartOf(const Text& t) noexcept {
 }
 
 // The candidate at i (which startsClean); the index after it or kNone, `out` filled.
-std::size_t readCandidate(const Text& t, std::size_t i, std::size_t lineStart, RawTimestamp& out) noexcept {
+// Which reader a candidate at i goes to, from its first bytes alone; NONE for no candidate. Most
+// runs of a line are no candidate, and are turned away here before anything is written.
+enum class Reader : std::uint8_t {
+    NONE,
+    ISO_DATE,
+    ISO_BASIC,
+    MYSQL,
+    CLF,
+    NUMERIC,
+    RFC2822,
+    TIME,
+    EPOCH,
+    RFC_WEEKDAY,
+    ASCTIME_WEEKDAY,
+    MONTH
+};
+
+Reader readerFor(const Text& t, std::size_t i, std::size_t run, std::size_t lineStart) noexcept {
+    const char c = t.p[i];
+    if (isDigit(c)) {
+        const char next = t.at(i + run);
+        if (run == 4) return next == '-' || next == '/' ? Reader::ISO_DATE : Reader::NONE;
+        if (run == 8) return next == 'T' || next == 't' ? Reader::ISO_BASIC : Reader::NONE;
+        if (run == 6) return next == ' ' ? Reader::MYSQL : Reader::NONE;
+        if (run <= 2) {
+            if (next == '/') return isAlpha(t.at(i + run + 1)) ? Reader::CLF : Reader::NUMERIC;
+            if (next == '.') return Reader::NUMERIC;
+            if (next == ' ') return monthAt(t, i + run + 1) != 0 ? Reader::RFC2822 : Reader::NONE;
+            if (next == ':') return run == 2 && i == lineStart ? Reader::TIME : Reader::NONE;
+            return Reader::NONE;
+        }
+        return epochPlace(t, i, lineStart) ? Reader::EPOCH : Reader::NONE;
+    }
+    if (weekdayAt(t, i)) {
+        if (t.at(i + 3) == ',') return Reader::RFC_WEEKDAY;
+        return t.at(i + 3) == ' ' ? Reader::ASCTIME_WEEKDAY : Reader::NONE;
+    }
+    return monthAt(t, i) != 0 ? Reader::MONTH : Reader::NONE;
+}
+
+// The candidate at i (which startsClean), of `run` digits or letters; the index after it or kNone,
+// `out` filled.
+std::size_t readCandidate(const Text& t, std::size_t i, std::size_t run, std::size_t lineStart,
+                          RawTimestamp& out) noexcept {
+    const Reader reader = readerFor(t, i, run, lineStart);
+    if (reader == Reader::NONE) return kNone;
     out = RawTimestamp{};
     out.offset = i;
-    const char c = t.p[i];
     std::size_t e = kNone;
-    if (isDigit(c)) {
-        const std::size_t run = t.digitRun(i);
-        const char next = t.at(i + run);
-        if (run == 4 && (next == '-' || next == '/')) {
+    switch (reader) {
+        case Reader::ISO_DATE:
             e = isoDate(t, i, out);
-        } else if (run == 8 && (next == 'T' || next == 't')) {
+            break;
+        case Reader::ISO_BASIC:
             e = isoBasic(t, i, out);
-        } else if (run == 6 && next == ' ') {
+            break;
+        case Reader::MYSQL:
             e = mysql(t, i, out);
-        } else if (run <= 2) {
-            if (next == '/' && isAlpha(t.at(i + run + 1))) {
-                e = clf(t, i, out);
-            } else if (next == '/' || next == '.') {
-                e = numericDate(t, i, out);
-            } else if (next == ' ') {
-                e = rfc2822(t, i, out);
-            } else if (next == ':' && run == 2 && i == lineStart) {
-                e = timeOfDay(t, i, TimeRules{false, false, true}, out);
-                if (e != kNone) {
-                    out.format = TimestampFormat::TIME_OF_DAY;
-                    out.hasDate = false;
-                    out.hasYear = false;
-                    out.zone = ZoneKind::NONE;
-                    e = trailingWord(t, e, out);
-                }
+            break;
+        case Reader::CLF:
+            e = clf(t, i, out);
+            break;
+        case Reader::NUMERIC:
+            e = numericDate(t, i, out);
+            break;
+        case Reader::RFC2822:
+            e = rfc2822(t, i, out);
+            break;
+        case Reader::TIME:
+            e = timeOfDay(t, i, TimeRules{false, false, true}, out);
+            if (e != kNone) {
+                out.format = TimestampFormat::TIME_OF_DAY;
+                out.hasDate = false;
+                out.hasYear = false;
+                out.zone = ZoneKind::NONE;
+                e = trailingWord(t, e, out);
             }
-        } else if ((run == 10 || run == 13 || run == 16 || run == 19) && epochPlace(t, i, lineStart)) {
+            break;
+        case Reader::EPOCH:
             e = epoch(t, i, run, out);
-        }
-    } else if (isAlpha(c)) {
-        if (weekdayAt(t, i)) {
-            if (t.at(i + 3) == ',') {
-                const std::size_t day = t.at(i + 4) == ' ' ? i + 5 : i + 4;
-                e = rfc2822(t, day, out);
-            } else if (t.at(i + 3) == ' ') {
-                e = monthFirst(t, i + 4, true, out);
-            }
-        } else {
+            break;
+        case Reader::RFC_WEEKDAY:
+            e = rfc2822(t, t.at(i + 4) == ' ' ? i + 5 : i + 4, out);
+            break;
+        case Reader::ASCTIME_WEEKDAY:
+            e = monthFirst(t, i + 4, true, out);
+            break;
+        case Reader::MONTH:
             e = monthFirst(t, i, false, out);
-        }
+            break;
+        case Reader::NONE:
+            break;
     }
     if (e == kNone || !t.endsClean(e)) return kNone;
     out.offset = i;
     out.length = e - i;
     return e;
 }
+
+// Each byte's kind: 1 a digit, 2 a letter, 0 anything else.
+constexpr std::array<std::uint8_t, 256> kKinds = [] {
+    std::array<std::uint8_t, 256> kinds{};
+    for (int c = '0'; c <= '9'; ++c) kinds[static_cast<std::size_t>(c)] = 1;
+    for (int c = 'a'; c <= 'z'; ++c)
+        kinds[static_cast<std::size_t>(c)] = kinds[static_cast<std::size_t>(c - 32)] = 2;
+    return kinds;
+}();
 
 }  // namespace
 
@@ -679,7 +761,12 @@ bool startsCleanAt(const char* line, std::size_t size, std::size_t at) noexcept 
 bool readAt(const char* line, std::size_t size, std::size_t at, RawTimestamp& out) noexcept {
     const Text t{line, size};
     if (at >= size || !t.startsClean(at)) return false;
-    return readCandidate(t, at, lineStartOf(t), out) != kNone;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(line);
+    const std::uint8_t kind = kKinds[bytes[at]];
+    if (kind == 0) return false;
+    std::size_t j = at + 1;
+    while (j < size && kKinds[bytes[j]] == kind) ++j;
+    return readCandidate(t, at, j - at, lineStartOf(t), out) != kNone;
 }
 
 bool scanTimestamp(const char* line, std::size_t size, std::size_t from, std::size_t to,
@@ -687,28 +774,25 @@ bool scanTimestamp(const char* line, std::size_t size, std::size_t from, std::si
     const Text t{line, size};
     if (to > size) to = size;
     const std::size_t lineStart = lineStartOf(t);
+    const auto* bytes = reinterpret_cast<const unsigned char*>(line);
+    // Nothing starts inside a run of digits or of letters: each run is looked at once, and only
+    // runs of the lengths a format begins with (a day, a year, a date, an epoch number; a month or a
+    // weekday) are read further.
+    constexpr std::uint32_t kDigitStarts =
+        1u << 1 | 1u << 2 | 1u << 4 | 1u << 6 | 1u << 8 | 1u << 10 | 1u << 13 | 1u << 16 | 1u << 19;
     std::size_t i = from;
     while (i < to) {
-        const char c = t.p[i];
-        if (isDigit(c)) {
-            // Nothing starts inside a run: each run is looked at once, and only runs of the lengths
-            // a format begins with (a day, a year, a date, an epoch number) are read further.
-            const std::size_t run = t.digitRun(i);
-            constexpr std::uint32_t kStarts =
-                1u << 1 | 1u << 2 | 1u << 4 | 1u << 6 | 1u << 8 | 1u << 10 | 1u << 13 | 1u << 16 | 1u << 19;
-            if (run < 32 && (kStarts >> run & 1u) != 0 && t.startsClean(i) &&
-                readCandidate(t, i, lineStart, out) != kNone)
-                return true;
-            i += run;
-        } else if (isAlpha(c)) {
-            std::size_t j = i + 1;
-            while (j < t.n && isAlpha(t.p[j])) ++j;
-            // A month or a weekday: three letters.
-            if (j - i == 3 && t.startsClean(i) && readCandidate(t, i, lineStart, out) != kNone) return true;
-            i = j;
-        } else {
+        const std::uint8_t kind = kKinds[bytes[i]];
+        if (kind == 0) {
             ++i;
+            continue;
         }
+        std::size_t j = i + 1;
+        while (j < size && kKinds[bytes[j]] == kind) ++j;
+        const std::size_t run = j - i;
+        const bool starts = kind == 1 ? run < 32 && (kDigitStarts >> run & 1u) != 0 : run == 3;
+        if (starts && t.startsClean(i) && readCandidate(t, i, run, lineStart, out) != kNone) return true;
+        i = j;
     }
     return false;
 }
