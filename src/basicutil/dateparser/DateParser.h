@@ -16,7 +16,8 @@
 // time of day with its seconds or, in ISO forms, at least its minutes.
 //   ISO8601         2024-01-02T03:04:05.678Z, with +01:00, +0100, +01 or no zone; RFC 3339; RFC 5424
 //                   syslog (whose "-" in place of the time is no timestamp)
-//   ISO8601_SPACE   2024-01-02 03:04:05,678 (Java, Python), also with a zone or " UTC"
+//   ISO8601_SPACE   2024-01-02 03:04:05,678 (Java, Python), also with a zone or " UTC", and with
+//                   two spaces (apt)
 //   ISO8601_BASIC   20240102T030405Z
 //   YMD_SLASHED     2024/01/02 03:04:05 (Go, nginx error logs)
 //   RFC2822         Tue, 02 Jan 2024 03:04:05 +0000, "... GMT", with or without the weekday (HTTP)

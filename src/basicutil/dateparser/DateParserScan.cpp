@@ -379,6 +379,7 @@ std::size_t isoDate(const Text& t, std::size_t i, RawTimestamp& out) noexcept {
             out.format = TimestampFormat::ISO8601;
         } else if (sep == ' ') {
             out.format = TimestampFormat::ISO8601_SPACE;
+            if (t.at(j) == ' ') ++j;  // "2025-06-24  14:36:25", as apt writes it
         } else {
             return kNone;
         }
