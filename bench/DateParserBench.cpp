@@ -112,8 +112,16 @@ const std::vector<std::string>& lines(Set set) {
                 out.push_back(lineOf(i % 10, t, ms));
                 break;
             case Set::NONE:
-                out.push_back("user " + std::to_string(i) + " logged in from host-" + std::to_string(i % 97) +
-                              " with session a1b2c3d4 and 3 items in the cart, version 2.4.10");
+                // Half of them with colons (a stack trace's lines), which no pre-test turns away.
+                if (i % 2 == 0) {
+                    out.push_back("user " + std::to_string(i) + " logged in from host-" +
+                                  std::to_string(i % 97) +
+                                  " with session a1b2c3d4 and 3 items in the cart, version 2.4.10");
+                } else {
+                    out.push_back(
+                        "    at com.example.orders.Service.handle(Service.java:" + std::to_string(i % 900) +
+                        ") ~[orders-2.4.10.jar:2.4.10] caused by: timeout 30 s");
+                }
                 break;
         }
     }

@@ -139,77 +139,109 @@ void appendNumber(std::string& out, std::uint64_t n) {
     out.append(digits, formatUnsigned(digits, n));
 }
 
-void appendUtc(std::string& out, Timeval t) {
-    Str text;
-    appendUtcTimestamp(text, t);
-    out.append(text.data(), text.size());
+// The names, with their lengths.
+struct Names {
+    std::string_view formats[kTimestampFormats];
+    std::string_view warnings[kDateWarnings];
+    Names() {
+        for (std::size_t f = 0; f < kTimestampFormats; ++f)
+            formats[f] = timestampFormatName(static_cast<TimestampFormat>(f));
+        for (std::size_t w = 0; w < kDateWarnings; ++w)
+            warnings[w] = dateWarningName(static_cast<DateWarning>(w));
+    }
+};
+const Names& names() {
+    static const Names all;
+    return all;
 }
 
-// One line's reading, as JSON or as text.
-void describe(std::string& out, const DateParseResult& r, std::uint64_t line, const std::string* file,
-              bool json) {
+// One output line, built in place: every piece has a known bound, and the whole fits kBytes.
+struct LineText {
+    static constexpr std::size_t kBytes = 640;
+    char text[kBytes];
+    std::size_t n = 0;
+    void add(std::string_view piece) noexcept {
+        std::memcpy(text + n, piece.data(), piece.size());
+        n += piece.size();
+    }
+    void add(char c) noexcept { text[n++] = c; }
+    void number(std::uint64_t v) noexcept { n += formatUnsigned(text + n, v); }
+    void utc(Timeval t) noexcept { n += formatUtcTimestamp(text + n, t); }
+    std::string_view view() const noexcept { return std::string_view(text, n); }
+};
+
+// One line's reading, as JSON or as text; `file` before it when several files are read.
+void describe(const DateParseResult& r, std::uint64_t line, const std::string* file, bool json) {
+    if (file != nullptr) {
+        std::string prefix;
+        if (json) {
+            prefix = "{\"file\":";
+            appendJsonString(prefix, *file);
+            prefix += ',';
+        } else {
+            prefix = *file + ':';
+        }
+        out().write(prefix);
+    } else if (json) {
+        out().write(std::string_view("{", 1));
+    }
+    const Names& n = names();
+    LineText t;
     if (json) {
-        out += "{";
-        if (file != nullptr) {
-            out += "\"file\":";
-            appendJsonString(out, *file);
-            out += ',';
-        }
-        out += "\"line\":";
-        appendNumber(out, line);
-        out += r.found ? ",\"found\":true,\"utc\":\"" : ",\"found\":false";
+        t.add("\"line\":");
+        t.number(line);
         if (r.found) {
-            appendUtc(out, r.time);
-            out += "\",\"offset\":";
-            appendNumber(out, r.offset);
-            out += ",\"length\":";
-            appendNumber(out, r.length);
-            out += ",\"format\":\"";
-            out += timestampFormatName(r.format);
-            out += '"';
+            t.add(",\"found\":true,\"utc\":\"");
+            t.utc(r.time);
+            t.add("\",\"offset\":");
+            t.number(r.offset);
+            t.add(",\"length\":");
+            t.number(r.length);
+            t.add(",\"format\":\"");
+            t.add(n.formats[static_cast<std::size_t>(r.format)]);
+            t.add('"');
+        } else {
+            t.add(",\"found\":false");
         }
-        out += ",\"warnings\":[";
+        t.add(",\"warnings\":[");
         bool first = true;
         for (std::size_t w = 0; w < kDateWarnings; ++w) {
             if (!r.warnings.has(static_cast<DateWarning>(w))) continue;
-            out += first ? "\"" : ",\"";
-            out += dateWarningName(static_cast<DateWarning>(w));
-            out += '"';
+            t.add(first ? "\"" : ",\"");
+            t.add(n.warnings[w]);
+            t.add('"');
             first = false;
         }
-        out += ']';
+        t.add(']');
         if (r.warnings.hasCheck() && r.hasPrevious) {
-            out += ",\"previous\":\"";
-            appendUtc(out, r.previous);
-            out += '"';
+            t.add(",\"previous\":\"");
+            t.utc(r.previous);
+            t.add('"');
         }
-        out += "}\n";
-        return;
-    }
-    if (file != nullptr) {
-        out += *file;
-        out += ':';
-    }
-    appendNumber(out, line);
-    out += '\t';
-    if (r.found) {
-        appendUtc(out, r.time);
-        out += '\t';
-        out += timestampFormatName(r.format);
+        t.add("}\n");
     } else {
-        out += "-\t-";
+        t.number(line);
+        t.add('\t');
+        if (r.found) {
+            t.utc(r.time);
+            t.add('\t');
+            t.add(n.formats[static_cast<std::size_t>(r.format)]);
+        } else {
+            t.add("-\t-");
+        }
+        for (std::size_t w = 0; w < kDateWarnings; ++w) {
+            if (!r.warnings.has(static_cast<DateWarning>(w))) continue;
+            t.add('\t');
+            t.add(n.warnings[w]);
+        }
+        if (r.warnings.hasCheck() && r.hasPrevious) {
+            t.add("\t(previous ");
+            t.utc(r.previous);
+            t.add(')');
+        }
+        t.add('\n');
     }
-    for (std::size_t w = 0; w < kDateWarnings; ++w) {
-        if (!r.warnings.has(static_cast<DateWarning>(w))) continue;
-        out += '\t';
-        out += dateWarningName(static_cast<DateWarning>(w));
-    }
-    if (r.warnings.hasCheck() && r.hasPrevious) {
-        out += "\t(previous ";
-        appendUtc(out, r.previous);
-        out += ')';
-    }
-    out += '\n';
+    out().write(t.view());
 }
 
 class TimestampsCommand final : public Command {
@@ -297,16 +329,13 @@ class TimestampsCommand final : public Command {
         if (!reader.open(path)) return false;
         DateParser parser(_options);
         std::string_view line;
-        std::string text;
         while (reader.next(line)) {
             const DateParseResult r = parser.parse(StrSegment(line.data(), line.size()));
             if (_summary) {
                 count(r);
                 continue;
             }
-            text.clear();
-            describe(text, r, parser.lines(), file, _json);
-            out().write(text);
+            describe(r, parser.lines(), file, _json);
         }
         return !reader.failed();
     }

@@ -67,11 +67,10 @@ const char* dateWarningName(DateWarning warning) noexcept {
     return warning < kDateWarnings ? kWarningNames[warning] : "?";
 }
 
-void appendUtcTimestamp(Str& out, Timeval time) {
+std::size_t formatUtcTimestamp(char* text, Timeval time) noexcept {
     const std::int64_t days = floorDiv(time.tv_sec, kSecondsPerDay);
     const std::int64_t second = floorMod(time.tv_sec, kSecondsPerDay);
     const CivilDate date = civilFromDays(days);
-    char text[48];
     std::size_t n = 0;
     if (date.year >= 0 && date.year <= 9999) {
         writeFixedDigits(text, static_cast<std::uint64_t>(date.year), 4);
@@ -90,9 +89,15 @@ void appendUtcTimestamp(Str& out, Timeval time) {
     text[n + 11] = ':';
     writeTwoDigits(text + n + 12, static_cast<unsigned>(second % 60));
     text[n + 14] = '.';
-    writeFixedDigits(text + n + 15, static_cast<std::uint64_t>(time.tv_usec), 6);
+    const auto micros = time.tv_usec >= 0 && time.tv_usec < 1000000 ? time.tv_usec : 0;
+    writeFixedDigits(text + n + 15, static_cast<std::uint64_t>(micros), 6);
     text[n + 21] = 'Z';
-    out.append(StrSegment(text, n + 22));
+    return n + 22;
+}
+
+void appendUtcTimestamp(Str& out, Timeval time) {
+    char text[kUtcTimestampBytes];
+    out.append(StrSegment(text, formatUtcTimestamp(text, time)));
 }
 
 // --- The stream's state ------------------------------------------------------------------------------
@@ -128,6 +133,9 @@ struct DateParser::State {
         std::int64_t start = 0;
         std::int32_t offset = 0;
     } hour;
+    // Whether the last conversion's hour maps local minutes and seconds to instants one for one
+    // (a known offset, or the zone's offset constant all through it).
+    bool lastHourUniform = false;
 
     // The previous line's layout, for the next line that repeats its date and hour: the text from
     // the timestamp's start to the minutes, and from the end of the seconds (and fraction) to the
@@ -143,7 +151,11 @@ struct DateParser::State {
         // included), and how much of it the timestamp kept.
         char tail[24] = {};
         std::uint8_t tailLength = 0, keptTail = 0;
-        RawTimestamp shape;  // what the suffix reader needs: format, month, day, hour as written
+        // What the suffix reader needs of the timestamp: its format as written, where it starts,
+        // its month and day, a weekday before it, its hour as written.
+        TimestampFormat writtenFormat = TimestampFormat::NONE;
+        unsigned month = 0, day = 0, writtenHour = 0;
+        bool afterWeekday = false;
         bool hadSeconds = false, comma = false;
         std::int64_t hourStart = 0;
         std::int32_t utcOffset = 0;
@@ -209,10 +221,20 @@ struct DateParser::State {
     // The same through the hour cache.
     bool convert(std::int64_t year, unsigned month, unsigned day, unsigned h, unsigned m, unsigned s,
                  std::int32_t key, std::int64_t& seconds, std::int32_t& offset) {
+        if (key == kParserZone && zoneIsFixed) key = fixedOffset;
+        if (key != kParserZone) {
+            // A known offset: arithmetic, and every hour uniform.
+            offset = key;
+            seconds = localSeconds(year, month, day, h, m, s) - key;
+            lastHourUniform = true;
+            return true;
+        }
+        lastHourUniform = false;
         if (hour.valid && hour.hour == h && hour.day == day && hour.month == month && hour.year == year &&
             hour.key == key) {
             seconds = hour.start + m * 60 + s;
             offset = hour.offset;
+            lastHourUniform = true;
             return true;
         }
         if (!toInstant(year, month, day, h, m, s, key, seconds, offset)) return false;
@@ -233,6 +255,7 @@ struct DateParser::State {
                           r.kind == LocalTimeResolution::UNIQUE;
             }
             if (uniform) hour = {true, year, month, day, h, key, start, offset};
+            lastHourUniform = uniform;
         }
         return true;
     }
@@ -506,7 +529,13 @@ static bool readLocked(const DateParser::State& s, const char* line, std::size_t
             !endsCleanAt(line, size, j + k.tailLength))
             return false;
     } else {
-        RawTimestamp suffix = k.shape;
+        RawTimestamp suffix;
+        suffix.format = k.writtenFormat;
+        suffix.offset = k.offset;
+        suffix.month = k.month;
+        suffix.day = k.day;
+        suffix.writtenHour = k.writtenHour;
+        suffix.afterWeekday = k.afterWeekday;
         if (readSuffix(line, size, j, suffix) != j) return false;
     }
     const std::size_t end = j + k.keptTail;
@@ -536,7 +565,7 @@ DateParseResult DateParser::parse(StrSegment text) {
     if (!nilSyslogTime(line, size)) {
         if (s.lock.valid && readLocked(s, line, size, r)) {
             found = true;
-        } else {
+        } else if (mayHoldTimestamp(line, size)) {
             RawTimestamp raw;
             // The last line's place first: a stream keeps its layout. Anything before it wins.
             if (s.hasPrevious && s.previousOffset < size && readAt(line, size, s.previousOffset, raw)) {
@@ -548,7 +577,10 @@ DateParseResult DateParser::parse(StrSegment text) {
                 found = scanTimestamp(line, size, 0, size, raw);
             }
             Reading reading;
-            const RawTimestamp written = raw;  // before resolve() completes it
+            // As written, before resolve() completes the reading.
+            const TimestampFormat writtenFormat = raw.format;
+            const std::size_t writtenEnd = raw.offset + raw.length;
+            const unsigned writtenMonth = raw.month, writtenDay = raw.day;
             if (found && !resolve(s, line, raw, _options.year, reading)) found = false;
             s.lock.valid = false;
             if (found) {
@@ -560,13 +592,13 @@ DateParseResult DateParser::parse(StrSegment text) {
                 r.warnings = reading.warnings;
                 // The layout is kept when the hour's conversion holds for all of it.
                 const std::size_t headLength = raw.minuteAt - raw.offset;
-                const std::size_t tailLength = written.offset + written.length - raw.timeEnd;
+                const std::size_t tailLength = writtenEnd - raw.timeEnd;
                 const std::size_t keptTail = raw.offset + raw.length - raw.timeEnd;
                 const std::int64_t hourStart =
                     reading.time.tv_sec - static_cast<std::int64_t>(raw.minute * 60 + raw.second);
                 if (lockable(raw.format) && raw.minuteAt > raw.offset && headLength <= sizeof s.lock.head &&
                     raw.timeEnd <= raw.offset + raw.length && tailLength <= sizeof s.lock.tail &&
-                    s.hour.valid && s.hour.start == hourStart) {
+                    s.lastHourUniform) {
                     State::Lock& k = s.lock;
                     k.valid = true;
                     k.offset = raw.offset;
@@ -576,7 +608,11 @@ DateParseResult DateParser::parse(StrSegment text) {
                     std::memcpy(k.tail, line + raw.timeEnd, tailLength);
                     k.tailLength = static_cast<std::uint8_t>(tailLength);
                     k.keptTail = static_cast<std::uint8_t>(keptTail);
-                    k.shape = written;
+                    k.writtenFormat = writtenFormat;
+                    k.month = writtenMonth;
+                    k.day = writtenDay;
+                    k.writtenHour = raw.writtenHour;
+                    k.afterWeekday = raw.afterWeekday;
                     k.hadSeconds = raw.hadSeconds;
                     k.comma = raw.format == TimestampFormat::ISO8601 ||
                               raw.format == TimestampFormat::ISO8601_SPACE;
@@ -632,7 +668,9 @@ DateParseResult DateParser::parse(StrSegment text) {
 
     // The channels: each check warning; each inference warning the first time.
     // Inference warnings are said once a stream: most lines have nothing new to say.
-    if (r.warnings.hasCheck() || (r.warnings.bits() & ~s.saidOnce.bits()) != 0)
+    // Nothing is said on a channel that is off (its threshold above NOTICE).
+    if ((r.warnings.hasCheck() || (r.warnings.bits() & ~s.saidOnce.bits()) != 0) &&
+        g_dateParser.log.enabled(LOG_NOTICE))
         sayWarnings(s, r, _lines, line);
     if (g_dateParser.verbose.enabled(LOG_DEBUG)) logLine(r, _lines, StrSegment(line, size));
     return r;

@@ -181,6 +181,9 @@ struct DateParserOptions {
 // "2024-01-02T03:04:05.678000Z": the instant in UTC, six fraction digits (years outside 0..9999
 // with their sign and all their digits).
 void appendUtcTimestamp(Str& out, Timeval time);
+// The same into `out`, which holds kUtcTimestampBytes; returns the length written (no NUL).
+inline constexpr std::size_t kUtcTimestampBytes = 48;
+std::size_t formatUtcTimestamp(char* out, Timeval time) noexcept;
 
 // Finds the first timestamp in `text` without a stream: no previous event, the local zone (or
 // `zone`), now as the reference time. The checks are not made; NO_TIMESTAMP when none is found.

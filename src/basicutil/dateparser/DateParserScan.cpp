@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "basicutil/dateparser/DateParser_details.h"
+#include "basicutil/text/StrBlocks.h"
 #include "basicutil/timevalue/DateTimeCalendar.h"
 
 namespace basicutil::date_parser_details {
@@ -718,6 +719,34 @@ constexpr std::array<std::uint8_t, 256> kKinds = [] {
 }();
 
 }  // namespace
+
+bool mayHoldTimestamp(const char* line, std::size_t size) noexcept {
+    if (std::memchr(line, ':', size) != nullptr) return true;
+    // No colon: only a run of eight digits or more can start one (ISO's basic form, an epoch
+    // number). Sixteen bytes at a time; `window` keeps the previous block's digits below this one's.
+    static const blocks::ByteRanges kDigits = [] {
+        blocks::ByteRanges r;
+        static_cast<void>(r.add('0', '9'));
+        return r;
+    }();
+    std::uint32_t previous = 0;
+    for (std::size_t i = 0; i < size; i += blocks::kBlock) {
+        char block[blocks::kBlock] = {};
+        const char* p = line + i;
+        if (size - i < blocks::kBlock) {
+            std::memcpy(block, p, size - i);
+            p = block;
+        }
+        const std::uint32_t window =
+            static_cast<std::uint32_t>(blocks::inRanges(p, kDigits)) << 16 | previous;
+        std::uint32_t run = window & window >> 1;  // bit k: digits at k and k + 1
+        run &= run >> 2;                           // at k .. k + 3
+        run &= run >> 4;                           // at k .. k + 7
+        if (run != 0) return true;                 // eight digits within the window
+        previous = window >> 16;
+    }
+    return false;
+}
 
 std::size_t readSuffix(const char* line, std::size_t size, std::size_t timeEnd, RawTimestamp& out) noexcept {
     const Text t{line, size};

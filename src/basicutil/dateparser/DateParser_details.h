@@ -69,6 +69,10 @@ std::size_t readSuffix(const char* line, std::size_t size, std::size_t timeEnd, 
 bool endsCleanAt(const char* line, std::size_t size, std::size_t end) noexcept;
 bool startsCleanAt(const char* line, std::size_t size, std::size_t at) noexcept;
 
+// Whether `line` may hold a timestamp at all: every format but the epoch numbers and ISO's basic
+// form has a colon in its time, and those two have a run of eight digits or more. False: none.
+bool mayHoldTimestamp(const char* line, std::size_t size) noexcept;
+
 // The timestamp that starts exactly at `at`, in whichever format is written there; false when
 // none does.
 bool readAt(const char* line, std::size_t size, std::size_t at, RawTimestamp& out) noexcept;

@@ -211,6 +211,35 @@ TEST(DateParserTest, BadInputIsReadInLinearTime) {
     }
 }
 
+// The pre-test that lets a line without a colon or a run of eight digits go unscanned, against its
+// plain definition, with the runs at every place around the 16-byte blocks it reads.
+TEST(DateParserTest, LinesThatCannotHoldATimestamp) {
+    const auto plain = [](const std::string& line) {
+        std::size_t run = 0;
+        for (const char c : line) {
+            if (c == ':') return true;
+            run = c >= '0' && c <= '9' ? run + 1 : 0;
+            if (run >= 8) return true;
+        }
+        return false;
+    };
+    for (std::size_t length = 0; length <= 40; ++length) {
+        for (std::size_t at = 0; at <= length; ++at) {
+            for (std::size_t run = 6; run <= 9; ++run) {
+                std::string line(length, 'x');
+                for (std::size_t k = at; k < at + run && k < length; ++k)
+                    line[k] = static_cast<char>('0' + k % 10);
+                EXPECT_EQ(date_parser_details::mayHoldTimestamp(line.data(), line.size()), plain(line))
+                    << line;
+                if (at < length) {
+                    line[at] = ':';
+                    EXPECT_TRUE(date_parser_details::mayHoldTimestamp(line.data(), line.size())) << line;
+                }
+            }
+        }
+    }
+}
+
 // The warnings of a result, by name, in the enum's order.
 std::string warningsOf(const DateParseResult& r) {
     std::string out;
