@@ -8,13 +8,18 @@
 #include <unistd.h>
 
 static volatile int g_forbidden;
+static volatile unsigned long g_allocations;
 
 void vestra_forbid_allocations(int on) {
     g_forbidden = on;
 }
 
+unsigned long vestra_allocations(void) {
+    return g_allocations;
+}
+
 static void refuse(void) {
-    static const char text[] = "allocation while a crash log is written\n";
+    static const char text[] = "allocation where the test forbids one\n";
     if (write(STDERR_FILENO, text, sizeof text - 1) < 0) {
         /* the status says it all the same */
     }
@@ -62,12 +67,14 @@ static void resolve(void) {
 
 void* malloc(size_t n) {
     if (g_forbidden) refuse();
+    ++g_allocations;
     resolve();
     return g_malloc != NULL ? g_malloc(n) : fromArena(n);
 }
 
 void* calloc(size_t count, size_t size) {
     if (g_forbidden) refuse();
+    ++g_allocations;
     resolve();
     if (g_calloc != NULL) return g_calloc(count, size);
     void* p = size != 0 && count > ((size_t)-1) / size ? NULL : fromArena(count * size);
@@ -77,6 +84,7 @@ void* calloc(size_t count, size_t size) {
 
 void* realloc(void* p, size_t n) {
     if (g_forbidden) refuse();
+    ++g_allocations;
     resolve();
     if (p != NULL && inArena(p)) {
         /* Out of the arena: the old size is not known, so copy what the arena can hold after it. */

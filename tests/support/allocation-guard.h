@@ -1,7 +1,7 @@
 /* The C library's allocation functions, replaced for a whole test program so that a test can
- * forbid allocating: from vestra_forbid_allocations(1) on, a call of malloc, calloc or realloc
- * writes "allocation while a crash log is written" to standard error and ends the process with
- * status 97. Everything else goes to the C library's own functions. */
+ * count allocations or forbid them: from vestra_forbid_allocations(1) on, a call of malloc, calloc
+ * or realloc writes "allocation where the test forbids one" to standard error and ends the process
+ * with status 97. Everything else goes to the C library's own functions. */
 #ifndef VESTRA_TESTS_ALLOCATION_GUARD_H
 #define VESTRA_TESTS_ALLOCATION_GUARD_H
 
@@ -11,6 +11,8 @@ extern "C" {
 
 /* 1 forbids, 0 allows again. */
 void vestra_forbid_allocations(int on);
+/* Calls of malloc, calloc and realloc so far. */
+unsigned long vestra_allocations(void);
 
 #ifdef __cplusplus
 }
