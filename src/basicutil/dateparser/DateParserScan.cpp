@@ -641,7 +641,8 @@ Reader readerFor(const Text& t, std::size_t i, std::size_t run, std::size_t line
             if (next == ':') return run == 2 && i == lineStart ? Reader::TIME : Reader::NONE;
             return Reader::NONE;
         }
-        return epochPlace(t, i, lineStart) ? Reader::EPOCH : Reader::NONE;
+        const bool epochLength = run == 10 || run == 13 || run == 16 || run == 19;
+        return epochLength && epochPlace(t, i, lineStart) ? Reader::EPOCH : Reader::NONE;
     }
     if (weekdayAt(t, i)) {
         if (t.at(i + 3) == ',') return Reader::RFC_WEEKDAY;

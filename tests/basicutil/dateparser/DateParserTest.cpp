@@ -173,6 +173,10 @@ TEST(DateParserTest, LeftmostWins) {
     ASSERT_TRUE(r.found);
     EXPECT_EQ(r.offset, 0u);
     EXPECT_EQ(r.format, TimestampFormat::SYSLOG);
+    // A short number where the previous line had an epoch number is none.
+    DateParser epochs(optionsIn("UTC"));
+    ASSERT_TRUE(epochs.parse(StrSegment("1704164645 first")).found);
+    EXPECT_FALSE(epochs.parse(StrSegment("169 items")).found);
     // The next line has the ISO one further left than where the stream's format stood.
     const DateParseResult next = parser.parse(StrSegment("2024-05-06T07:08:09Z then Jan  2 03:04:05"));
     EXPECT_EQ(next.offset, 0u);
