@@ -7,6 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "basicutil/platform/PlatformCrash.h"
+
+struct crash_dump;  // libzero/create-crash-dump.h
+
 namespace basicutil::crash_handler_details {
 
 // The function symbols of one ELF file (its .symtab, or .dynsym where it was stripped), sorted
@@ -28,6 +32,16 @@ class SymbolTable {
     std::vector<Symbol> _symbols;
     std::vector<char> _names;
 };
+
+// The crash log's backtrace (CrashHandlerBacktrace.cpp). The set-up reads the executable's
+// symbols (its .symtab, kept for the life of the process: a crash in an exit handler still reads
+// them) and warms up what loads lazily (the unwinder, the dynamic linker's lookups); the handler
+// writes "Backtrace:" and a line a frame from the signal's context on, allocating nothing.
+void readExecutableSymbols();
+bool executableSymbolsRead() noexcept;
+void warmUpBacktrace();
+void writeBacktrace(crash_dump* d, const void* context, const platform::Registers& registers,
+                    bool haveRegisters);
 
 // Copies n bytes at `from` to `out` byte by byte, unseen by the sanitizers: the memory a crash log
 // dumps may be an address sanitizer's poisoned zones (a stack's redzones), which it shows as they
