@@ -262,56 +262,53 @@ std::size_t trailingWord(const Text& t, std::size_t e, RawTimestamp& out) noexce
 // --- What follows a time: each format's suffix, read from the end of the time at j. ---------
 // The stream's shortcut (DateParser.cpp) reads a line's suffix with these alone.
 
-// ISO forms: Z, +hh:mm, +hhmm, +hh, " +hhmm", " WORD", or nothing.
-std::size_t isoSuffix(const Text& t, std::size_t j, RawTimestamp& out) noexcept {
-    out.zone = ZoneKind::NONE;
+// "Z" or a numeric offset right after the time: the index after it; j when neither starts there;
+// kNone for an offset that does not read.
+std::size_t attachedZone(const Text& t, std::size_t j, RawTimestamp& out) noexcept {
     const char z = t.at(j);
     if (z == 'Z' || z == 'z') {
         out.zone = ZoneKind::UTC;
         return j + 1;
     }
-    if (z == '+' || z == '-') {
-        const std::size_t e = numericOffset(t, j, true, out.utcOffset);
-        if (e == kNone) return kNone;
-        out.zone = ZoneKind::OFFSET;
-        return e;
-    }
-    if (z == ' ' && (t.at(j + 1) == '+' || t.at(j + 1) == '-')) {
-        // " +0100", " -07:00": an offset after a space, never a bare "+01" there.
-        std::int32_t offset = 0;
-        const std::size_t e = numericOffset(t, j + 1, false, offset);
-        if (e != kNone) {
-            out.zone = ZoneKind::OFFSET;
-            out.utcOffset = offset;
-            return e;
-        }
-        return j;
-    }
+    if (z != '+' && z != '-') return j;
+    const std::size_t e = numericOffset(t, j, true, out.utcOffset);
+    if (e == kNone) return kNone;
+    out.zone = ZoneKind::OFFSET;
+    return e;
+}
+
+// " +hhmm" or " -07:00" after the time (never a bare " +01"): the index after it; j when none
+// starts there; kNone for one that does not read.
+std::size_t spacedOffset(const Text& t, std::size_t j, RawTimestamp& out) noexcept {
+    if (t.at(j) != ' ' || (t.at(j + 1) != '+' && t.at(j + 1) != '-')) return j;
+    const std::size_t e = numericOffset(t, j + 1, false, out.utcOffset);
+    if (e == kNone) return kNone;
+    out.zone = ZoneKind::OFFSET;
+    return e;
+}
+
+// ISO forms: Z, +hh:mm, +hhmm, +hh, " +hhmm", " WORD", or nothing. A spaced offset that does not
+// read ends the timestamp before the space.
+std::size_t isoSuffix(const Text& t, std::size_t j, RawTimestamp& out) noexcept {
+    out.zone = ZoneKind::NONE;
+    std::size_t e = attachedZone(t, j, out);
+    if (e != j) return e;
+    e = spacedOffset(t, j, out);
+    if (e != j) return e == kNone ? j : e;
     return trailingWord(t, j, out);
 }
 
 // RFC 2822: " +hhmm", " WORD", or nothing.
 std::size_t rfcSuffix(const Text& t, std::size_t j, RawTimestamp& out) noexcept {
     out.zone = ZoneKind::NONE;
-    if (t.at(j) == ' ' && (t.at(j + 1) == '+' || t.at(j + 1) == '-')) {
-        const std::size_t e = numericOffset(t, j + 1, false, out.utcOffset);
-        if (e == kNone) return kNone;
-        out.zone = ZoneKind::OFFSET;
-        return e;
-    }
-    return trailingWord(t, j, out);
+    const std::size_t e = spacedOffset(t, j, out);
+    return e != j ? e : trailingWord(t, j, out);
 }
 
 // CLF: " +hhmm" or nothing.
 std::size_t clfSuffix(const Text& t, std::size_t j, RawTimestamp& out) noexcept {
     out.zone = ZoneKind::NONE;
-    if (t.at(j) == ' ' && (t.at(j + 1) == '+' || t.at(j + 1) == '-')) {
-        const std::size_t e = numericOffset(t, j + 1, false, out.utcOffset);
-        if (e == kNone) return kNone;
-        out.zone = ZoneKind::OFFSET;
-        return e;
-    }
-    return j;
+    return spacedOffset(t, j, out);
 }
 
 // Slashed numeric dates: " AM" or " PM" (any case) with the written hour 1..12, or nothing.
@@ -421,18 +418,7 @@ std::size_t isoBasic(const Text& t, std::size_t i, RawTimestamp& out) noexcept {
     out.second = second;
     out.micros = micros;
     out.zone = ZoneKind::NONE;
-    const char z = t.at(j);
-    if (z == 'Z' || z == 'z') {
-        out.zone = ZoneKind::UTC;
-        return j + 1;
-    }
-    if (z == '+' || z == '-') {
-        const std::size_t e = numericOffset(t, j, true, out.utcOffset);
-        if (e == kNone) return kNone;
-        out.zone = ZoneKind::OFFSET;
-        return e;
-    }
-    return j;
+    return attachedZone(t, j, out);
 }
 
 // YYMMDD  h:mm:ss or YYMMDD hh:mm:ss (MySQL); i at the year.
