@@ -2,6 +2,8 @@
 // thread's per-thread state.
 #pragma once
 
+#include <atomic>
+
 #include <pthread.h>
 
 #include <string>
@@ -32,6 +34,10 @@ void initClockedCondition(pthread_cond_t& condition);
 // "<caller>: about to throw a ThreadException: <call>: <strerror>; <n> threads active", and
 // ". Trying to create <name>" when `creating` is given; logged and thrown.
 [[noreturn]] void throwThreadException(const char* call, int errnum, const std::string& creating = {});
+
+// A test seam: while above zero, each SIGUSR1 that reaches a thread is dropped (and counted down),
+// as a signal that went missing would be; runInUnixSignalContext must still be served.
+extern std::atomic<int> g_dropSignals;
 
 }  // namespace thread_details
 }  // namespace basicutil
