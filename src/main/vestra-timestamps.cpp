@@ -9,6 +9,7 @@
 #include "basicutil/dateparser/DateParser.h"
 #include "basicutil/log/Logger.h"
 #include "basicutil/text/DecimalText.h"
+#include "basicutil/text/StrEscape.h"
 #include "main/vestra_details.h"
 
 namespace vestra::tool {
@@ -116,24 +117,6 @@ bool referenceValue(const std::string& text, Timeval& out) {
     return true;
 }
 
-void appendJsonString(std::string& out, std::string_view text) {
-    out += '"';
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            static constexpr char kHex[] = "0123456789abcdef";
-            out += "\\u00";
-            out += kHex[static_cast<unsigned char>(c) >> 4];
-            out += kHex[c & 15];
-        } else {
-            out += c;
-        }
-    }
-    out += '"';
-}
-
 void appendNumber(std::string& out, std::uint64_t n) {
     char digits[20];
     out.append(digits, formatUnsigned(digits, n));
@@ -173,13 +156,14 @@ struct LineText {
 // One line's reading, as JSON or as text; `file` before it when several files are read.
 void describe(const DateParseResult& r, std::uint64_t line, const std::string* file, bool json) {
     if (file != nullptr) {
-        std::string prefix;
+        Str prefix;
         if (json) {
-            prefix = "{\"file\":";
-            appendJsonString(prefix, *file);
-            prefix += ',';
+            prefix.append(StrSegment("{\"file\":\""));
+            appendJsonEscaped(prefix, StrSegment(*file));  // the library's one JSON string writer
+            prefix.append(StrSegment("\","));
         } else {
-            prefix = *file + ':';
+            prefix.append(StrSegment(*file));
+            prefix.push_back(':');
         }
         out().write(prefix);
     } else if (json) {

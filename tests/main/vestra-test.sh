@@ -302,6 +302,10 @@ printf 'pre\n2024-01-02T03:04:06Z b\n2024-01-02T03:04:07Z d\n' >"$out/m2"
 "$vestra" timestamps --merge --zone UTC --now @1718452800 "$out/m1" "$out/m2" >"$out/merged" || fail "timestamps --merge"
 [ "$(tr '\n' '|' <"$out/merged")" = "pre|2024-01-02T03:04:05Z a|  trace a|2024-01-02T03:04:06Z b|2024-01-02T03:04:07Z c|2024-01-02T03:04:07Z d|" ] ||
     fail "timestamps --merge: $(tr '\n' '|' <"$out/merged")"
+# Several files: each line says its file, a JSON string as the library writes one.
+printf '2024-01-02T03:04:05Z a\n' >"$out/q\"t"
+"$vestra" timestamps --json --zone UTC "$out/q\"t" "$out/m1" >"$out/two.json" || fail "timestamps: two files"
+grep -q '^{"file":".*/q\\"t","line":1,"found":true,' "$out/two.json" || fail "timestamps: the file in JSON: $(head -1 "$out/two.json")"
 status "timestamps: a bad zone" 2 "^vestra: --zone Nowhere/Land" -- timestamps --zone Nowhere/Land "$out/ts1"
 status "timestamps: a bad reference" 2 "^vestra: --now 'yesterday'" -- timestamps --now yesterday "$out/ts1"
 status "timestamps: a bad year" 2 "^vestra: --year '0'" -- timestamps --year 0 "$out/ts1"
